@@ -1,0 +1,146 @@
+#include "Library/CVLibraryManager.h"
+
+#include "Library/CVFormatters.h"
+#include "Library/CVLibraryHost.h"
+#include "Platform/CVPresenter.h"
+#include "Platform/CVSettings.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+CVLibraryManager::CVLibraryManager(CVSettings *settings, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_contents(std::make_unique<CVLibraryContents>())
+{
+}
+
+CVLibraryManager::~CVLibraryManager() = default;
+
+QString CVLibraryManager::chooseLibraryFile(const QString &homePath)
+{
+    const QFileInfo library(homePath + u"/Music/iTunes/iTunes Library.xml"_s);
+    const QFileInfo musicLibrary(homePath + u"/Music/iTunes/iTunes Music Library.xml"_s);
+    const bool hasLibrary = library.exists();
+    const bool hasMusicLibrary = musicLibrary.exists();
+    if (hasLibrary && hasMusicLibrary) {
+        // The older name wins only when the newer one is strictly older.
+        return library.lastModified() < musicLibrary.lastModified() ? musicLibrary.filePath() : library.filePath();
+    }
+    if (hasLibrary)
+        return library.filePath();
+    if (hasMusicLibrary)
+        return musicLibrary.filePath();
+    return {};
+}
+
+CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
+{
+    const bool crashedWhileSpanning = m_host && m_host->crashedWhileSpanningLastRun();
+    if (crashedWhileSpanning) {
+        if (m_presenter)
+            m_presenter->setStatusText(u"Quitting iTunes to Save Updated Library After Crash While Spanning"_s);
+        m_host->quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+    }
+
+    m_loadingDatabase = true;
+    m_allTracks = {};
+    m_contents = std::make_unique<CVLibraryContents>();
+    m_lastError.clear();
+    if (m_presenter)
+        m_presenter->setStatusText(u"Reading iTunes Library Information"_s);
+
+    QString file = m_fixedLibraryFile;
+    while (file.isEmpty()) {
+        file = chooseLibraryFile(QDir::homePath());
+        if (!file.isEmpty())
+            break;
+        CVAlert alert;
+        alert.title = u"No iTunes Database Found"_s;
+        alert.text = u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
+                     "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s;
+        alert.defaultButton = u"Quit"_s;
+        alert.alternateButton = u"Try Again"_s;
+        const int answer = m_presenter ? m_presenter->runAlertPanel(alert) : CVPresenter::DefaultReturn;
+        if (answer == CVPresenter::DefaultReturn) {
+            if (m_host)
+                m_host->setQuitNowWithoutSaving(true);
+            m_lastError = alert.title;
+            m_loadingDatabase = false;
+            return LoadResult::Quit;
+        }
+    }
+    m_libraryFile = file;
+
+    CVLibraryFileReader::Options options;
+    options.crashedWhileSpanning = crashedWhileSpanning;
+    if (crashedWhileSpanning && m_settings) {
+        const QVariantMap last = m_settings->mapValue(u"CVLastTracksSpanned"_s);
+        for (auto it = last.cbegin(); it != last.cend(); ++it)
+            options.lastTracksSpanned.insert(it.key(), it.value().toString());
+    }
+    if (m_presenter) {
+        m_presenter->setProgressIndeterminate(false);
+        m_presenter->setStatusText(u"Loading iTunes Library Information into Corvana"_s);
+        options.progress = [presenter = m_presenter](qint64 done, qint64 total) {
+            presenter->setProgress(double(total), double(done));
+        };
+    }
+
+    auto contents = std::make_unique<CVLibraryContents>();
+    CVLibraryFileReader reader(std::move(options));
+    if (!reader.readFile(file, *contents)) {
+        m_lastError = reader.errorString();
+        if (m_presenter)
+            m_presenter->presentError(u"The iTunes library could not be read."_s,
+                                      u"%1\n\n%2"_s.arg(QDir::toNativeSeparators(file), m_lastError));
+        m_loadingDatabase = false;
+        return LoadResult::Failed;
+    }
+
+    m_contents = std::move(contents);
+    // "Music Folder" missing leaves the media folder as it was.
+    if (m_contents->mediaPath)
+        m_iTunesMediaPath = m_contents->mediaPath;
+    m_allTracks.reserve(m_contents->tracks.size());
+    for (CVTrack &track : m_contents->tracks)
+        m_allTracks.push_back(&track);
+    m_loadingDatabase = false;
+    return LoadResult::Loaded;
+}
+
+QString CVLibraryManager::humanReadableSizeFromBytes(double bytes)
+{
+    return CVFormatters::humanReadableSizeFromBytes(bytes);
+}
+
+QString CVLibraryManager::formatSampleRate(double hertz)
+{
+    return CVFormatters::formatSampleRate(hertz);
+}
+
+QString CVLibraryManager::humanReadableTimeFromMilliseconds(double milliseconds, bool roundOffTime)
+{
+    return CVFormatters::humanReadableTimeFromMilliseconds(milliseconds, roundOffTime);
+}
+
+QString CVLibraryManager::formatDate(qint64 secondsSinceEpoch)
+{
+    return CVFormatters::formatDate(secondsSinceEpoch);
+}
+
+QString CVLibraryManager::customSortStringForKey(const QString &key, const QVariantMap &fileTrack)
+{
+    const QVariant sortValue = fileTrack.value(u"Sort "_s + key);
+    const QVariant value = fileTrack.value(key);
+    return CVFormatters::customSortString(sortValue.isValid() ? sortValue.toString() : QString(),
+                                          value.isValid() ? value.toString() : QString());
+}
+
+QString CVLibraryManager::createDisplayTitleForPath(const QString &path) const
+{
+    const QString startup = m_settings ? m_settings->stringValue(u"CVStartupDriveName"_s) : u"Computer"_s;
+    return CVFormatters::createDisplayTitleForPath(path, startup);
+}

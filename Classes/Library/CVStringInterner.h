@@ -1,0 +1,76 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// Shares one QString among all equal texts of a load (artists, albums, genres, kinds):
+// a large library repeats them tens of thousands of times. An open-addressing table,
+// since this lookup runs several times for every track.
+class CVStringInterner
+{
+public:
+    // The stored UTF-8 bytes and the shared text; both live as long as the interner.
+    using Entry = std::pair<const std::string, QString>;
+
+    CVStringInterner() { m_slots.resize(1024); }
+
+    const Entry &entry(std::string_view utf8)
+    {
+        const std::uint64_t h = hash(utf8);
+        std::size_t mask = m_slots.size() - 1;
+        for (std::size_t i = std::size_t(h) & mask;; i = (i + 1) & mask) {
+            Slot &slot = m_slots[i];
+            if (!slot.entry) {
+                m_entries.emplace_back(std::string(utf8), QString::fromUtf8(utf8.data(), qsizetype(utf8.size())));
+                slot = {h, &m_entries.back()};
+                if (m_entries.size() * 2 > m_slots.size())
+                    grow();
+                return m_entries.back();
+            }
+            if (slot.hash == h && slot.entry->first == utf8)
+                return *slot.entry;
+        }
+    }
+    const QString &intern(std::string_view utf8) { return entry(utf8).second; }
+
+    std::size_t size() const { return m_entries.size(); }
+
+private:
+    struct Slot
+    {
+        std::uint64_t hash = 0;
+        const Entry *entry = nullptr;
+    };
+
+    static std::uint64_t hash(std::string_view s)
+    {
+        std::uint64_t h = 1469598103934665603ULL; // FNV-1a
+        for (unsigned char c : s)
+            h = (h ^ c) * 1099511628211ULL;
+        return h ^ (h >> 29);
+    }
+
+    void grow()
+    {
+        std::vector<Slot> bigger(m_slots.size() * 2);
+        const std::size_t mask = bigger.size() - 1;
+        for (const Slot &slot : m_slots) {
+            if (!slot.entry)
+                continue;
+            std::size_t i = std::size_t(slot.hash) & mask;
+            while (bigger[i].entry)
+                i = (i + 1) & mask;
+            bigger[i] = slot;
+        }
+        m_slots = std::move(bigger);
+    }
+
+    std::deque<Entry> m_entries;
+    std::vector<Slot> m_slots;
+};

@@ -1,0 +1,45 @@
+#include "Platform/CVLog.h"
+
+#include <QMutex>
+
+#include <cstdio>
+#include <syslog.h>
+
+namespace {
+
+QMutex &sinkMutex()
+{
+    static QMutex mutex;
+    return mutex;
+}
+
+std::function<void(const QString &)> &sink()
+{
+    static std::function<void(const QString &)> s;
+    return s;
+}
+
+} // namespace
+
+void CVLog::log(const QString &line)
+{
+    QMutexLocker lock(&sinkMutex());
+    if (sink()) {
+        sink()(line);
+        return;
+    }
+    static const bool opened = [] {
+        openlog("Corvana", LOG_PID, LOG_USER);
+        return true;
+    }();
+    Q_UNUSED(opened)
+    const QByteArray utf8 = line.toUtf8();
+    syslog(LOG_NOTICE, "%s", utf8.constData());
+    std::fprintf(stderr, "Corvana: %s\n", utf8.constData());
+}
+
+void CVLog::setSink(std::function<void(const QString &)> s)
+{
+    QMutexLocker lock(&sinkMutex());
+    sink() = std::move(s);
+}

@@ -1,0 +1,96 @@
+#include "Platform/CVVolumes.h"
+
+#include <QHash>
+#include <QMutex>
+#include <QStringList>
+
+#include <pwd.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Whether /media/<name> is a user's folder of mounts (as udisks makes them) rather than a mount.
+bool isUserName(const QString &name)
+{
+    static QMutex mutex;
+    static QHash<QString, bool> known;
+    QMutexLocker lock(&mutex);
+    const auto it = known.constFind(name);
+    if (it != known.cend())
+        return *it;
+    const QByteArray encoded = name.toLocal8Bit();
+    struct passwd entry {};
+    struct passwd *result = nullptr;
+    char buffer[4096];
+    const bool user = getpwnam_r(encoded.constData(), &entry, buffer, sizeof buffer, &result) == 0 && result;
+    known.insert(name, user);
+    return user;
+}
+
+// Number of leading components that make the drive root, or 0 when the path is on "/".
+int driveRootDepth(const QStringList &c)
+{
+    if (c.isEmpty())
+        return 0;
+    if ((c[0] == u"Volumes"_s || c[0] == u"mnt"_s) && c.size() >= 2)
+        return 2;
+    if (c[0] == u"media"_s && c.size() >= 2) {
+        if (!isUserName(c[1]))
+            return 2;
+        return c.size() >= 3 ? 3 : 0;
+    }
+    if (c[0] == u"run"_s && c.size() >= 4 && c[1] == u"media"_s)
+        return 4;
+    return 0;
+}
+
+QStringList components(const QString &path)
+{
+    return path.split(u'/', Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+QString CVVolumes::driveRootOfPath(const QString &path)
+{
+    if (!path.startsWith(u'/'))
+        return {};
+    const QStringList c = components(path);
+    const int depth = driveRootDepth(c);
+    if (depth == 0)
+        return {};
+    return u'/' + c.mid(0, depth).join(u'/');
+}
+
+bool CVVolumes::isDriveRoot(const QString &path)
+{
+    if (!path.startsWith(u'/'))
+        return false;
+    const QStringList c = components(path);
+    const int depth = driveRootDepth(c);
+    return depth > 0 && depth == c.size();
+}
+
+bool CVVolumes::isDriveContainer(const QString &path)
+{
+    const QStringList c = components(path);
+    if (c.size() == 1)
+        return c[0] == u"Volumes"_s || c[0] == u"Network"_s || c[0] == u"media"_s || c[0] == u"mnt"_s;
+    if (c.size() == 2 && c[0] == u"media"_s)
+        return isUserName(c[1]);
+    if (c.size() == 2 && c[0] == u"run"_s)
+        return c[1] == u"media"_s;
+    if (c.size() == 3 && c[0] == u"run"_s && c[1] == u"media"_s)
+        return true;
+    return false;
+}
+
+QString CVVolumes::displayName(const QString &path, const QString &startupDriveName)
+{
+    const QStringList c = components(path);
+    if (c.isEmpty())
+        return startupDriveName;
+    return c.last();
+}
