@@ -62,8 +62,8 @@ int CVCommandLineTool::run(const QStringList &arguments)
     QCommandLineParser parser;
     parser.setApplicationDescription(u"Corvana: span and restore the media files of a music library."_s);
     parser.addHelpOption();
-    const QCommandLineOption libraryOption(u"library"_s, u"Read this library file instead of the default one."_s,
-                                           u"FILE"_s);
+    const QCommandLineOption libraryOption(
+        u"library"_s, u"Read this library file instead of the default one."_s, u"FILE"_s);
     parser.addOption(libraryOption);
     parser.addPositionalArgument(u"command"_s, u"info | tracks | playlists | show"_s);
     if (!parser.parse(arguments)) {
@@ -82,10 +82,10 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const QString command = positional.first();
     using Command = int (CVCommandLineTool::*)(const CVLibraryManager &);
     const QMap<QString, Command> commands {
-        {u"info"_s, &CVCommandLineTool::info},
-        {u"tracks"_s, &CVCommandLineTool::tracks},
-        {u"playlists"_s, &CVCommandLineTool::playlists},
-        {u"show"_s, &CVCommandLineTool::show},
+        { u"info"_s, &CVCommandLineTool::info },
+        { u"tracks"_s, &CVCommandLineTool::tracks },
+        { u"playlists"_s, &CVCommandLineTool::playlists },
+        { u"show"_s, &CVCommandLineTool::show },
     };
     if (!commands.contains(command)) {
         std::fprintf(stderr, "Unknown command \"%s\".\n", qUtf8Printable(command));
@@ -202,8 +202,8 @@ int CVCommandLineTool::show(const CVLibraryManager &library)
         ++byFolder[library.createDisplayTitleForPath(QFileInfo(t->currentPath()).path())];
     }
     std::printf("Tracks:        %zu (%s, %s)\n", library.allTracks().size(),
-                qUtf8Printable(library.humanReadableSizeFromBytes(bytes)),
-                qUtf8Printable(library.humanReadableTimeFromMilliseconds(milliseconds, true)));
+        qUtf8Printable(library.humanReadableSizeFromBytes(bytes)),
+        qUtf8Printable(library.humanReadableTimeFromMilliseconds(milliseconds, true)));
     for (auto it = byType.cbegin(); it != byType.cend(); ++it)
         std::printf("  %-12s %d\n", qUtf8Printable(it.key()), it.value());
     std::printf("Playlists:     %zu\n", library.playlists().size());
@@ -211,12 +211,12 @@ int CVCommandLineTool::show(const CVLibraryManager &library)
         int depth = 0;
         for (std::optional<QString> parent = p.parentPersistentID; parent && depth < 16; ++depth) {
             const auto it = std::find_if(library.playlists().cbegin(), library.playlists().cend(),
-                                         [&](const CVPlaylist &q) { return q.playlistPersistentID == *parent; });
+                [&](const CVPlaylist &q) { return q.playlistPersistentID == *parent; });
             parent = it == library.playlists().cend() ? std::nullopt : it->parentPersistentID;
         }
         const char *kind = p.folder.value_or(false) ? "folder" : p.genius ? "genius" : p.smartPlaylist ? "smart" : "";
         std::printf("  %*s%s%s%s%s  (%zu tracks)\n", depth * 2, "", qUtf8Printable(p.name), *kind ? " [" : "", kind,
-                    *kind ? "]" : "", p.tracksPredicate.trackIDs().size());
+            *kind ? "]" : "", p.tracksPredicate.trackIDs().size());
     }
     std::printf("Folders:       %lld\n", qlonglong(byFolder.size()));
     int shown = 0;

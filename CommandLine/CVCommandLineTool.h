@@ -9,8 +9,7 @@ class CVPresenter;
 class CVSettings;
 
 // corvana-cli: the program's library work without a window.
-class CVCommandLineTool
-{
+class CVCommandLineTool {
 public:
     CVCommandLineTool();
     ~CVCommandLineTool();

@@ -7,8 +7,7 @@
 
 // A small streaming JSON writer: a 100,000-track listing goes out without building a
 // document in memory first.
-class CVJsonWriter
-{
+class CVJsonWriter {
 public:
     explicit CVJsonWriter(std::FILE *out)
         : m_out(out)
@@ -16,10 +15,30 @@ public:
     }
     ~CVJsonWriter() { flush(); }
 
-    void beginObject() { separate(); m_buffer += '{'; m_first = true; }
-    void endObject() { m_buffer += '}'; m_first = false; maybeFlush(); }
-    void beginArray() { separate(); m_buffer += '['; m_first = true; }
-    void endArray() { m_buffer += ']'; m_first = false; maybeFlush(); }
+    void beginObject()
+    {
+        separate();
+        m_buffer += '{';
+        m_first = true;
+    }
+    void endObject()
+    {
+        m_buffer += '}';
+        m_first = false;
+        maybeFlush();
+    }
+    void beginArray()
+    {
+        separate();
+        m_buffer += '[';
+        m_first = true;
+    }
+    void endArray()
+    {
+        m_buffer += ']';
+        m_first = false;
+        maybeFlush();
+    }
     void key(QStringView name)
     {
         separate();
@@ -27,8 +46,16 @@ public:
         m_buffer += ':';
         m_first = true;
     }
-    void value(QStringView text) { separate(); string(text); }
-    void value(qint64 number) { separate(); m_buffer += QByteArray::number(number); }
+    void value(QStringView text)
+    {
+        separate();
+        string(text);
+    }
+    void value(qint64 number)
+    {
+        separate();
+        m_buffer += QByteArray::number(number);
+    }
     void value(double number)
     {
         separate();
@@ -37,8 +64,16 @@ public:
         else
             m_buffer += QByteArray::number(number, 'g', 17);
     }
-    void value(bool flag) { separate(); m_buffer += flag ? "true" : "false"; }
-    void null() { separate(); m_buffer += "null"; }
+    void value(bool flag)
+    {
+        separate();
+        m_buffer += flag ? "true" : "false";
+    }
+    void null()
+    {
+        separate();
+        m_buffer += "null";
+    }
     void newline() { m_buffer += '\n'; }
     void flush()
     {

@@ -11,3 +11,8 @@ if(CORVANA_SANITIZE)
   target_compile_options(corvana_options INTERFACE -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   target_link_options(corvana_options INTERFACE -fsanitize=address,undefined)
 endif()
+if(CORVANA_FUZZ)
+  # Coverage for the fuzzer in everything it reaches; the fuzz targets add the fuzzer's main.
+  target_compile_options(corvana_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  target_link_options(corvana_options INTERFACE -fsanitize=address,undefined)
+endif()

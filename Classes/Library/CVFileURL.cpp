@@ -62,8 +62,8 @@ bool isValidUtf8(std::string_view s)
                 return false;
             cp = (cp << 6) | (cc & 0x3F);
         }
-        if ((extra == 1 && cp < 0x80) || (extra == 2 && cp < 0x800) || (extra == 3 && cp < 0x10000)
-            || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
+        if ((extra == 1 && cp < 0x80) || (extra == 2 && cp < 0x800) || (extra == 3 && cp < 0x10000) || cp > 0x10FFFF
+            || (cp >= 0xD800 && cp <= 0xDFFF))
             return false;
         i += std::size_t(extra) + 1;
     }

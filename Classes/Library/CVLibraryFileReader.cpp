@@ -71,70 +71,68 @@ enum class FileKey : std::uint8_t {
     SortGenre,
 };
 
-struct KeyName
-{
+struct KeyName {
     std::string_view name;
     FileKey key;
 };
 
 constexpr KeyName kKeyNames[] = {
-    {"Track ID", FileKey::TrackID},
-    {"Persistent ID", FileKey::PersistentID},
-    {"Track Type", FileKey::TrackType},
-    {"Location", FileKey::Location},
-    {"Name", FileKey::Name},
-    {"Artist", FileKey::Artist},
-    {"Album Artist", FileKey::AlbumArtist},
-    {"Album", FileKey::Album},
-    {"Genre", FileKey::Genre},
-    {"Kind", FileKey::Kind},
-    {"Composer", FileKey::Composer},
-    {"Grouping", FileKey::Grouping},
-    {"Comments", FileKey::Comments},
-    {"Description", FileKey::Description},
-    {"Equalizer", FileKey::Equalizer},
-    {"Series", FileKey::Series},
-    {"Episode", FileKey::Episode},
-    {"Episode Order", FileKey::EpisodeOrder},
-    {"Season", FileKey::Season},
-    {"Year", FileKey::Year},
-    {"BPM", FileKey::BPM},
-    {"Track Number", FileKey::TrackNumber},
-    {"Track Count", FileKey::TrackCount},
-    {"Disc Number", FileKey::DiscNumber},
-    {"Disc Count", FileKey::DiscCount},
-    {"Skip Count", FileKey::SkipCount},
-    {"Play Count", FileKey::PlayCount},
-    {"Bit Rate", FileKey::BitRate},
-    {"Sample Rate", FileKey::SampleRate},
-    {"Size", FileKey::Size},
-    {"Total Time", FileKey::TotalTime},
-    {"Rating", FileKey::Rating},
-    {"Album Rating", FileKey::AlbumRating},
-    {"Compilation", FileKey::Compilation},
-    {"Date Added", FileKey::DateAdded},
-    {"Date Modified", FileKey::DateModified},
-    {"Release Date", FileKey::ReleaseDate},
-    {"Skip Date", FileKey::SkipDate},
-    {"Play Date UTC", FileKey::PlayDateUTC},
-    {"Podcast", FileKey::Podcast},
-    {"iTunesU", FileKey::ITunesU},
-    {"TV Show", FileKey::TVShow},
-    {"Movie", FileKey::Movie},
-    {"Sort Name", FileKey::SortName},
-    {"Sort Artist", FileKey::SortArtist},
-    {"Sort Album", FileKey::SortAlbum},
-    {"Sort Album Artist", FileKey::SortAlbumArtist},
-    {"Sort Composer", FileKey::SortComposer},
-    {"Sort Series", FileKey::SortSeries},
-    {"Sort Genre", FileKey::SortGenre},
+    { "Track ID", FileKey::TrackID },
+    { "Persistent ID", FileKey::PersistentID },
+    { "Track Type", FileKey::TrackType },
+    { "Location", FileKey::Location },
+    { "Name", FileKey::Name },
+    { "Artist", FileKey::Artist },
+    { "Album Artist", FileKey::AlbumArtist },
+    { "Album", FileKey::Album },
+    { "Genre", FileKey::Genre },
+    { "Kind", FileKey::Kind },
+    { "Composer", FileKey::Composer },
+    { "Grouping", FileKey::Grouping },
+    { "Comments", FileKey::Comments },
+    { "Description", FileKey::Description },
+    { "Equalizer", FileKey::Equalizer },
+    { "Series", FileKey::Series },
+    { "Episode", FileKey::Episode },
+    { "Episode Order", FileKey::EpisodeOrder },
+    { "Season", FileKey::Season },
+    { "Year", FileKey::Year },
+    { "BPM", FileKey::BPM },
+    { "Track Number", FileKey::TrackNumber },
+    { "Track Count", FileKey::TrackCount },
+    { "Disc Number", FileKey::DiscNumber },
+    { "Disc Count", FileKey::DiscCount },
+    { "Skip Count", FileKey::SkipCount },
+    { "Play Count", FileKey::PlayCount },
+    { "Bit Rate", FileKey::BitRate },
+    { "Sample Rate", FileKey::SampleRate },
+    { "Size", FileKey::Size },
+    { "Total Time", FileKey::TotalTime },
+    { "Rating", FileKey::Rating },
+    { "Album Rating", FileKey::AlbumRating },
+    { "Compilation", FileKey::Compilation },
+    { "Date Added", FileKey::DateAdded },
+    { "Date Modified", FileKey::DateModified },
+    { "Release Date", FileKey::ReleaseDate },
+    { "Skip Date", FileKey::SkipDate },
+    { "Play Date UTC", FileKey::PlayDateUTC },
+    { "Podcast", FileKey::Podcast },
+    { "iTunesU", FileKey::ITunesU },
+    { "TV Show", FileKey::TVShow },
+    { "Movie", FileKey::Movie },
+    { "Sort Name", FileKey::SortName },
+    { "Sort Artist", FileKey::SortArtist },
+    { "Sort Album", FileKey::SortAlbum },
+    { "Sort Album Artist", FileKey::SortAlbumArtist },
+    { "Sort Composer", FileKey::SortComposer },
+    { "Sort Series", FileKey::SortSeries },
+    { "Sort Genre", FileKey::SortGenre },
 };
 
 // Every track has some forty keys: look them up by length and first letter, no hashing.
 FileKey fileKey(std::string_view key)
 {
-    struct Table
-    {
+    struct Table {
         std::vector<KeyName> buckets[32][4];
         Table()
         {
@@ -207,19 +205,25 @@ std::optional<QString> textOf(const CVPlistReader &r)
 }
 
 // The sort sources of one track: the plain value and the file's "Sort ..." value.
-struct SortSources
-{
+struct SortSources {
     QString value;
     QString sortValue;
     bool interned = false; // the chosen source is shared, so its sort string can be memoised
 };
 
-enum SortField { SortNameField, SortArtistField, SortAlbumField, SortAlbumArtistField, SortComposerField,
-                 SortShowField, SortGenreField, SortFieldCount };
+enum SortField {
+    SortNameField,
+    SortArtistField,
+    SortAlbumField,
+    SortAlbumArtistField,
+    SortComposerField,
+    SortShowField,
+    SortGenreField,
+    SortFieldCount
+};
 
-constexpr CVAttr kSortTargets[SortFieldCount] = {CVAttr::SortName,     CVAttr::SortArtist,  CVAttr::SortAlbum,
-                                                 CVAttr::SortAlbumArtist, CVAttr::SortComposer,
-                                                 CVAttr::SortShow,     CVAttr::SortGenre};
+constexpr CVAttr kSortTargets[SortFieldCount] = { CVAttr::SortName, CVAttr::SortArtist, CVAttr::SortAlbum,
+    CVAttr::SortAlbumArtist, CVAttr::SortComposer, CVAttr::SortShow, CVAttr::SortGenre };
 
 std::vector<qint64> sortedDistinct(std::vector<qint64> ids)
 {
@@ -238,8 +242,7 @@ CVPredicate tracksPredicateFor(const CVPlaylist &playlist, std::vector<qint64> d
 
 } // namespace
 
-struct CVLibraryFileReader::PlaylistDraft
-{
+struct CVLibraryFileReader::PlaylistDraft {
     CVPlaylist record;
     bool builtIn = false;
     bool books = false;
@@ -357,8 +360,8 @@ bool CVLibraryFileReader::read(CVPlistReader &reader, CVLibraryContents &out, QI
     return true;
 }
 
-bool CVLibraryFileReader::readTracks(CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner,
-                                     QIODevice *device)
+bool CVLibraryFileReader::readTracks(
+    CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner, QIODevice *device)
 {
     int sinceProgress = 0;
     for (;;) {
@@ -383,7 +386,8 @@ bool CVLibraryFileReader::readTracks(CVPlistReader &reader, CVLibraryContents &o
 
 bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner)
 {
-    static const QString kTypes[] = {u"Music"_s, u"Books"_s, u"Podcasts"_s, u"iTunes U"_s, u"TV Shows"_s, u"Movies"_s};
+    static const QString kTypes[]
+        = { u"Music"_s, u"Books"_s, u"Podcasts"_s, u"iTunes U"_s, u"TV Shows"_s, u"Movies"_s };
     CVTrack &track = out.tracks.emplace_back();
     SortSources sort[SortFieldCount];
     bool fileType = false;
@@ -662,7 +666,7 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
     } else if (track.has(CVAttr::Location)) {
         track.setText(CVAttr::OriginalLocation, track.textRef(CVAttr::Location));
     }
-    for (CVAttr flag : {CVAttr::SymSpan, CVAttr::FullSpan, CVAttr::ItemIsRestored, CVAttr::ItemIsSpanned})
+    for (CVAttr flag : { CVAttr::SymSpan, CVAttr::FullSpan, CVAttr::ItemIsRestored, CVAttr::ItemIsSpanned })
         track.setFlag(flag, false);
     return true;
 }
@@ -684,9 +688,8 @@ bool CVLibraryFileReader::readPlaylists(CVPlistReader &reader, std::vector<Playl
 
 bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &draft)
 {
-    static const std::unordered_set<std::string_view> kMarkers = {
-        "Visible", "Master", "Music", "Movies", "TV Shows", "Podcasts", "iTunesU", "Audiobooks", "Books",
-        "Party Shuffle"};
+    static const std::unordered_set<std::string_view> kMarkers = { "Visible", "Master", "Music", "Movies", "TV Shows",
+        "Podcasts", "iTunesU", "Audiobooks", "Books", "Party Shuffle" };
     CVPlaylist &p = draft.record;
     for (;;) {
         Token t = reader.next();

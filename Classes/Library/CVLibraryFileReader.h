@@ -18,8 +18,7 @@ class CVStringInterner;
 
 // What one read of the player's library file yields. The deque keeps every track at a
 // fixed address, so lists of the program can point into it.
-struct CVLibraryContents
-{
+struct CVLibraryContents {
     std::deque<CVTrack> tracks;
     std::vector<CVPlaylist> playlists;
     std::optional<QString> mediaPath; // from "Music Folder"
@@ -27,11 +26,9 @@ struct CVLibraryContents
 };
 
 // Turns the library file into track and playlist records in one streamed pass.
-class CVLibraryFileReader
-{
+class CVLibraryFileReader {
 public:
-    struct Options
-    {
+    struct Options {
         // After a crash while spanning, a track's original place is where the interrupted
         // run found it: persistent ID -> path.
         bool crashedWhileSpanning = false;

@@ -2,8 +2,7 @@
 
 // What the library reader needs of the program around it: the crash facts of the last
 // run, the quit-without-saving flag, and the player's save after a crash.
-class CVLibraryHost
-{
+class CVLibraryHost {
 public:
     virtual ~CVLibraryHost() = default;
 

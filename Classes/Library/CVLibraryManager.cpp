@@ -59,8 +59,9 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
             break;
         CVAlert alert;
         alert.title = u"No iTunes Database Found"_s;
-        alert.text = u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
-                     "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s;
+        alert.text
+            = u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
+              "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s;
         alert.defaultButton = u"Quit"_s;
         alert.alternateButton = u"Try Again"_s;
         const int answer = m_presenter ? m_presenter->runAlertPanel(alert) : CVPresenter::DefaultReturn;
@@ -84,9 +85,8 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     if (m_presenter) {
         m_presenter->setProgressIndeterminate(false);
         m_presenter->setStatusText(u"Loading iTunes Library Information into Corvana"_s);
-        options.progress = [presenter = m_presenter](qint64 done, qint64 total) {
-            presenter->setProgress(double(total), double(done));
-        };
+        options.progress = [presenter = m_presenter](
+                               qint64 done, qint64 total) { presenter->setProgress(double(total), double(done)); };
     }
 
     auto contents = std::make_unique<CVLibraryContents>();
@@ -95,7 +95,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
         m_lastError = reader.errorString();
         if (m_presenter)
             m_presenter->presentError(u"The iTunes library could not be read."_s,
-                                      u"%1\n\n%2"_s.arg(QDir::toNativeSeparators(file), m_lastError));
+                u"%1\n\n%2"_s.arg(QDir::toNativeSeparators(file), m_lastError));
         m_loadingDatabase = false;
         return LoadResult::Failed;
     }
@@ -135,8 +135,8 @@ QString CVLibraryManager::customSortStringForKey(const QString &key, const QVari
 {
     const QVariant sortValue = fileTrack.value(u"Sort "_s + key);
     const QVariant value = fileTrack.value(key);
-    return CVFormatters::customSortString(sortValue.isValid() ? sortValue.toString() : QString(),
-                                          value.isValid() ? value.toString() : QString());
+    return CVFormatters::customSortString(
+        sortValue.isValid() ? sortValue.toString() : QString(), value.isValid() ? value.toString() : QString());
 }
 
 QString CVLibraryManager::createDisplayTitleForPath(const QString &path) const

@@ -14,8 +14,7 @@ class CVSettings;
 
 // The player's library as Corvana holds it while running: rebuilt from the library file
 // at every load, owned here, and handed around as lists of pointers into it.
-class CVLibraryManager : public QObject
-{
+class CVLibraryManager : public QObject {
     Q_OBJECT
 
 public:

@@ -8,8 +8,7 @@
 #include <optional>
 
 // One user playlist, folder, smart or Genius playlist of the player's library.
-struct CVPlaylist
-{
+struct CVPlaylist {
     QString name;
     std::optional<qint64> playlistID;
     QString playlistPersistentID;

@@ -384,12 +384,12 @@ CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)
         m_token = dict ? Token::DictBegin : Token::ArrayBegin;
         return Step::Done;
     }
-    return parseScalar(name, gt + 1, empty);
+    return parseScalar(name, lt, gt + 1, empty);
 }
 
-CVPlistReader::Step CVPlistReader::parseScalar(std::string_view name, std::size_t contentStart, bool empty)
+CVPlistReader::Step CVPlistReader::parseScalar(
+    std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty)
 {
-    const std::size_t tagOffset = contentStart;
     Token token;
     if (name == "key")
         token = Token::Key;
@@ -426,7 +426,9 @@ CVPlistReader::Step CVPlistReader::parseScalar(std::string_view name, std::size_
             if (m_data[q + 1] == '/') {
                 const std::size_t gt = q + 2 + name.size();
                 if (m_data[gt] != '>' || std::memcmp(m_data + q + 2, name.data(), name.size()) != 0) {
-                    fail(q, u"mismatched closing tag in <%1>"_s.arg(QString::fromUtf8(name.data(), qsizetype(name.size()))));
+                    fail(q,
+                        u"mismatched closing tag in <%1>"_s.arg(
+                            QString::fromUtf8(name.data(), qsizetype(name.size()))));
                     return Step::Done;
                 }
                 raw = std::string_view(m_data + contentStart, q - contentStart);
@@ -522,7 +524,8 @@ CVPlistReader::Step CVPlistReader::parseScalar(std::string_view name, std::size_
             break;
         }
         if (!ok) {
-            fail(contentStart, u"invalid content of <%1>"_s.arg(QString::fromUtf8(name.data(), qsizetype(name.size()))));
+            fail(
+                contentStart, u"invalid content of <%1>"_s.arg(QString::fromUtf8(name.data(), qsizetype(name.size()))));
             return Step::Done;
         }
         endValue();

@@ -13,8 +13,7 @@ class QIODevice;
 // A pull reader of XML property lists. It never builds a tree: the caller walks the
 // tokens and keeps only what it needs, so a 200 MB library costs one small buffer.
 // Text views handed out stay valid until the next call of next().
-class CVPlistReader
-{
+class CVPlistReader {
 public:
     enum class Token {
         None,
@@ -70,7 +69,7 @@ private:
 
     Step tryParse();
     Step parseElement(std::size_t lt);
-    Step parseScalar(std::string_view name, std::size_t contentStart, bool empty);
+    Step parseScalar(std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty);
     bool refill();
     bool fail(std::size_t offset, const QString &message);
     bool beginValue(std::size_t offset);

@@ -10,8 +10,7 @@
 
 // A selection of tracks: a filter text ("" selects everything, "EMPTY" nothing) or a
 // dictionary that lists track identifiers. A value type, cheap to copy.
-class CVPredicate
-{
+class CVPredicate {
 public:
     enum class Kind { Text, Dictionary };
 

@@ -12,8 +12,7 @@
 // Shares one QString among all equal texts of a load (artists, albums, genres, kinds):
 // a large library repeats them tens of thousands of times. An open-addressing table,
 // since this lookup runs several times for every track.
-class CVStringInterner
-{
+class CVStringInterner {
 public:
     // The stored UTF-8 bytes and the shared text; both live as long as the interner.
     using Entry = std::pair<const std::string, QString>;
@@ -28,7 +27,7 @@ public:
             Slot &slot = m_slots[i];
             if (!slot.entry) {
                 m_entries.emplace_back(std::string(utf8), QString::fromUtf8(utf8.data(), qsizetype(utf8.size())));
-                slot = {h, &m_entries.back()};
+                slot = { h, &m_entries.back() };
                 if (m_entries.size() * 2 > m_slots.size())
                     grow();
                 return m_entries.back();
@@ -42,8 +41,7 @@ public:
     std::size_t size() const { return m_entries.size(); }
 
 private:
-    struct Slot
-    {
+    struct Slot {
         std::uint64_t hash = 0;
         const Entry *entry = nullptr;
     };

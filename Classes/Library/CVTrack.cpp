@@ -39,7 +39,8 @@ QString CVTrack::text(CVAttr a) const
         return has(CVAttr::BitRate) ? u"%1 kbps"_s.arg(integer(CVAttr::BitRate)) : QString();
     case CVAttr::DisplayDiscNumber: {
         QString number = has(CVAttr::DiscNumber) ? QString::number(integer(CVAttr::DiscNumber)) : QString();
-        const QString count = has(CVAttr::DiscCount) ? u" of "_s + QString::number(integer(CVAttr::DiscCount)) : QString();
+        const QString count
+            = has(CVAttr::DiscCount) ? u" of "_s + QString::number(integer(CVAttr::DiscCount)) : QString();
         if (!count.isEmpty() && number.isEmpty())
             number = u"?"_s;
         return number + count;

@@ -11,8 +11,7 @@
 // One file track of the player's library. Typed slots instead of a map of variants:
 // a 100,000-track library has to load in well under a second and stay small.
 // Every attribute can be absent; the display texts are derived when read.
-class CVTrack
-{
+class CVTrack {
 public:
     bool has(CVAttr a) const;
     void clear(CVAttr a) { m_present.reset(std::size_t(a)); }
@@ -26,11 +25,31 @@ public:
     // Texts are returned by reference on the hot paths (sorting, predicates).
     const QString &textRef(CVAttr a) const { return m_texts[std::size_t(CVAttribute::slot(a))]; }
 
-    void setText(CVAttr a, const QString &v) { m_texts[std::size_t(CVAttribute::slot(a))] = v; mark(a); }
-    void setInteger(CVAttr a, qint64 v) { m_integers[std::size_t(CVAttribute::slot(a))] = v; mark(a); }
-    void setReal(CVAttr a, double v) { m_reals[std::size_t(CVAttribute::slot(a))] = v; mark(a); }
-    void setDate(CVAttr a, qint64 secs) { m_dates[std::size_t(CVAttribute::slot(a))] = secs; mark(a); }
-    void setFlag(CVAttr a, bool v) { m_flags.set(std::size_t(CVAttribute::slot(a)), v); mark(a); }
+    void setText(CVAttr a, const QString &v)
+    {
+        m_texts[std::size_t(CVAttribute::slot(a))] = v;
+        mark(a);
+    }
+    void setInteger(CVAttr a, qint64 v)
+    {
+        m_integers[std::size_t(CVAttribute::slot(a))] = v;
+        mark(a);
+    }
+    void setReal(CVAttr a, double v)
+    {
+        m_reals[std::size_t(CVAttribute::slot(a))] = v;
+        mark(a);
+    }
+    void setDate(CVAttr a, qint64 secs)
+    {
+        m_dates[std::size_t(CVAttribute::slot(a))] = secs;
+        mark(a);
+    }
+    void setFlag(CVAttr a, bool v)
+    {
+        m_flags.set(std::size_t(CVAttribute::slot(a)), v);
+        mark(a);
+    }
 
     // The value by the attribute's kind: QString, qint64, double, QDateTime or bool; invalid when absent.
     QVariant value(CVAttr a) const;

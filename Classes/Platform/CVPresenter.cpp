@@ -2,8 +2,14 @@
 
 CVPresenter::~CVPresenter() = default;
 
-void CVPresenter::setStatusText(const QString &) {}
+void CVPresenter::setStatusText(const QString &)
+{
+}
 
-void CVPresenter::setProgressIndeterminate(bool) {}
+void CVPresenter::setProgressIndeterminate(bool)
+{
+}
 
-void CVPresenter::setProgress(double, double) {}
+void CVPresenter::setProgress(double, double)
+{
+}

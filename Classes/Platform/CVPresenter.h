@@ -3,8 +3,7 @@
 #include <QString>
 
 // An alert panel or sheet: a message, an informative text and up to three buttons.
-struct CVAlert
-{
+struct CVAlert {
     enum class Style { Warning, Informational, Critical };
 
     QString title;
@@ -17,8 +16,7 @@ struct CVAlert
 
 // Every dialog and every piece of load progress goes through one presenter, so the window,
 // the command-line tool and the tests each answer them their own way.
-class CVPresenter
-{
+class CVPresenter {
 public:
     static constexpr int DefaultReturn = 1;
     static constexpr int AlternateReturn = 0;

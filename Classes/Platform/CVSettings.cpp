@@ -9,7 +9,7 @@ namespace {
 
 const QStringList &defaultFilterPathOrder()
 {
-    static const QStringList order {u"Search"_s, u"Span Filter"_s, u"Media Type"_s, u"Playlist"_s, u"Location"_s};
+    static const QStringList order { u"Search"_s, u"Span Filter"_s, u"Media Type"_s, u"Playlist"_s, u"Location"_s };
     return order;
 }
 
@@ -31,34 +31,34 @@ CVSettings::~CVSettings() = default;
 void CVSettings::registerStandardDefaults()
 {
     registerDefaults({
-        {u"CVFirstRun"_s, true},
-        {u"CVDidCrashLastRun"_s, true},
-        {u"CVBrowserTopFrameHeight"_s, 177.0},
-        {u"CVBrowserTopFrameHeightBeforeSquishing"_s, 177.0},
-        {u"CVBrowserLeftFrameWidth"_s, 300.0},
-        {u"CVBrowserLeftFrameWidthBeforeSquishing"_s, 300.0},
-        {u"CVPlaylistsLeftFrameWidth"_s, 250.0},
-        {u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s, 250.0},
-        {u"CVPlaylistsAreHidden"_s, false},
-        {u"CVLocationsRightFrameWidth"_s, 250.0},
-        {u"CVLocationsRightFrameWidthBeforeSquishing"_s, 250.0},
-        {u"CVLocationsAreHidden"_s, false},
-        {u"SUScheduledCheckInterval"_s, 86400},
-        {u"CVSearchFields"_s, QStringList {u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s}},
-        {u"CVDefaultBrowserMedia"_s, u"Music"_s},
-        {u"CVRememberLastBrowserMedia"_s, false},
-        {u"CVGroupCompilationsInBrowser"_s, true},
-        {u"CVUseAlbumArtistsInBrowser"_s, true},
-        {u"CVColumnBrowserOnTop"_s, true},
-        {u"CVCubeAnimateWindow"_s, true},
-        {u"CVPlaySpanQueueDropSounds"_s, true},
-        {u"CVAutosaveSpanningQueue"_s, true},
-        {u"CVAutosaveSpanLocation"_s, true},
-        {u"CVClearSpanLocationAfterSpan"_s, true},
-        {u"CVFullSpanReattempts"_s, 2},
-        {u"CVFilterPathOrder"_s, defaultFilterPathOrder()},
+        { u"CVFirstRun"_s, true },
+        { u"CVDidCrashLastRun"_s, true },
+        { u"CVBrowserTopFrameHeight"_s, 177.0 },
+        { u"CVBrowserTopFrameHeightBeforeSquishing"_s, 177.0 },
+        { u"CVBrowserLeftFrameWidth"_s, 300.0 },
+        { u"CVBrowserLeftFrameWidthBeforeSquishing"_s, 300.0 },
+        { u"CVPlaylistsLeftFrameWidth"_s, 250.0 },
+        { u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s, 250.0 },
+        { u"CVPlaylistsAreHidden"_s, false },
+        { u"CVLocationsRightFrameWidth"_s, 250.0 },
+        { u"CVLocationsRightFrameWidthBeforeSquishing"_s, 250.0 },
+        { u"CVLocationsAreHidden"_s, false },
+        { u"SUScheduledCheckInterval"_s, 86400 },
+        { u"CVSearchFields"_s, QStringList { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s } },
+        { u"CVDefaultBrowserMedia"_s, u"Music"_s },
+        { u"CVRememberLastBrowserMedia"_s, false },
+        { u"CVGroupCompilationsInBrowser"_s, true },
+        { u"CVUseAlbumArtistsInBrowser"_s, true },
+        { u"CVColumnBrowserOnTop"_s, true },
+        { u"CVCubeAnimateWindow"_s, true },
+        { u"CVPlaySpanQueueDropSounds"_s, true },
+        { u"CVAutosaveSpanningQueue"_s, true },
+        { u"CVAutosaveSpanLocation"_s, true },
+        { u"CVClearSpanLocationAfterSpan"_s, true },
+        { u"CVFullSpanReattempts"_s, 2 },
+        { u"CVFilterPathOrder"_s, defaultFilterPathOrder() },
         // The name "/" is shown under; Linux has no volume name for it.
-        {u"CVStartupDriveName"_s, u"Computer"_s},
+        { u"CVStartupDriveName"_s, u"Computer"_s },
     });
 }
 
@@ -74,35 +74,35 @@ void CVSettings::applyLaunchRepairs()
         setValue(u"CVFilterPathOrder"_s, defaultFilterPathOrder());
 
     // 155, not the registered 177: a repaired browser opens a little lower than a new one.
-    for (const QString &key : {u"CVBrowserTopFrameHeight"_s, u"CVBrowserTopFrameHeightBeforeSquishing"_s})
+    for (const QString &key : { u"CVBrowserTopFrameHeight"_s, u"CVBrowserTopFrameHeightBeforeSquishing"_s })
         if (realValue(key) <= 0)
             setValue(key, 155.0);
-    for (const QString &key : {u"CVBrowserLeftFrameWidth"_s, u"CVBrowserLeftFrameWidthBeforeSquishing"_s})
+    for (const QString &key : { u"CVBrowserLeftFrameWidth"_s, u"CVBrowserLeftFrameWidthBeforeSquishing"_s })
         if (realValue(key) <= 0)
             setValue(key, 300.0);
-    for (const QString &key : {u"CVPlaylistsLeftFrameWidth"_s, u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s,
-                               u"CVLocationsRightFrameWidth"_s, u"CVLocationsRightFrameWidthBeforeSquishing"_s})
+    for (const QString &key : { u"CVPlaylistsLeftFrameWidth"_s, u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s,
+             u"CVLocationsRightFrameWidth"_s, u"CVLocationsRightFrameWidthBeforeSquishing"_s })
         if (realValue(key) < 0)
             setValue(key, 250.0);
 
     if (contains(u"NSTableView Columns CVLibraryBrowserTrackListTable"_s)) {
         for (const QString &key :
-             {u"NSWindow Frame CVItemInformationWindow"_s, u"NSWindow Frame CVColumnDisplayOptionsWindow"_s,
-              u"CVRememberSearchWhenFilterChanges"_s, u"CVAvoidEmptyLists"_s, u"CVReattemptDependentTracks"_s,
-              u"NSTableView Columns CVLibraryBrowserTrackListTable"_s,
-              u"NSTableView Hidden Columns CVLibraryBrowserTrackListTable"_s,
-              u"NSTableView Sort Ordering CVLibraryBrowserTrackListTable"_s})
+            { u"NSWindow Frame CVItemInformationWindow"_s, u"NSWindow Frame CVColumnDisplayOptionsWindow"_s,
+                u"CVRememberSearchWhenFilterChanges"_s, u"CVAvoidEmptyLists"_s, u"CVReattemptDependentTracks"_s,
+                u"NSTableView Columns CVLibraryBrowserTrackListTable"_s,
+                u"NSTableView Hidden Columns CVLibraryBrowserTrackListTable"_s,
+                u"NSTableView Sort Ordering CVLibraryBrowserTrackListTable"_s })
             remove(key);
         setValue(u"CVTrackListSmartColumnPosition"_s, 0);
     }
     if (contains(u"NSTableView Columns CVSpanningQueueTable"_s)) {
-        for (const QString &table : {u"CVPlaylistTrackListTable"_s, u"CVSpanningQueueTable"_s})
+        for (const QString &table : { u"CVPlaylistTrackListTable"_s, u"CVSpanningQueueTable"_s })
             for (const QString &prefix :
-                 {u"NSTableView Columns "_s, u"NSTableView Hidden Columns "_s, u"NSTableView Sort Ordering "_s})
+                { u"NSTableView Columns "_s, u"NSTableView Hidden Columns "_s, u"NSTableView Sort Ordering "_s })
                 remove(prefix + table);
-        for (const QString &key : {u"CVMainTopFrameHeight"_s, u"CVShowNavigationOnLoad"_s,
-                                   u"CVRememberLastNavigationDisplayed"_s, u"CVRememberSearchOnNavigationSwitch"_s,
-                                   u"CVPlaylistLeftFrameWidth"_s})
+        for (const QString &key :
+            { u"CVMainTopFrameHeight"_s, u"CVShowNavigationOnLoad"_s, u"CVRememberLastNavigationDisplayed"_s,
+                u"CVRememberSearchOnNavigationSwitch"_s, u"CVPlaylistLeftFrameWidth"_s })
             remove(key);
     }
 }

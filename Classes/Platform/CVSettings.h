@@ -9,8 +9,7 @@
 // The user's settings: a QSettings INI file with the registered defaults held in memory.
 // A default is what a key reads while no value is stored; it is never written.
 // The typed readers convert: after a restart QSettings hands back every scalar as text.
-class CVSettings : public QObject
-{
+class CVSettings : public QObject {
     Q_OBJECT
 
 public:

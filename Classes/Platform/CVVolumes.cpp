@@ -21,7 +21,7 @@ bool isUserName(const QString &name)
     if (it != known.cend())
         return *it;
     const QByteArray encoded = name.toLocal8Bit();
-    struct passwd entry {};
+    struct passwd entry { };
     struct passwd *result = nullptr;
     char buffer[4096];
     const bool user = getpwnam_r(encoded.constData(), &entry, buffer, sizeof buffer, &result) == 0 && result;

@@ -1,4 +1,172 @@
+#include "CVTestHome.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
 #include <QtTest>
-class T : public QObject { Q_OBJECT private Q_SLOTS: void none() {} };
-QTEST_GUILESS_MAIN(T)
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kEdgeLibrary = QStringLiteral(CORVANA_TEST_DATA "/edge-library.xml");
+
+struct Run {
+    int status = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Run runCli(const QStringList &arguments)
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"TZ"_s, u"UTC"_s);
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(CORVANA_CLI), arguments);
+    process.waitForFinished(120000);
+    return { process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
+        process.readAllStandardError() };
+}
+
+QJsonDocument json(const Run &run)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(run.out, &error);
+    if (error.error != QJsonParseError::NoError)
+        qWarning() << error.errorString() << run.out.left(200);
+    return doc;
+}
+
+} // namespace
+
+class TestCommandLine : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { m_home = std::make_unique<CVTestHome>(); }
+    void cleanup() { m_home.reset(); }
+
+    void info()
+    {
+        const Run run = runCli({ u"--library"_s, kEdgeLibrary, u"info"_s });
+        QCOMPARE(run.status, 0);
+        const QJsonObject o = json(run).object();
+        QCOMPARE(o.value(u"tracks"_s).toInt(), 8);
+        QCOMPARE(o.value(u"playlists"_s).toInt(), 8);
+        QCOMPARE(o.value(u"LibraryPersistentID"_s).toString(), u"ABCDEF0123456789"_s);
+        QCOMPARE(o.value(u"MusicFolder"_s).toString(), u"/Users/ann/Music/iTunes/iTunes Media"_s);
+    }
+
+    void tracksCarryEveryPresentAttribute()
+    {
+        const Run run = runCli({ u"tracks"_s, u"--library"_s, kEdgeLibrary });
+        QCOMPARE(run.status, 0);
+        const QJsonArray tracks = json(run).array();
+        QCOMPARE(tracks.size(), 8);
+        const QJsonObject t = tracks.at(0).toObject();
+        QCOMPARE(t.value(u"PersistentID"_s).toString(), u"1111111111111111"_s);
+        QCOMPARE(t.value(u"TrackID"_s).toInt(), 100);
+        QCOMPARE(t.value(u"Name"_s).toString(), u"\"Hey\" Jude"_s);
+        QCOMPARE(t.value(u"Comments"_s).toString(), u"Café & bar <live>"_s);
+        QCOMPARE(t.value(u"SortArtist"_s).toString(), u"beatles"_s);
+        QCOMPARE(t.value(u"DisplayTime"_s).toString(), u"1:05"_s);
+        QCOMPARE(t.value(u"DisplaySize"_s).toString(), u"5.00 MB"_s);
+        QCOMPARE(t.value(u"DisplayDiscNumber"_s).toString(), u"1 of 2"_s);
+        QCOMPARE(t.value(u"DateModified"_s).toString(), u"03/14/2009 09:05:07 PM"_s);
+        QCOMPARE(t.value(u"MediaType"_s).toString(), u"Music"_s);
+        QCOMPARE(t.value(u"Rating"_s).toInt(), 2);
+        QCOMPARE(t.value(u"Size"_s).toDouble(), 5000000.0);
+        QVERIFY(t.value(u"ItemIsSpanned"_s).isBool());
+        QVERIFY(!t.value(u"ItemIsSpanned"_s).toBool());
+        QCOMPARE(t.value(u"OriginalLocation"_s).toString(), t.value(u"Location"_s).toString());
+        QVERIFY(!t.contains(u"SpanLocation"_s));
+        QVERIFY(!t.contains(u"Season"_s));
+        // A record without a location leaves the key out rather than writing null.
+        const QJsonObject web = tracks.at(5).toObject();
+        QCOMPARE(web.value(u"TrackID"_s).toInt(), 114);
+        QVERIFY(!web.contains(u"Location"_s));
+        QCOMPARE(
+            tracks.at(3).toObject().value(u"Location"_s).toString(), u"/Users/ann/Café %20/Re\u0301sume\u0301.mp3"_s);
+    }
+
+    void playlists()
+    {
+        const Run run = runCli({ u"--library"_s, kEdgeLibrary, u"playlists"_s });
+        QCOMPARE(run.status, 0);
+        const QJsonArray lists = json(run).array();
+        QCOMPARE(lists.size(), 8);
+        const QJsonObject folder = lists.at(0).toObject();
+        QCOMPARE(folder.value(u"Name"_s).toString(), u"Folder A"_s);
+        QVERIFY(folder.value(u"Folder"_s).toBool());
+        const QJsonObject predicate = folder.value(u"TracksPredicate"_s).toObject();
+        QCOMPARE(predicate.value(u"TrackID"_s).toArray(), (QJsonArray { 100, 104 }));
+        QCOMPARE(predicate.value(u"isPlaylist"_s).toBool(), true);
+        QCOMPARE(predicate.value(u"cacheKey"_s).toString(), u"00000000000000FA"_s);
+        QCOMPARE(lists.at(6).toObject().value(u"SmartPlaylist"_s).toBool(), true);
+        QVERIFY(!folder.contains(u"SmartPlaylist"_s));
+        QCOMPARE(lists.at(3).toObject().value(u"Group"_s).toString(), u"1 GENIUS"_s);
+    }
+
+    void missingLibraryIsAnError()
+    {
+        // HOME is the test's own, with no library in it.
+        const Run run = runCli({ u"info"_s });
+        QCOMPARE(run.status, 2);
+        QVERIFY(run.err.contains("No iTunes Database Found"));
+        QVERIFY(run.err.contains("~/Music/iTunes/iTunes Music Library.xml"));
+        QVERIFY(run.out.isEmpty());
+
+        QCOMPARE(runCli({ u"--library"_s, m_home->filePath(u"nope.xml"_s), u"info"_s }).status, 2);
+        QCOMPARE(runCli({ u"--library"_s, kEdgeLibrary, u"frobnicate"_s }).status, 2);
+        QCOMPARE(runCli({ u"--library"_s, kEdgeLibrary }).status, 2);
+    }
+
+    void findsTheDefaultLibrary()
+    {
+        QVERIFY(QDir().mkpath(m_home->filePath(u"Music/iTunes"_s)));
+        QVERIFY(QFile::copy(kEdgeLibrary, m_home->filePath(u"Music/iTunes/iTunes Music Library.xml"_s)));
+        const Run run = runCli({ u"info"_s });
+        QCOMPARE(run.status, 0);
+        QCOMPARE(json(run).object().value(u"tracks"_s).toInt(), 8);
+    }
+
+    void malformedLibraryIsAnError()
+    {
+        QFile edge(kEdgeLibrary);
+        QVERIFY(edge.open(QIODevice::ReadOnly));
+        const QString cut = m_home->filePath(u"cut.xml"_s);
+        QFile out(cut);
+        QVERIFY(out.open(QIODevice::WriteOnly));
+        out.write(edge.readAll().left(3000));
+        out.close();
+        const Run run = runCli({ u"--library"_s, cut, u"tracks"_s });
+        QCOMPARE(run.status, 2);
+        QVERIFY(run.err.contains("The iTunes library could not be read."));
+        QVERIFY(run.err.contains("unexpected end of file"));
+    }
+
+    void generatedLibraryOfAnySize()
+    {
+        const QString file = m_home->filePath(u"gen.xml"_s);
+        QProcess gen;
+        gen.start(QStringLiteral(CORVANA_GENLIB), { u"--tracks"_s, u"500"_s, u"--seed"_s, u"3"_s, file });
+        QVERIFY(gen.waitForFinished(60000));
+        QCOMPARE(gen.exitCode(), 0);
+        const QJsonObject made = QJsonDocument::fromJson(gen.readAllStandardOutput()).object();
+        const Run run = runCli({ u"--library"_s, file, u"info"_s });
+        QCOMPARE(run.status, 0);
+        QCOMPARE(json(run).object().value(u"tracks"_s).toInt(), made.value(u"fileTracks"_s).toInt());
+        QCOMPARE(json(run).object().value(u"playlists"_s).toInt(), made.value(u"playlists"_s).toInt());
+        const Run show = runCli({ u"--library"_s, file, u"show"_s });
+        QCOMPARE(show.status, 0);
+        QVERIFY(show.out.contains("Playlists:"));
+    }
+
+private:
+    std::unique_ptr<CVTestHome> m_home;
+};
+
+QTEST_GUILESS_MAIN(TestCommandLine)
 #include "tst_cli.moc"

@@ -16,8 +16,7 @@ namespace {
 
 const QString kEdgeLibrary = QStringLiteral(CORVANA_TEST_DATA "/edge-library.xml");
 
-class Host : public CVLibraryHost
-{
+class Host : public CVLibraryHost {
 public:
     bool crashed = false;
     bool quitNow = false;
@@ -53,7 +52,9 @@ void writeFile(const QString &path, const QByteArray &bytes)
 
 void setModified(const QString &path, time_t when)
 {
-    struct utimbuf times { when, when };
+    struct utimbuf times {
+        when, when
+    };
     QCOMPARE(utime(QFile::encodeName(path).constData(), &times), 0);
 }
 
@@ -65,8 +66,7 @@ QByteArray minimalLibrary(const char *name)
 
 } // namespace
 
-class TestLibraryReader : public QObject
-{
+class TestLibraryReader : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -96,7 +96,7 @@ private Q_SLOTS:
         QList<qint64> ids;
         for (const CVTrack *t : library.allTracks())
             ids.append(t->integer(CVAttr::TrackID));
-        QCOMPARE(ids, (QList<qint64> {100, 102, 104, 106, 108, 114, 116, 120}));
+        QCOMPARE(ids, (QList<qint64> { 100, 102, 104, 106, 108, 114, 116, 120 }));
 
         const CVTrack *t = trackWithID(library, 100);
         QCOMPARE(t->text(CVAttr::PersistentID), u"1111111111111111"_s);
@@ -121,12 +121,15 @@ private Q_SLOTS:
         QCOMPARE(t->text(CVAttr::SortAlbumArtist), u"the beatles"_s);
         QCOMPARE(t->text(CVAttr::SortComposer), u"lennon/mccartney"_s);
         QCOMPARE(t->text(CVAttr::SortShow), u"zzzz"_s);
-        QCOMPARE(t->date(CVAttr::DateModified), QDateTime(QDate(2009, 3, 14), QTime(21, 5, 7), Qt::UTC).toSecsSinceEpoch());
+        QCOMPARE(
+            t->date(CVAttr::DateModified), QDateTime(QDate(2009, 3, 14), QTime(21, 5, 7), Qt::UTC).toSecsSinceEpoch());
         QCOMPARE(t->date(CVAttr::LastPlayed), QDateTime(QDate(2010, 1, 2), QTime(3, 4, 5), Qt::UTC).toSecsSinceEpoch());
-        QCOMPARE(t->date(CVAttr::LastSkipped), QDateTime(QDate(2011, 1, 2), QTime(3, 4, 5), Qt::UTC).toSecsSinceEpoch());
-        QCOMPARE(t->text(CVAttr::Location), u"/Users/ann/Music/iTunes/iTunes Media/Music/The Beatles/Hey Jude/07 Hey Jude.m4a"_s);
+        QCOMPARE(
+            t->date(CVAttr::LastSkipped), QDateTime(QDate(2011, 1, 2), QTime(3, 4, 5), Qt::UTC).toSecsSinceEpoch());
+        QCOMPARE(t->text(CVAttr::Location),
+            u"/Users/ann/Music/iTunes/iTunes Media/Music/The Beatles/Hey Jude/07 Hey Jude.m4a"_s);
         QCOMPARE(t->text(CVAttr::OriginalLocation), t->text(CVAttr::Location));
-        for (CVAttr flag : {CVAttr::ItemIsSpanned, CVAttr::FullSpan, CVAttr::SymSpan, CVAttr::ItemIsRestored}) {
+        for (CVAttr flag : { CVAttr::ItemIsSpanned, CVAttr::FullSpan, CVAttr::SymSpan, CVAttr::ItemIsRestored }) {
             QVERIFY(t->has(flag));
             QVERIFY(!t->flag(flag));
         }
@@ -195,18 +198,20 @@ private Q_SLOTS:
         QStringList names;
         for (const CVPlaylist &p : library.playlists())
             names.append(p.name);
-        QCOMPARE(names, (QStringList {u"Folder A"_s, u"Folder B"_s, u"Leaf & ★ \"Quoted\""_s, u"Store Genius"_s,
-                                      u"Purchased"_s, u"Genius Mix"_s, u"Smart"_s, u"Empty"_s}));
+        QCOMPARE(names,
+            (QStringList { u"Folder A"_s, u"Folder B"_s, u"Leaf & ★ \"Quoted\""_s, u"Store Genius"_s, u"Purchased"_s,
+                u"Genius Mix"_s, u"Smart"_s, u"Empty"_s }));
 
-        const std::vector<qint64> leafTracks {100, 104};
-        for (const QString &name : {u"Folder A"_s, u"Folder B"_s, u"Leaf & ★ \"Quoted\""_s}) {
+        const std::vector<qint64> leafTracks { 100, 104 };
+        for (const QString &name : { u"Folder A"_s, u"Folder B"_s, u"Leaf & ★ \"Quoted\""_s }) {
             const CVPlaylist *p = playlistNamed(library, name);
             QCOMPARE(p->tracksPredicate.trackIDs(), leafTracks);
             QVERIFY(p->tracksPredicate.isPlaylist());
             QCOMPARE(p->tracksPredicate.cacheKey(), p->playlistPersistentID);
         }
         QCOMPARE(playlistNamed(library, u"Folder A"_s)->folder, std::optional<bool>(true));
-        QCOMPARE(playlistNamed(library, u"Folder B"_s)->parentPersistentID, std::optional<QString>(u"00000000000000FA"_s));
+        QCOMPARE(
+            playlistNamed(library, u"Folder B"_s)->parentPersistentID, std::optional<QString>(u"00000000000000FA"_s));
 
         QCOMPARE(playlistNamed(library, u"Store Genius"_s)->group, u"1 GENIUS"_s);
         QVERIFY(!playlistNamed(library, u"Store Genius"_s)->genius);
@@ -225,9 +230,9 @@ private Q_SLOTS:
     {
         const QString file = m_home->filePath(u"empty.xml"_s);
         writeFile(file,
-                  "<plist version=\"1.0\"><dict><key>Tracks</key><dict/><key>Playlists</key><array><dict>"
-                  "<key>Name</key><string>Only</string><key>Playlist Persistent ID</key><string>01</string>"
-                  "</dict></array></dict></plist>");
+            "<plist version=\"1.0\"><dict><key>Tracks</key><dict/><key>Playlists</key><array><dict>"
+            "<key>Name</key><string>Only</string><key>Playlist Persistent ID</key><string>01</string>"
+            "</dict></array></dict></plist>");
         CVLibraryManager library(m_settings.get());
         library.setLibraryFilePath(file);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -251,7 +256,8 @@ private Q_SLOTS:
         library.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         QCOMPARE(host.playerQuits, 1);
-        QCOMPARE(presenter.statusTexts.first(), u"Quitting iTunes to Save Updated Library After Crash While Spanning"_s);
+        QCOMPARE(
+            presenter.statusTexts.first(), u"Quitting iTunes to Save Updated Library After Crash While Spanning"_s);
         QVERIFY(presenter.statusTexts.contains(u"Reading iTunes Library Information"_s));
         QVERIFY(presenter.statusTexts.contains(u"Loading iTunes Library Information into Corvana"_s));
         QCOMPARE(trackWithID(library, 100)->text(CVAttr::OriginalLocation), u"/Users/ann/Old Place/Hey Jude.m4a"_s);
@@ -261,7 +267,8 @@ private Q_SLOTS:
         host.crashed = false;
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         QCOMPARE(host.playerQuits, 1);
-        QCOMPARE(trackWithID(library, 100)->text(CVAttr::OriginalLocation), trackWithID(library, 100)->text(CVAttr::Location));
+        QCOMPARE(trackWithID(library, 100)->text(CVAttr::OriginalLocation),
+            trackWithID(library, 100)->text(CVAttr::Location));
     }
 
     void choosesBetweenTheTwoDefaultFiles()
@@ -298,14 +305,14 @@ private Q_SLOTS:
         QCOMPARE(presenter.alerts.size(), 1);
         const CVAlert alert = presenter.alerts.first();
         QCOMPARE(alert.title, u"No iTunes Database Found"_s);
-        QCOMPARE(alert.text, u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
-                             "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s);
+        QCOMPARE(alert.text,
+            u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
+            "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s);
         QCOMPARE(alert.defaultButton, u"Quit"_s);
         QCOMPARE(alert.alternateButton, u"Try Again"_s);
 
         // "Try Again" twice; the file appears before the third look.
-        class AppearingPresenter : public CVTestPresenter
-        {
+        class AppearingPresenter : public CVTestPresenter {
         public:
             QString home;
             int runAlertPanel(const CVAlert &a) override
@@ -370,7 +377,7 @@ private Q_SLOTS:
             ++types[t->text(CVAttr::MediaType)];
         }
         QCOMPARE(ids.size(), result.fileTracks);
-        for (const QString &type : {u"Music"_s, u"Movies"_s, u"TV Shows"_s, u"Podcasts"_s, u"iTunes U"_s, u"Books"_s})
+        for (const QString &type : { u"Music"_s, u"Movies"_s, u"TV Shows"_s, u"Podcasts"_s, u"iTunes U"_s, u"Books"_s })
             QVERIFY2(types.value(type) > 0, qPrintable(type));
     }
 

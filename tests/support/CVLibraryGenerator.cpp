@@ -20,24 +20,79 @@ enum class Media { Music, Movie, TVShow, Podcast, ITunesU, Audiobook, BookByPlay
 // Texts that a reader must survive: quotes, stars, backslashes, slashes, entities,
 // "%", ")(" and letters in both Unicode forms.
 const char *const kArtists[] = {
-    "The Beatles", "Beyoncé", "Beyonce\xcc\x81", "Sigur Rós", "Björk", "Motörhead", "AC/DC", "Guns N' Roses",
-    "\"Weird Al\" Yankovic", "P!nk", "Ke$ha", "*NSYNC", "The The", "Back\\Slash", "Ludwig van Beethoven",
-    "Миша", "坂本龍一", "Café Tacvba", "Ólafur Arnalds", "Hüsker Dü", "The Jesus & Mary Chain", "10,000 Maniacs",
-    "¡Forward, Russia!", "50% Off", "(Paren)(Theses)", "Qu'est-ce", "...And You Will Know Us", "Zoë Keating",
-    "Mötley Crüe", "A <Tag> Band",
+    "The Beatles",
+    "Beyoncé",
+    "Beyonce\xcc\x81",
+    "Sigur Rós",
+    "Björk",
+    "Motörhead",
+    "AC/DC",
+    "Guns N' Roses",
+    "\"Weird Al\" Yankovic",
+    "P!nk",
+    "Ke$ha",
+    "*NSYNC",
+    "The The",
+    "Back\\Slash",
+    "Ludwig van Beethoven",
+    "Миша",
+    "坂本龍一",
+    "Café Tacvba",
+    "Ólafur Arnalds",
+    "Hüsker Dü",
+    "The Jesus & Mary Chain",
+    "10,000 Maniacs",
+    "¡Forward, Russia!",
+    "50% Off",
+    "(Paren)(Theses)",
+    "Qu'est-ce",
+    "...And You Will Know Us",
+    "Zoë Keating",
+    "Mötley Crüe",
+    "A <Tag> Band",
 };
 const char *const kWords[] = {
-    "Love", "Night", "Blue", "Song", "River", "Light", "Heart", "Dream", "Road", "Fire", "Rain", "Time", "Home",
-    "Star", "Summer", "Déjà", "Vu", "Naïve", "Über", "Señor", "Ångström", "Fjörd", "O'Brien", "Rock'n'Roll",
-    "*Live*", "Why?", "50%", "A/B", "C:\\D", "\"Quoted\"", "Zwölf", "Çà", "Ева", "東京",
+    "Love",
+    "Night",
+    "Blue",
+    "Song",
+    "River",
+    "Light",
+    "Heart",
+    "Dream",
+    "Road",
+    "Fire",
+    "Rain",
+    "Time",
+    "Home",
+    "Star",
+    "Summer",
+    "Déjà",
+    "Vu",
+    "Naïve",
+    "Über",
+    "Señor",
+    "Ångström",
+    "Fjörd",
+    "O'Brien",
+    "Rock'n'Roll",
+    "*Live*",
+    "Why?",
+    "50%",
+    "A/B",
+    "C:\\D",
+    "\"Quoted\"",
+    "Zwölf",
+    "Çà",
+    "Ева",
+    "東京",
 };
-const char *const kGenres[] = {"Rock", "Pop", "Jazz", "Classical", "Electronic", "Hip-Hop", "Folk", "Metal",
-                               "R&B", "Soundtrack", "World", "Alternative & Punk", "Blues", "Country"};
-const char *const kKinds[] = {"AAC audio file", "MPEG audio file", "Apple Lossless audio file",
-                              "Purchased AAC audio file"};
+const char *const kGenres[] = { "Rock", "Pop", "Jazz", "Classical", "Electronic", "Hip-Hop", "Folk", "Metal", "R&B",
+    "Soundtrack", "World", "Alternative & Punk", "Blues", "Country" };
+const char *const kKinds[]
+    = { "AAC audio file", "MPEG audio file", "Apple Lossless audio file", "Purchased AAC audio file" };
 
-struct Writer
-{
+struct Writer {
     std::string out;
 
     void raw(const char *s) { out += s; }
@@ -58,7 +113,13 @@ struct Writer
         }
         return r;
     }
-    void key(const char *indent, const char *k) { out += indent; out += "<key>"; out += k; out += "</key>"; }
+    void key(const char *indent, const char *k)
+    {
+        out += indent;
+        out += "<key>";
+        out += k;
+        out += "</key>";
+    }
     void integer(const char *indent, const char *k, long long v)
     {
         key(indent, k);
@@ -164,8 +225,7 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
     w.key("\t", "Tracks");
     w.raw("\n\t<dict>\n");
 
-    struct TrackFacts
-    {
+    struct TrackFacts {
         int id;
         Media media;
         bool file;
@@ -276,15 +336,16 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
         } else {
             w.string(in, "Artist", shownArtist);
             if (compilation || chance(30))
-                w.string(in, "Album Artist", compilation ? std::string("Various Artists") : artistNames[std::size_t(artist)]);
+                w.string(in, "Album Artist",
+                    compilation ? std::string("Various Artists") : artistNames[std::size_t(artist)]);
             w.string(in, "Album", albumName);
         }
         if (chance(30))
             w.string(in, "Composer", artistNames[std::size_t(pick(artists))]);
-        const char *genreName = media == Media::Podcast   ? "Podcast"
-            : media == Media::Audiobook                    ? "Audiobook"
-            : media == Media::ITunesU                      ? "Education"
-                                                           : kGenres[genre];
+        const char *genreName = media == Media::Podcast ? "Podcast"
+            : media == Media::Audiobook                 ? "Audiobook"
+            : media == Media::ITunesU                   ? "Education"
+                                                        : kGenres[genre];
         w.string(in, "Genre", genreName);
         w.string(in, "Kind", media == Media::Movie || media == Media::TVShow ? "MPEG-4 video file" : kKinds[genre % 4]);
         if (chance(15))
@@ -303,18 +364,17 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
             w.string(in, "Location", "http://radio.example.invalid/stream" + std::to_string(i) + ".m3u");
         } else if (!noLocation) {
             const bool onSecondDrive = pick(10) == 0;
-            const char *folder = media == Media::Movie ? "Movies"
-                : media == Media::TVShow               ? "TV Shows"
-                : media == Media::Podcast              ? "Podcasts"
-                : media == Media::ITunesU              ? "iTunes U"
+            const char *folder = media == Media::Movie                        ? "Movies"
+                : media == Media::TVShow                                      ? "TV Shows"
+                : media == Media::Podcast                                     ? "Podcasts"
+                : media == Media::ITunesU                                     ? "iTunes U"
                 : media == Media::Audiobook || media == Media::BookByPlaylist ? "Audiobooks"
-                                                                               : "Music";
+                                                                              : "Music";
             QString base = (onSecondDrive ? secondDrive + u"/Music"_s : mediaFolder) + u'/' + QString::fromUtf8(folder);
             const std::string artistFolder = folderName(compilation ? "Compilations" : shownArtist);
             QString path = base + u'/' + QString::fromStdString(artistFolder) + u'/'
-                + QString::fromStdString(folderName(albumName)) + u'/'
-                + QString::asprintf("%02d ", trackNumber) + QString::fromStdString(folderName(name))
-                + QString::asprintf(" %d", id)
+                + QString::fromStdString(folderName(albumName)) + u'/' + QString::asprintf("%02d ", trackNumber)
+                + QString::fromStdString(folderName(name)) + QString::asprintf(" %d", id)
                 + (media == Media::Movie || media == Media::TVShow ? u".m4v"_s : u".m4a"_s);
             // Files written on a Mac carry decomposed letters in their names.
             if (chance(20))
@@ -336,50 +396,51 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
         }
         w.raw("\t\t</dict>\n");
         (file ? res.fileTracks : res.otherTracks)++;
-        facts.push_back({id, media, file, album, genre});
+        facts.push_back({ id, media, file, album, genre });
     }
     w.raw("\t</dict>\n");
 
     // Playlists: the built-in ones first, as the player writes them.
     w.key("\t", "Playlists");
     w.raw("\n\t<array>\n");
-    auto playlist = [&](const std::string &name, const std::string &pid, const std::string &parent,
-                        const std::vector<std::pair<const char *, long long>> &ints,
-                        const std::vector<const char *> &flags, bool folder, bool smart,
-                        const std::vector<int> &items, bool counts) {
-        const char *const p = "\t\t\t";
-        w.raw("\t\t<dict>\n");
-        w.string(p, "Name", name);
-        for (const auto &[k, v] : ints)
-            w.integer(p, k, v);
-        w.string(p, "Playlist Persistent ID", pid);
-        if (!parent.empty())
-            w.string(p, "Parent Persistent ID", parent);
-        for (const char *f : flags)
-            w.flag(p, f, std::string(f) != "Visible" ? true : false);
-        if (folder)
-            w.flag(p, "Folder", true);
-        w.flag(p, "All Items", true);
-        if (smart) {
-            w.key(p, "Smart Info");
-            w.raw("\n\t\t\t<data>\n\t\t\tAQEAAwAAAAIAAAAZAAAAAAAAAAcAAAABAAAAAAAAAAAAAAAAAAAAAAAA\n\t\t\tAAAAAA==\n\t\t\t</data>\n");
-            w.key(p, "Smart Criteria");
-            w.raw("\n\t\t\t<data>\n\t\t\tU0xzdAABAAEAAAACAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA\n\t\t\t</data>\n");
-        }
-        if (!items.empty()) {
-            w.key(p, "Playlist Items");
-            w.raw("\n\t\t\t<array>\n");
-            for (int id : items) {
-                w.raw("\t\t\t\t<dict>\n");
-                w.integer("\t\t\t\t\t", "Track ID", id);
-                w.raw("\t\t\t\t</dict>\n");
-            }
-            w.raw("\t\t\t</array>\n");
-        }
-        w.raw("\t\t</dict>\n");
-        if (counts)
-            ++res.playlists;
-    };
+    auto playlist
+        = [&](const std::string &name, const std::string &pid, const std::string &parent,
+              const std::vector<std::pair<const char *, long long>> &ints, const std::vector<const char *> &flags,
+              bool folder, bool smart, const std::vector<int> &items, bool counts) {
+              const char *const p = "\t\t\t";
+              w.raw("\t\t<dict>\n");
+              w.string(p, "Name", name);
+              for (const auto &[k, v] : ints)
+                  w.integer(p, k, v);
+              w.string(p, "Playlist Persistent ID", pid);
+              if (!parent.empty())
+                  w.string(p, "Parent Persistent ID", parent);
+              for (const char *f : flags)
+                  w.flag(p, f, std::string(f) != "Visible" ? true : false);
+              if (folder)
+                  w.flag(p, "Folder", true);
+              w.flag(p, "All Items", true);
+              if (smart) {
+                  w.key(p, "Smart Info");
+                  w.raw("\n\t\t\t<data>\n\t\t\tAQEAAwAAAAIAAAAZAAAAAAAAAAcAAAABAAAAAAAAAAAAAAAAAAAAAAAA\n\t\t\tAAAAAA=="
+                        "\n\t\t\t</data>\n");
+                  w.key(p, "Smart Criteria");
+                  w.raw("\n\t\t\t<data>\n\t\t\tU0xzdAABAAEAAAACAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA\n\t\t\t</data>\n");
+              }
+              if (!items.empty()) {
+                  w.key(p, "Playlist Items");
+                  w.raw("\n\t\t\t<array>\n");
+                  for (int id : items) {
+                      w.raw("\t\t\t\t<dict>\n");
+                      w.integer("\t\t\t\t\t", "Track ID", id);
+                      w.raw("\t\t\t\t</dict>\n");
+                  }
+                  w.raw("\t\t\t</array>\n");
+              }
+              w.raw("\t\t</dict>\n");
+              if (counts)
+                  ++res.playlists;
+          };
     auto idsWhere = [&](auto predicate) {
         std::vector<int> ids;
         for (const TrackFacts &f : facts)
@@ -388,43 +449,45 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
         return ids;
     };
     auto any = [](const TrackFacts &) { return true; };
-    playlist("Library", hexID(rng), "", {{"Playlist ID", 1}}, {"Master", "Visible"}, false, false, idsWhere(any), false);
-    playlist("Music", hexID(rng), "", {{"Playlist ID", 2}, {"Distinguished Kind", 4}}, {"Music"}, false, true,
-             idsWhere([](const TrackFacts &f) { return f.media == Media::Music; }), false);
-    playlist("Movies", hexID(rng), "", {{"Playlist ID", 3}, {"Distinguished Kind", 2}}, {"Movies"}, false, true,
-             idsWhere([](const TrackFacts &f) { return f.media == Media::Movie; }), false);
-    playlist("TV Shows", hexID(rng), "", {{"Playlist ID", 4}, {"Distinguished Kind", 3}}, {"TV Shows"}, false, true,
-             idsWhere([](const TrackFacts &f) { return f.media == Media::TVShow; }), false);
-    playlist("Podcasts", hexID(rng), "", {{"Playlist ID", 5}, {"Distinguished Kind", 10}}, {"Podcasts"}, false, true,
-             idsWhere([](const TrackFacts &f) { return f.media == Media::Podcast; }), false);
-    playlist("Audiobooks", hexID(rng), "", {{"Playlist ID", 6}, {"Distinguished Kind", 5}}, {"Audiobooks"}, false,
-             true, idsWhere([](const TrackFacts &f) {
-                 return f.media == Media::Audiobook || f.media == Media::BookByPlaylist;
-             }), false);
-    playlist("Party Shuffle", hexID(rng), "", {{"Playlist ID", 7}}, {"Party Shuffle"}, false, false, {}, false);
-    playlist("Purchased", hexID(rng), "", {{"Playlist ID", 8}, {"Distinguished Kind", 19}}, {}, false, false,
-             idsWhere([](const TrackFacts &f) { return f.id % 50 == 0; }), true);
+    playlist("Library", hexID(rng), "", { { "Playlist ID", 1 } }, { "Master", "Visible" }, false, false, idsWhere(any),
+        false);
+    playlist("Music", hexID(rng), "", { { "Playlist ID", 2 }, { "Distinguished Kind", 4 } }, { "Music" }, false, true,
+        idsWhere([](const TrackFacts &f) { return f.media == Media::Music; }), false);
+    playlist("Movies", hexID(rng), "", { { "Playlist ID", 3 }, { "Distinguished Kind", 2 } }, { "Movies" }, false, true,
+        idsWhere([](const TrackFacts &f) { return f.media == Media::Movie; }), false);
+    playlist("TV Shows", hexID(rng), "", { { "Playlist ID", 4 }, { "Distinguished Kind", 3 } }, { "TV Shows" }, false,
+        true, idsWhere([](const TrackFacts &f) { return f.media == Media::TVShow; }), false);
+    playlist("Podcasts", hexID(rng), "", { { "Playlist ID", 5 }, { "Distinguished Kind", 10 } }, { "Podcasts" }, false,
+        true, idsWhere([](const TrackFacts &f) { return f.media == Media::Podcast; }), false);
+    playlist("Audiobooks", hexID(rng), "", { { "Playlist ID", 6 }, { "Distinguished Kind", 5 } }, { "Audiobooks" },
+        false, true,
+        idsWhere([](const TrackFacts &f) { return f.media == Media::Audiobook || f.media == Media::BookByPlaylist; }),
+        false);
+    playlist("Party Shuffle", hexID(rng), "", { { "Playlist ID", 7 } }, { "Party Shuffle" }, false, false, {}, false);
+    playlist("Purchased", hexID(rng), "", { { "Playlist ID", 8 }, { "Distinguished Kind", 19 } }, {}, false, false,
+        idsWhere([](const TrackFacts &f) { return f.id % 50 == 0; }), true);
 
     // Folders nested three deep, with playlists at every level.
     const std::string outer = hexID(rng), inner = hexID(rng), innermost = hexID(rng);
-    playlist("Collections", outer, "", {{"Playlist ID", 20}}, {}, true, false, {}, true);
-    playlist("Decades", inner, outer, {{"Playlist ID", 21}}, {}, true, false, {}, true);
-    playlist("Only Folders Inside", innermost, inner, {{"Playlist ID", 22}}, {}, true, false, {}, true);
-    playlist("'60s \"Gold\"", hexID(rng), innermost, {{"Playlist ID", 23}}, {}, false, false,
-             idsWhere([&](const TrackFacts &f) { return f.file && f.album % 66 < 10; }), true);
-    playlist("Rock*Star", hexID(rng), inner, {{"Playlist ID", 24}}, {}, false, false,
-             idsWhere([](const TrackFacts &f) { return f.genre == 0 && f.media == Media::Music; }), true);
-    playlist("Jazz \\ Blues", hexID(rng), outer, {{"Playlist ID", 25}}, {}, false, true,
-             idsWhere([](const TrackFacts &f) { return f.genre == 2 || f.genre == 12; }), true);
-    playlist("Genius Mix", hexID(rng), "", {{"Playlist ID", 30}, {"Distinguished Kind", 26}}, {}, false, false,
-             idsWhere([](const TrackFacts &f) { return f.id % 7 == 0; }), true);
-    playlist("Genius: Love Song", hexID(rng), "", {{"Playlist ID", 31}, {"Genius Track ID", 1000}}, {}, false, false,
-             idsWhere([](const TrackFacts &f) { return f.id % 11 == 0; }), true);
-    playlist("Store Genius", hexID(rng), "", {{"Playlist ID", 32}, {"Distinguished Kind", 20}, {"Genius Track ID", 1002}},
-             {}, false, false, idsWhere([](const TrackFacts &f) { return f.id % 13 == 0; }), true);
-    playlist("Recently Added", hexID(rng), "", {{"Playlist ID", 33}}, {}, false, true,
-             idsWhere([&](const TrackFacts &f) { return f.id >= 1000 + 2 * (int(facts.size()) - 25); }), true);
-    playlist("Empty ☆ Playlist", hexID(rng), "", {{"Playlist ID", 34}}, {}, false, false, {}, true);
+    playlist("Collections", outer, "", { { "Playlist ID", 20 } }, {}, true, false, {}, true);
+    playlist("Decades", inner, outer, { { "Playlist ID", 21 } }, {}, true, false, {}, true);
+    playlist("Only Folders Inside", innermost, inner, { { "Playlist ID", 22 } }, {}, true, false, {}, true);
+    playlist("'60s \"Gold\"", hexID(rng), innermost, { { "Playlist ID", 23 } }, {}, false, false,
+        idsWhere([&](const TrackFacts &f) { return f.file && f.album % 66 < 10; }), true);
+    playlist("Rock*Star", hexID(rng), inner, { { "Playlist ID", 24 } }, {}, false, false,
+        idsWhere([](const TrackFacts &f) { return f.genre == 0 && f.media == Media::Music; }), true);
+    playlist("Jazz \\ Blues", hexID(rng), outer, { { "Playlist ID", 25 } }, {}, false, true,
+        idsWhere([](const TrackFacts &f) { return f.genre == 2 || f.genre == 12; }), true);
+    playlist("Genius Mix", hexID(rng), "", { { "Playlist ID", 30 }, { "Distinguished Kind", 26 } }, {}, false, false,
+        idsWhere([](const TrackFacts &f) { return f.id % 7 == 0; }), true);
+    playlist("Genius: Love Song", hexID(rng), "", { { "Playlist ID", 31 }, { "Genius Track ID", 1000 } }, {}, false,
+        false, idsWhere([](const TrackFacts &f) { return f.id % 11 == 0; }), true);
+    playlist("Store Genius", hexID(rng), "",
+        { { "Playlist ID", 32 }, { "Distinguished Kind", 20 }, { "Genius Track ID", 1002 } }, {}, false, false,
+        idsWhere([](const TrackFacts &f) { return f.id % 13 == 0; }), true);
+    playlist("Recently Added", hexID(rng), "", { { "Playlist ID", 33 } }, {}, false, true,
+        idsWhere([&](const TrackFacts &f) { return f.id >= 1000 + 2 * (int(facts.size()) - 25); }), true);
+    playlist("Empty ☆ Playlist", hexID(rng), "", { { "Playlist ID", 34 } }, {}, false, false, {}, true);
     w.raw("\t</array>\n</dict>\n</plist>\n");
 
     QDir().mkpath(QFileInfo(libraryFile).path());

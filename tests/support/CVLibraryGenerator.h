@@ -8,8 +8,7 @@
 // kind, compilations, album artists, TV seasons, names in NFC and NFD, quotes, stars,
 // backslashes and slashes in tags, tracks on other drives, streams, nested folders,
 // smart and Genius playlists and the hidden built-in ones. Deterministic for a seed.
-struct CVLibraryGeneratorOptions
-{
+struct CVLibraryGeneratorOptions {
     int tracks = 1000;
     std::uint64_t seed = 1;
     // Where the media folder lies; "<mediaRoot>/iTunes Media" becomes the "Music Folder".
@@ -20,16 +19,14 @@ struct CVLibraryGeneratorOptions
     bool createMediaFiles = false;
 };
 
-struct CVLibraryGeneratorResult
-{
+struct CVLibraryGeneratorResult {
     int fileTracks = 0; // tracks of type "File" with a location
     int otherTracks = 0; // streams and tracks without a file
     int playlists = 0; // records the reader makes (built-in ones excluded)
     qint64 bytes = 0;
 };
 
-class CVLibraryGenerator
-{
+class CVLibraryGenerator {
 public:
     explicit CVLibraryGenerator(CVLibraryGeneratorOptions options);
     // False with errorString() when the file or a media file could not be written.

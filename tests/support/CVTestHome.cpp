@@ -7,13 +7,13 @@ using namespace Qt::StringLiterals;
 CVTestHome::CVTestHome()
 {
     const QList<QPair<QByteArray, QString>> vars = {
-        {"HOME", u""_s},
-        {"XDG_CONFIG_HOME", u"/.config"_s},
-        {"XDG_DATA_HOME", u"/.local/share"_s},
-        {"XDG_CACHE_HOME", u"/.cache"_s},
+        { "HOME", u""_s },
+        { "XDG_CONFIG_HOME", u"/.config"_s },
+        { "XDG_DATA_HOME", u"/.local/share"_s },
+        { "XDG_CACHE_HOME", u"/.cache"_s },
     };
     for (const auto &[name, sub] : vars) {
-        m_saved.append({name, qgetenv(name.constData())});
+        m_saved.append({ name, qgetenv(name.constData()) });
         const QString folder = m_dir.path() + sub;
         QDir().mkpath(folder);
         qputenv(name.constData(), QFile::encodeName(folder));

@@ -8,8 +8,7 @@
 
 // A fresh home with its own XDG folders for one test: nothing touches the real user's
 // files or settings. The environment is put back when it goes.
-class CVTestHome
-{
+class CVTestHome {
 public:
     CVTestHome();
     ~CVTestHome();

@@ -6,8 +6,7 @@
 #include <QStringList>
 
 // A presenter that tests answer in advance and read back.
-class CVTestPresenter : public CVPresenter
-{
+class CVTestPresenter : public CVPresenter {
 public:
     // The next alert gets this answer; with none queued, the default button.
     void queueAnswer(int answer) { m_answers.append(answer); }

@@ -20,7 +20,7 @@ int main(int argc, char *argv[])
     const QCommandLineOption mediaRoot(u"media-root"_s, u"Folder that holds \"iTunes Media\"."_s, u"DIR"_s);
     const QCommandLineOption secondDrive(u"second-drive"_s, u"Drive root for a tenth of the tracks."_s, u"DIR"_s);
     const QCommandLineOption createMedia(u"create-media"_s, u"Write a small media file for every file track."_s);
-    parser.addOptions({tracks, seed, mediaRoot, secondDrive, createMedia});
+    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia });
     parser.addPositionalArgument(u"file"_s, u"The library file to write."_s);
     parser.process(app);
     if (parser.positionalArguments().size() != 1) {
@@ -42,6 +42,6 @@ int main(int argc, char *argv[])
         return 1;
     }
     std::printf("{\"fileTracks\": %d, \"otherTracks\": %d, \"playlists\": %d, \"bytes\": %lld}\n", result.fileTracks,
-                result.otherTracks, result.playlists, result.bytes);
+        result.otherTracks, result.playlists, result.bytes);
     return 0;
 }
