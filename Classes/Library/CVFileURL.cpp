@@ -1,6 +1,7 @@
 #include "Library/CVFileURL.h"
 
 #include <QByteArray>
+#include <QStringDecoder>
 
 #include <string>
 
@@ -31,45 +32,6 @@ int hexValue(char c)
     return -1;
 }
 
-bool isValidUtf8(std::string_view s)
-{
-    std::size_t i = 0;
-    while (i < s.size()) {
-        const auto c = static_cast<unsigned char>(s[i]);
-        if (c < 0x80) {
-            ++i;
-            continue;
-        }
-        int extra;
-        char32_t cp;
-        if ((c & 0xE0) == 0xC0) {
-            extra = 1;
-            cp = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            extra = 2;
-            cp = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            extra = 3;
-            cp = c & 0x07;
-        } else {
-            return false;
-        }
-        if (i + std::size_t(extra) >= s.size())
-            return false;
-        for (int k = 1; k <= extra; ++k) {
-            const auto cc = static_cast<unsigned char>(s[i + std::size_t(k)]);
-            if ((cc & 0xC0) != 0x80)
-                return false;
-            cp = (cp << 6) | (cc & 0x3F);
-        }
-        if ((extra == 1 && cp < 0x80) || (extra == 2 && cp < 0x800) || (extra == 3 && cp < 0x10000) || cp > 0x10FFFF
-            || (cp >= 0xD800 && cp <= 0xDFFF))
-            return false;
-        i += std::size_t(extra) + 1;
-    }
-    return true;
-}
-
 } // namespace
 
 std::optional<QString> CVFileURL::pathFromFileURL(std::string_view url)
@@ -87,37 +49,49 @@ std::optional<QString> CVFileURL::pathFromFileURL(std::string_view url)
             return std::nullopt;
         rest.remove_prefix(slash);
     }
-    // The path ends where a query or a fragment begins.
-    const std::size_t end = rest.find_first_of("?#");
-    if (end != std::string_view::npos)
-        rest = rest.substr(0, end);
     if (rest.empty() || rest[0] != '/')
         return std::nullopt;
 
-    std::string decoded;
-    std::string_view path = rest;
-    if (rest.find('%') != std::string_view::npos) {
-        decoded.resize(rest.size());
-        char *out = decoded.data();
-        for (std::size_t i = 0; i < rest.size(); ++i) {
-            int hi, lo;
-            if (rest[i] == '%' && i + 2 < rest.size() && (hi = hexValue(rest[i + 1])) >= 0
-                && (lo = hexValue(rest[i + 2])) >= 0) {
-                *out++ = char(hi * 16 + lo);
-                i += 2;
-            } else {
-                // A stray "%" stays itself, as a tolerant URL parser reads it.
-                *out++ = rest[i];
-            }
-        }
-        decoded.resize(std::size_t(out - decoded.data()));
-        path = decoded;
+    // One pass: decode escapes, stop at a query or fragment, note NULs and non-ASCII bytes.
+    // Every location of the library comes through here.
+    char stack[512];
+    std::string heap;
+    char *out = stack;
+    if (rest.size() > sizeof stack) {
+        heap.resize(rest.size());
+        out = heap.data();
     }
-    if (path.find('\0') != std::string_view::npos || !isValidUtf8(path))
+    const char *const begin = out;
+    unsigned char high = 0;
+    bool nul = false;
+    for (std::size_t i = 0; i < rest.size(); ++i) {
+        char c = rest[i];
+        if (c == '?' || c == '#')
+            break;
+        int hi, lo;
+        // A stray "%" stays itself, as a tolerant URL parser reads it.
+        if (c == '%' && i + 2 < rest.size() && (hi = hexValue(rest[i + 1])) >= 0 && (lo = hexValue(rest[i + 2])) >= 0) {
+            c = char(hi * 16 + lo);
+            i += 2;
+        }
+        high |= static_cast<unsigned char>(c);
+        nul |= c == '\0';
+        *out++ = c;
+    }
+    std::size_t length = std::size_t(out - begin);
+    if (nul)
         return std::nullopt;
-    if (path.size() > 1 && path.back() == '/')
-        path.remove_suffix(1);
-    return QString::fromUtf8(path.data(), qsizetype(path.size()));
+    if (length > 1 && begin[length - 1] == '/')
+        --length;
+    const QByteArrayView bytes(begin, qsizetype(length));
+    if (high < 0x80)
+        return QString::fromLatin1(bytes);
+    // A name that is not UTF-8 cannot be told to the player again: no location rather than a wrong one.
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString result = decoder.decode(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    return result;
 }
 
 QByteArray CVFileURL::fileURLFromPath(const QString &path)

@@ -5,6 +5,8 @@
 #include <QDateTime>
 
 #include <cmath>
+#include <cstdio>
+#include <ctime>
 
 using namespace Qt::StringLiterals;
 
@@ -77,7 +79,21 @@ QString CVFormatters::humanReadableTimeFromMilliseconds(double m, bool roundOffT
 
 QString CVFormatters::formatDate(qint64 secondsSinceEpoch)
 {
-    return QDateTime::fromSecsSinceEpoch(secondsSinceEpoch).toString(u"MM/dd/yyyy hh:mm:ss AP"_s);
+    // The C library's conversion: a track list shows thousands of these while scrolling.
+    static const bool zoneRead = [] {
+        tzset();
+        return true;
+    }();
+    Q_UNUSED(zoneRead)
+    const time_t t = time_t(secondsSinceEpoch);
+    struct tm local { };
+    if (!localtime_r(&t, &local))
+        return {};
+    const int hour12 = local.tm_hour % 12 == 0 ? 12 : local.tm_hour % 12;
+    char text[48];
+    std::snprintf(text, sizeof text, "%02d/%02d/%04d %02d:%02d:%02d %s", local.tm_mon + 1, local.tm_mday,
+        local.tm_year + 1900, hour12, local.tm_min, local.tm_sec, local.tm_hour < 12 ? "AM" : "PM");
+    return QString::fromLatin1(text);
 }
 
 QString CVFormatters::customSortString(const QString &sortValue, const QString &value)

@@ -205,10 +205,13 @@ std::optional<QString> textOf(const CVPlistReader &r)
 }
 
 // The sort sources of one track: the plain value and the file's "Sort ..." value.
+// Interned sources keep their sort string on their interner entry, so it is worked out
+// once per distinct text.
 struct SortSources {
     QString value;
     QString sortValue;
-    bool interned = false; // the chosen source is shared, so its sort string can be memoised
+    CVStringInterner::Entry *valueEntry = nullptr;
+    CVStringInterner::Entry *sortEntry = nullptr;
 };
 
 enum SortField {
@@ -295,7 +298,6 @@ bool CVLibraryFileReader::failFrom(const CVPlistReader &reader)
 bool CVLibraryFileReader::read(CVPlistReader &reader, CVLibraryContents &out, QIODevice *device)
 {
     out = CVLibraryContents();
-    m_sortMemo.clear();
     m_lastInterned = {};
     m_bookTrackIDs.clear();
     m_libraryPersistentID.clear();
@@ -356,7 +358,6 @@ bool CVLibraryFileReader::read(CVPlistReader &reader, CVLibraryContents &out, QI
     }
     if (m_options.progress)
         m_options.progress(m_total, m_total);
-    m_sortMemo.clear();
     return true;
 }
 
@@ -400,33 +401,32 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
     auto setInterned = [&](CVAttr attr, int sortField) {
         if (reader.token() == Token::String) {
             // Neighbouring tracks mostly share artist, album and genre: try the last one first.
-            const CVStringInterner::Entry *&last = m_lastInterned[std::size_t(attr)];
+            CVStringInterner::Entry *&last = m_lastInterned[std::size_t(attr)];
             const std::string_view text = reader.text();
             if (!last || last->first != text)
                 last = &interner.entry(text);
-            const QString &s = last->second;
-            track.setText(attr, s);
+            track.setText(attr, last->second);
             if (sortField >= 0) {
-                sort[sortField].value = s;
-                sort[sortField].interned = sort[sortField].sortValue.isNull();
+                sort[sortField].value = last->second;
+                sort[sortField].valueEntry = last;
             }
         } else if (auto s = textOf(reader)) {
             track.setText(attr, *s);
             if (sortField >= 0) {
                 sort[sortField].value = *s;
-                sort[sortField].interned = false;
+                sort[sortField].valueEntry = nullptr;
             }
         }
     };
     auto setSortSource = [&](int sortField, bool intern) {
-        const bool shared = intern && reader.token() == Token::String;
-        if (shared)
-            sort[sortField].sortValue = interner.intern(reader.text());
-        else if (auto s = textOf(reader))
+        if (intern && reader.token() == Token::String) {
+            CVStringInterner::Entry &e = interner.entry(reader.text());
+            sort[sortField].sortValue = e.second;
+            sort[sortField].sortEntry = &e;
+        } else if (auto s = textOf(reader)) {
             sort[sortField].sortValue = *s;
-        else
-            return;
-        sort[sortField].interned = shared;
+            sort[sortField].sortEntry = nullptr;
+        }
     };
     auto setInteger = [&](CVAttr attr) {
         if (const auto v = integerOf(reader))
@@ -644,13 +644,11 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
     track.setText(CVAttr::MediaType, *type);
 
     for (int f = 0; f < SortFieldCount; ++f) {
-        const QString &source = !sort[f].sortValue.isNull() ? sort[f].sortValue : sort[f].value;
-        if (sort[f].interned && !source.isNull()) {
-            // Interned texts live as long as the read, so their address identifies them.
-            auto it = m_sortMemo.constFind(source.constData());
-            if (it == m_sortMemo.cend())
-                it = m_sortMemo.insert(source.constData(), CVFormatters::customSortString(source, QString()));
-            track.setText(kSortTargets[f], *it);
+        CVStringInterner::Entry *entry = !sort[f].sortValue.isNull() ? sort[f].sortEntry : sort[f].valueEntry;
+        if (entry) {
+            if (entry->derived.isNull())
+                entry->derived = CVFormatters::customSortString(entry->second, QString());
+            track.setText(kSortTargets[f], entry->derived);
         } else {
             track.setText(kSortTargets[f], CVFormatters::customSortString(sort[f].sortValue, sort[f].value));
         }

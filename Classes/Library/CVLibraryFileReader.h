@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Library/CVPlaylist.h"
+#include "Library/CVStringInterner.h"
 #include "Library/CVTrack.h"
 
 #include <QHash>
@@ -14,7 +15,6 @@
 
 class QIODevice;
 class CVPlistReader;
-class CVStringInterner;
 
 // What one read of the player's library file yields. The deque keeps every track at a
 // fixed address, so lists of the program can point into it.
@@ -62,7 +62,7 @@ private:
     QString m_error;
     QString m_libraryPersistentID;
     std::vector<qint64> m_bookTrackIDs;
-    QHash<const QChar *, QString> m_sortMemo;
-    std::array<const std::pair<const std::string, QString> *, kCVTextSlots> m_lastInterned {};
+    // The last interned text of each attribute: neighbouring tracks mostly share them.
+    std::array<CVStringInterner::Entry *, kCVTextSlots> m_lastInterned {};
     qint64 m_total = 0;
 };

@@ -2,8 +2,13 @@
 
 #include <QIODevice>
 
+#include <array>
 #include <charconv>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 using namespace Qt::StringLiterals;
 
@@ -11,15 +16,28 @@ namespace {
 
 constexpr std::size_t kMaxDepth = 512;
 
+// Character classes by table: these run for every byte of every tag.
+enum : unsigned char { Space = 1, NameChar = 2 };
+
+constexpr std::array<unsigned char, 256> kClasses = [] {
+    std::array<unsigned char, 256> t {};
+    for (char c : { ' ', '\n', '\r', '\t' })
+        t[static_cast<unsigned char>(c)] = Space;
+    for (int c = 0; c < 256; ++c)
+        if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_'
+            || c == ':' || c == '.')
+            t[std::size_t(c)] = NameChar;
+    return t;
+}();
+
 bool isSpace(char c)
 {
-    return c == ' ' || c == '\n' || c == '\r' || c == '\t';
+    return kClasses[static_cast<unsigned char>(c)] == Space;
 }
 
 bool isNameChar(char c)
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_'
-        || c == ':' || c == '.';
+    return kClasses[static_cast<unsigned char>(c)] == NameChar;
 }
 
 std::string_view trimmed(std::string_view s)
@@ -131,13 +149,76 @@ bool parseDate(std::string_view s, qint64 &out)
     return true;
 }
 
-// One pass instead of find_first_of, which runs a search of the set for every byte.
-bool needsDecoding(std::string_view s)
+// The end of a text run: the first '<' from p on, or end. Also tells whether an entity or
+// a carriage return came before it, which is when the text needs decoding. Sixteen bytes
+// at a time: most of a library file is short texts between tags.
+const char *scanText(const char *p, const char *end, bool &special)
 {
-    for (char c : s)
-        if (c == '&' || c == '\r')
-            return true;
-    return false;
+#if defined(__SSE2__)
+    const __m128i lt = _mm_set1_epi8('<');
+    const __m128i amp = _mm_set1_epi8('&');
+    const __m128i cr = _mm_set1_epi8('\r');
+    while (end - p >= 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const unsigned stop = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, lt)));
+        const unsigned odd
+            = unsigned(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(chunk, amp), _mm_cmpeq_epi8(chunk, cr))));
+        if (stop) {
+            const unsigned at = unsigned(__builtin_ctz(stop));
+            if (odd & ((1u << at) - 1))
+                special = true;
+            return p + at;
+        }
+        if (odd)
+            special = true;
+        p += 16;
+    }
+#endif
+    for (; p < end; ++p) {
+        if (*p == '<')
+            return p;
+        if (*p == '&' || *p == '\r')
+            special = true;
+    }
+    return end;
+}
+
+enum class Tag { Unknown, Plist, Dict, Array, Key, String, Integer, Real, True, False, Date, Data };
+
+// By length and first letter: one comparison per tag instead of a chain of them.
+Tag classify(std::string_view n)
+{
+    switch (n.size()) {
+    case 3:
+        return std::memcmp(n.data(), "key", 3) == 0 ? Tag::Key : Tag::Unknown;
+    case 4:
+        switch (n[0]) {
+        case 'd':
+            if (std::memcmp(n.data(), "dict", 4) == 0)
+                return Tag::Dict;
+            if (std::memcmp(n.data(), "date", 4) == 0)
+                return Tag::Date;
+            return std::memcmp(n.data(), "data", 4) == 0 ? Tag::Data : Tag::Unknown;
+        case 'r':
+            return std::memcmp(n.data(), "real", 4) == 0 ? Tag::Real : Tag::Unknown;
+        case 't':
+            return std::memcmp(n.data(), "true", 4) == 0 ? Tag::True : Tag::Unknown;
+        default:
+            return Tag::Unknown;
+        }
+    case 5:
+        if (std::memcmp(n.data(), "array", 5) == 0)
+            return Tag::Array;
+        if (std::memcmp(n.data(), "false", 5) == 0)
+            return Tag::False;
+        return std::memcmp(n.data(), "plist", 5) == 0 ? Tag::Plist : Tag::Unknown;
+    case 6:
+        return std::memcmp(n.data(), "string", 6) == 0 ? Tag::String : Tag::Unknown;
+    case 7:
+        return std::memcmp(n.data(), "integer", 7) == 0 ? Tag::Integer : Tag::Unknown;
+    default:
+        return Tag::Unknown;
+    }
 }
 
 bool isBase64Text(std::string_view s)
@@ -332,8 +413,9 @@ CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)
             return Step::Done;
         }
         const Frame frame = m_stack.back();
-        const bool matches = (frame == Frame::Dict && name == "dict") || (frame == Frame::Array && name == "array")
-            || (frame == Frame::Plist && name == "plist");
+        const Tag tag = classify(name);
+        const bool matches = (frame == Frame::Dict && tag == Tag::Dict) || (frame == Frame::Array && tag == Tag::Array)
+            || (frame == Frame::Plist && tag == Tag::Plist);
         if (!matches) {
             fail(lt, u"unexpected closing tag </%1>"_s.arg(QString::fromUtf8(name.data(), qsizetype(name.size()))));
             return Step::Done;
@@ -356,7 +438,8 @@ CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)
         return Step::Done;
     }
 
-    if (name == "plist") {
+    const Tag tag = classify(name);
+    if (tag == Tag::Plist) {
         if (!m_stack.empty() || m_rootSeen) {
             fail(lt, u"misplaced <plist>"_s);
             return Step::Done;
@@ -369,14 +452,14 @@ CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)
         m_stack.push_back(Frame::Plist);
         return tryParse();
     }
-    if (name == "dict" || name == "array") {
+    if (tag == Tag::Dict || tag == Tag::Array) {
         if (!beginValue(lt))
             return Step::Done;
         if (m_stack.size() >= kMaxDepth) {
             fail(lt, u"nesting too deep"_s);
             return Step::Done;
         }
-        const bool dict = name == "dict";
+        const bool dict = tag == Tag::Dict;
         m_stack.push_back(dict ? Frame::Dict : Frame::Array);
         m_expectKey = dict;
         m_pos = gt + 1;
@@ -384,26 +467,27 @@ CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)
         m_token = dict ? Token::DictBegin : Token::ArrayBegin;
         return Step::Done;
     }
-    return parseScalar(name, lt, gt + 1, empty);
+    return parseScalar(int(tag), name, lt, gt + 1, empty);
 }
 
 CVPlistReader::Step CVPlistReader::parseScalar(
-    std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty)
+    int tagKind, std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty)
 {
+    const auto tag = Tag(tagKind);
     Token token;
-    if (name == "key")
+    if (tag == Tag::Key)
         token = Token::Key;
-    else if (name == "string")
+    else if (tag == Tag::String)
         token = Token::String;
-    else if (name == "integer")
+    else if (tag == Tag::Integer)
         token = Token::Integer;
-    else if (name == "real")
+    else if (tag == Tag::Real)
         token = Token::Real;
-    else if (name == "true" || name == "false")
+    else if (tag == Tag::True || tag == Tag::False)
         token = Token::Boolean;
-    else if (name == "date")
+    else if (tag == Tag::Date)
         token = Token::Date;
-    else if (name == "data")
+    else if (tag == Tag::Data)
         token = Token::Data;
     else {
         fail(tagOffset, u"unknown element <%1>"_s.arg(QString::fromUtf8(name.data(), qsizetype(name.size()))));
@@ -414,13 +498,14 @@ CVPlistReader::Step CVPlistReader::parseScalar(
     std::string_view raw;
     std::size_t after = contentStart;
     bool plain = true;
+    bool special = false;
     if (!empty) {
         std::size_t p = contentStart;
         for (;;) {
-            const void *hit = std::memchr(m_data + p, '<', m_size - p);
-            if (!hit)
+            const char *hit = scanText(m_data + p, m_data + m_size, special);
+            if (hit == m_data + m_size)
                 return Step::NeedMore;
-            const std::size_t q = std::size_t(static_cast<const char *>(hit) - m_data);
+            const std::size_t q = std::size_t(hit - m_data);
             if (m_size - q < 2 + name.size() + 1)
                 return Step::NeedMore;
             if (m_data[q + 1] == '/') {
@@ -465,7 +550,7 @@ CVPlistReader::Step CVPlistReader::parseScalar(
     }
 
     if (token == Token::Key || token == Token::String) {
-        if (plain && !needsDecoding(raw)) {
+        if (plain && !special) {
             m_text = raw;
         } else {
             if (plain) {
@@ -511,7 +596,7 @@ CVPlistReader::Step CVPlistReader::parseScalar(
             break;
         case Token::Boolean:
             ok = content.empty() && plain;
-            m_integer = name == "true" ? 1 : 0;
+            m_integer = tag == Tag::True ? 1 : 0;
             break;
         case Token::Date:
             ok = parseDate(content, m_integer);

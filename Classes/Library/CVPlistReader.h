@@ -69,7 +69,7 @@ private:
 
     Step tryParse();
     Step parseElement(std::size_t lt);
-    Step parseScalar(std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty);
+    Step parseScalar(int tag, std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty);
     bool refill();
     bool fail(std::size_t offset, const QString &message);
     bool beginValue(std::size_t offset);

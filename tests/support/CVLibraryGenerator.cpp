@@ -253,7 +253,8 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
             media = Media::BookByPlaylist;
         const bool stream = pick(1000) < 5;
         const bool noLocation = !stream && pick(1000) < 2;
-        const int album = pick(albums);
+        // Tracks arrive album by album, as a library grows; a fifth are singles added later.
+        const int album = chance(80) ? std::min(albums - 1, i / 12) : pick(albums);
         const int artist = album % artists;
         const bool compilation = album % 17 == 3;
         const int trackArtist = compilation ? pick(artists) : artist;
