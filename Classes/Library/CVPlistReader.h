@@ -34,6 +34,8 @@ public:
 
     // The whole document is in memory; no copy is made.
     explicit CVPlistReader(QByteArrayView document);
+    // The reader keeps a view: a temporary document would be gone before the first token.
+    explicit CVPlistReader(QByteArray &&) = delete;
     // The document is read from the device in chunks as the reader advances.
     explicit CVPlistReader(QIODevice *device, qsizetype chunkSize = 1 << 20);
 

@@ -150,8 +150,9 @@ private Q_SLOTS:
 
     void skipsWholeValues()
     {
-        CVPlistReader r(QByteArray("<dict><key>a</key><dict><key>x</key><array><dict/></array></dict>"
-                                   "<key>b</key><integer>2</integer></dict>"));
+        const QByteArray doc("<dict><key>a</key><dict><key>x</key><array><dict/></array></dict>"
+                             "<key>b</key><integer>2</integer></dict>");
+        CVPlistReader r { QByteArrayView(doc) };
         QCOMPARE(r.next(), Token::DictBegin);
         QCOMPARE(r.next(), Token::Key);
         QCOMPARE(r.next(), Token::DictBegin);
@@ -229,7 +230,8 @@ private Q_SLOTS:
 
     void staysInErrorOnceFailed()
     {
-        CVPlistReader r(QByteArray("<dict><integer>1</integer></dict>"));
+        const QByteArray doc("<dict><integer>1</integer></dict>");
+        CVPlistReader r { QByteArrayView(doc) };
         QCOMPARE(r.next(), Token::DictBegin);
         QCOMPARE(r.next(), Token::Error);
         QCOMPARE(r.next(), Token::Error);
