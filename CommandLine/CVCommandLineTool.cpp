@@ -1,6 +1,8 @@
 #include "CVCommandLineTool.h"
 
 #include "CVJsonWriter.h"
+#include "CVRecordJson.h"
+#include "CVSelectionCommands.h"
 #include "CVStandardErrorPresenter.h"
 #include "Library/CVLibraryManager.h"
 #include "Platform/CVSettings.h"
@@ -16,32 +18,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int kStatusError = 2;
-
-void writeTrack(CVJsonWriter &json, const CVTrack &track)
-{
-    json.beginObject();
-    for (int i = 0; i < kCVAttrCount; ++i) {
-        const auto attr = CVAttr(i);
-        if (!track.has(attr))
-            continue;
-        json.key(QString(CVAttribute::name(attr)));
-        switch (CVAttribute::type(attr)) {
-        case CVAttrType::Integer:
-            json.value(track.integer(attr));
-            break;
-        case CVAttrType::Real:
-            json.value(track.real(attr));
-            break;
-        case CVAttrType::Boolean:
-            json.value(track.flag(attr));
-            break;
-        default:
-            json.value(track.text(attr));
-            break;
-        }
-    }
-    json.endObject();
-}
 
 void writeOptionalText(CVJsonWriter &json, const std::optional<QString> &text)
 {
@@ -64,8 +40,24 @@ int CVCommandLineTool::run(const QStringList &arguments)
     parser.addHelpOption();
     const QCommandLineOption libraryOption(
         u"library"_s, u"Read this library file instead of the default one."_s, u"FILE"_s);
-    parser.addOption(libraryOption);
-    parser.addPositionalArgument(u"command"_s, u"info | tracks | playlists | show"_s);
+    const QCommandLineOption search(u"search"_s, u"Search text, as typed in the search field."_s, u"TEXT"_s);
+    const QCommandLineOption searchFields(
+        u"search-fields"_s, u"Fields the search looks at, such as Name,Artist."_s, u"F,F"_s);
+    const QCommandLineOption spanFilter(u"span-filter"_s, u"Span filter, such as \"Fully Spanned\"."_s, u"NAME"_s);
+    const QCommandLineOption media(u"media"_s, u"Media type: All, Music, Movies, TV Shows, ..."_s, u"NAME"_s);
+    const QCommandLineOption location(u"location"_s, u"A location node's path; folders end in \"/\"."_s, u"PATH"_s);
+    const QCommandLineOption playlist(u"playlist"_s, u"The first playlist of this name."_s, u"NAME"_s);
+    const QCommandLineOption json(u"json"_s, u"select: print the track records."_s);
+    const QCommandLineOption field(u"field"_s, u"browse: the column's field."_s, u"FIELD"_s);
+    const QCommandLineOption column(u"column"_s, u"browse: the column identifier."_s, u"COLUMN"_s);
+    const QCommandLineOption sortField(u"sort-field"_s, u"browse: the field the column sorts by."_s, u"KEY"_s);
+    const QCommandLineOption title(u"title"_s, u"summary: the alternate title."_s, u"TEXT"_s);
+    parser.addOptions({ libraryOption, search, searchFields, spanFilter, media, location, playlist, json, field, column,
+        sortField, title });
+    parser.addPositionalArgument(u"command"_s,
+        u"info | tracks | playlists | show | select | browse | summary | locations | "
+        "playlist-groups"_s);
+    parser.addPositionalArgument(u"predicate"_s, u"A filter text or a JSON dictionary predicate."_s, u"[PREDICATE]"_s);
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(parser.errorText()));
         return kStatusError;
@@ -75,19 +67,15 @@ int CVCommandLineTool::run(const QStringList &arguments)
         return 0;
     }
     const QStringList positional = parser.positionalArguments();
-    if (positional.size() != 1) {
-        std::fprintf(stderr, "Usage: corvana-cli [--library FILE] info | tracks | playlists | show\n");
+    static const QStringList selecting { u"select"_s, u"browse"_s, u"summary"_s, u"locations"_s, u"playlist-groups"_s };
+    const bool selects = !positional.isEmpty() && selecting.contains(positional.first());
+    if (positional.isEmpty() || positional.size() > (selects ? 2 : 1)) {
+        std::fprintf(stderr, "Usage: corvana-cli [--library FILE] COMMAND [options] [PREDICATE]; see --help\n");
         return kStatusError;
     }
     const QString command = positional.first();
-    using Command = int (CVCommandLineTool::*)(const CVLibraryManager &);
-    const QMap<QString, Command> commands {
-        { u"info"_s, &CVCommandLineTool::info },
-        { u"tracks"_s, &CVCommandLineTool::tracks },
-        { u"playlists"_s, &CVCommandLineTool::playlists },
-        { u"show"_s, &CVCommandLineTool::show },
-    };
-    if (!commands.contains(command)) {
+    static const QStringList plain { u"info"_s, u"tracks"_s, u"playlists"_s, u"show"_s };
+    if (!plain.contains(command) && !selects) {
         std::fprintf(stderr, "Unknown command \"%s\".\n", qUtf8Printable(command));
         return kStatusError;
     }
@@ -108,7 +96,39 @@ int CVCommandLineTool::run(const QStringList &arguments)
     }
     if (library.loadiTunesXMLDatabase() != CVLibraryManager::LoadResult::Loaded)
         return kStatusError;
-    return (this->*commands.value(command))(library);
+
+    if (command == u"info"_s)
+        return info(library);
+    if (command == u"tracks"_s)
+        return tracks(library);
+    if (command == u"playlists"_s)
+        return playlists(library);
+    if (command == u"show"_s)
+        return show(library);
+    CVSelectionCommands::Options options;
+    options.search = parser.value(search);
+    if (parser.isSet(searchFields))
+        options.searchFields = parser.value(searchFields).split(u',', Qt::SkipEmptyParts);
+    options.spanFilter = parser.value(spanFilter);
+    options.media = parser.value(media);
+    options.location = parser.value(location);
+    options.playlist = parser.value(playlist);
+    options.predicate = positional.value(1);
+    options.json = parser.isSet(json);
+    options.field = parser.value(field);
+    options.column = parser.value(column);
+    options.sortField = parser.value(sortField);
+    options.title = parser.value(title);
+    CVSelectionCommands selection(library, *m_settings, options);
+    if (command == u"select"_s)
+        return selection.select();
+    if (command == u"browse"_s)
+        return selection.browse();
+    if (command == u"summary"_s)
+        return selection.summary();
+    if (command == u"locations"_s)
+        return selection.locations();
+    return selection.playlistGroups();
 }
 
 int CVCommandLineTool::info(const CVLibraryManager &library)
@@ -133,7 +153,7 @@ int CVCommandLineTool::tracks(const CVLibraryManager &library)
     CVJsonWriter json(stdout);
     json.beginArray();
     for (const CVTrack *track : library.allTracks())
-        writeTrack(json, *track);
+        CVRecordJson::writeTrack(json, *track);
     json.endArray();
     json.newline();
     return 0;
@@ -143,52 +163,14 @@ int CVCommandLineTool::playlists(const CVLibraryManager &library)
 {
     CVJsonWriter json(stdout);
     json.beginArray();
-    for (const CVPlaylist &p : library.playlists()) {
-        json.beginObject();
-        json.key(u"Name"_s);
-        json.value(p.name);
-        if (p.playlistID) {
-            json.key(u"PlaylistID"_s);
-            json.value(*p.playlistID);
-        }
-        json.key(u"PlaylistPersistentID"_s);
-        json.value(p.playlistPersistentID);
-        if (p.parentPersistentID) {
-            json.key(u"ParentPersistentID"_s);
-            json.value(*p.parentPersistentID);
-        }
-        if (p.folder) {
-            json.key(u"Folder"_s);
-            json.value(*p.folder);
-        }
-        if (p.smartPlaylist) {
-            json.key(u"SmartPlaylist"_s);
-            json.value(true);
-        }
-        json.key(u"Genius"_s);
-        json.value(p.genius);
-        json.key(u"Group"_s);
-        json.value(p.group);
-        json.key(u"TracksPredicate"_s);
-        json.beginObject();
-        json.key(u"TrackID"_s);
-        json.beginArray();
-        for (qint64 id : p.tracksPredicate.trackIDs())
-            json.value(id);
-        json.endArray();
-        json.key(u"isPlaylist"_s);
-        json.value(true);
-        json.key(u"cacheKey"_s);
-        json.value(p.tracksPredicate.cacheKey());
-        json.endObject();
-        json.endObject();
-    }
+    for (const CVPlaylist &p : library.playlists())
+        CVRecordJson::writePlaylist(json, p);
     json.endArray();
     json.newline();
     return 0;
 }
 
-int CVCommandLineTool::show(const CVLibraryManager &library)
+int CVCommandLineTool::show(CVLibraryManager &library)
 {
     std::printf("Library file:  %s\n", qUtf8Printable(library.libraryFilePath()));
     std::printf("Media folder:  %s\n", qUtf8Printable(library.iTunesMediaPath().value_or(u"(none)"_s)));

@@ -20,7 +20,7 @@ private:
     int info(const CVLibraryManager &library);
     int tracks(const CVLibraryManager &library);
     int playlists(const CVLibraryManager &library);
-    int show(const CVLibraryManager &library);
+    int show(CVLibraryManager &library);
 
     std::unique_ptr<CVSettings> m_settings;
     std::unique_ptr<CVPresenter> m_presenter;

@@ -14,7 +14,10 @@ CVLibraryManager::CVLibraryManager(CVSettings *settings, QObject *parent)
     : QObject(parent)
     , m_settings(settings)
     , m_contents(std::make_unique<CVLibraryContents>())
+    , m_selection(settings)
+    , m_trees(&m_selection)
 {
+    m_trees.setPlaylists(&m_contents->playlists);
 }
 
 CVLibraryManager::~CVLibraryManager() = default;
@@ -48,6 +51,9 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     m_loadingDatabase = true;
     m_allTracks = {};
     m_contents = std::make_unique<CVLibraryContents>();
+    m_selection.reset({});
+    m_trees.setPlaylists(&m_contents->playlists);
+    m_trees.compileAllKeyedLocationInformation();
     m_lastError.clear();
     if (m_presenter)
         m_presenter->setStatusText(u"Reading iTunes Library Information"_s);
@@ -107,8 +113,23 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     m_allTracks.reserve(m_contents->tracks.size());
     for (CVTrack &track : m_contents->tracks)
         m_allTracks.push_back(&track);
+    m_selection.reset(m_allTracks);
+    m_trees.setPlaylists(&m_contents->playlists);
     m_loadingDatabase = false;
     return LoadResult::Loaded;
+}
+
+void CVLibraryManager::compileAllKeyedLocationInformation()
+{
+    if (m_presenter) {
+        m_presenter->setProgressIndeterminate(false);
+        m_presenter->setStatusText(u"Compiling Location Information"_s);
+    }
+    CVPresenter *presenter = m_presenter;
+    m_trees.compileAllKeyedLocationInformation([presenter](double maximum, double value) {
+        if (presenter)
+            presenter->setProgress(maximum, value);
+    });
 }
 
 QString CVLibraryManager::humanReadableSizeFromBytes(double bytes)

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "Library/CVLibraryFileReader.h"
+#include "Library/CVLibraryTrees.h"
+#include "Library/CVSelection.h"
 
 #include <QObject>
 
@@ -10,6 +12,7 @@
 
 class CVLibraryHost;
 class CVPresenter;
+class CVSelectionPanes;
 class CVSettings;
 
 // The player's library as Corvana holds it while running: rebuilt from the library file
@@ -34,15 +37,70 @@ public:
     LoadResult loadiTunesXMLDatabase();
 
     const std::vector<CVTrack *> &allTracks() const { return m_allTracks; }
+    CVTrackList allTrackList() const { return m_selection.allTracks(); }
     const std::vector<CVPlaylist> &playlists() const { return m_contents->playlists; }
     const std::optional<QString> &iTunesMediaPath() const { return m_iTunesMediaPath; }
     const std::optional<QString> &iTunesPersistentID() const { return m_contents->persistentID; }
     bool loadingDatabase() const { return m_loadingDatabase; }
-    const QString &searchString() const { return m_searchString; }
-    void setSearchString(const QString &text) { m_searchString = text; }
+    const QString &searchString() const { return m_selection.searchString(); }
+    void setSearchString(const QString &text) { m_selection.setSearchString(text); }
+    // Where the stack's pane predicates come from; the window's panes, or fixed values.
+    void setPanes(const CVSelectionPanes *panes) { m_selection.setPanes(panes); }
     // The file that the last load read, and why it failed when it did.
     QString libraryFilePath() const { return m_libraryFile; }
     QString lastError() const { return m_lastError; }
+
+    // Selection (the memo is libraryCache; see CVSelection).
+    void clearMemoization() { m_selection.clearMemoization(); }
+    QString getSearchPredicate() const { return m_selection.getSearchPredicate(); }
+    QList<CVPredicate> getPredicateStack(const CVPredicate &p) const { return m_selection.getPredicateStack(p); }
+    CVTrackList selectPredicateStack(const QList<CVPredicate> &stack)
+    {
+        return m_selection.selectPredicateStack(stack);
+    }
+    CVTrackList selectPredicate(const CVPredicate &p, const CVTrackList &source = {})
+    {
+        return m_selection.selectPredicate(p, source);
+    }
+    CVTrackList smartSelectPredicate(const CVPredicate &p) { return m_selection.smartSelectPredicate(p); }
+    CVBrowserList getBrowserListForField(
+        const QString &field, const QString &column, const QString &sortField, const CVTrackList &source = {})
+    {
+        return m_selection.getBrowserListForField(field, column, sortField, source);
+    }
+    QVariantMap getSummaryAttibutesForTracks(const CVTrackList &tracks)
+    {
+        return m_selection.getSummaryAttibutesForTracks(tracks);
+    }
+    QVariantMap getSummaryAttibutesForPredicate(const CVPredicate &p)
+    {
+        return m_selection.getSummaryAttibutesForPredicate(p);
+    }
+    QVariantMap getSummaryLinesForPredicate(const CVPredicate &p, const QString &alternateTitle)
+    {
+        return m_selection.getSummaryLinesForPredicate(p, alternateTitle);
+    }
+    static QString makeSafe(const QString &value) { return CVSelection::makeSafe(value); }
+    static QString makeSafe(qint64 value) { return CVSelection::makeSafe(value); }
+
+    // Location and playlist trees.
+    void compileAllKeyedLocationInformation();
+    QList<CVPredicate> getPredicateStackForLocations() const { return m_trees.getPredicateStackForLocations(); }
+    QList<CVPredicate> getPredicateStackForPlaylists() const { return m_trees.getPredicateStackForPlaylists(); }
+    std::shared_ptr<const std::vector<int>> filterEmptyLocations() { return m_trees.filterEmptyLocations(); }
+    std::shared_ptr<const std::vector<int>> getLocationsForPredicate(const QString &p)
+    {
+        return m_trees.getLocationsForPredicate(p);
+    }
+    const CVLocationNode &locationNode(int id) const { return m_trees.node(id); }
+    std::shared_ptr<const std::vector<int>> filterEmptyPlaylist() { return m_trees.filterEmptyPlaylist(); }
+    std::shared_ptr<const std::vector<int>> getPlaylistsForPredicate(const QString &p)
+    {
+        return m_trees.getPlaylistsForPredicate(p);
+    }
+    QStringList getPlaylistGroups() { return m_trees.getPlaylistGroups(); }
+    QStringList getBaseSpanPaths() { return m_trees.getBaseSpanPaths(); }
+    CVLibraryTrees &trees() { return m_trees; }
 
     static QString humanReadableSizeFromBytes(double bytes);
     static QString formatSampleRate(double hertz);
@@ -64,5 +122,6 @@ private:
     std::vector<CVTrack *> m_allTracks;
     std::optional<QString> m_iTunesMediaPath;
     bool m_loadingDatabase = true;
-    QString m_searchString;
+    CVSelection m_selection;
+    CVLibraryTrees m_trees;
 };

@@ -1,6 +1,7 @@
 #include "Library/CVPredicate.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
@@ -76,4 +77,20 @@ CVPredicate CVPredicate::fromJson(const QJsonObject &o)
     p.m_isSavedQueue = o.contains(u"isSavedQueue"_s);
     p.m_noSearch = o.contains(u"noSearch"_s);
     return p;
+}
+
+QString CVPredicate::memoKey() const
+{
+    if (m_kind == Kind::Text)
+        return u'T' + m_text;
+    if (!m_cacheKey.isNull())
+        return u'K' + m_cacheKey;
+    return u'D' + description();
+}
+
+QString CVPredicate::description() const
+{
+    if (m_kind == Kind::Text)
+        return m_text;
+    return QString::fromUtf8(QJsonDocument(toJson()).toJson(QJsonDocument::Compact));
 }

@@ -41,6 +41,12 @@ public:
     QJsonObject toJson() const;
     static CVPredicate fromJson(const QJsonObject &object);
 
+    // The key that names this predicate in the memo: the text, or the cache key, or the
+    // dictionary itself. Texts and dictionaries never share a key.
+    QString memoKey() const;
+    // A compact text for logs and the command line.
+    QString description() const;
+
     bool operator==(const CVPredicate &other) const = default;
 
 private:

@@ -56,6 +56,10 @@ public:
     // The value as shown: dates formatted, numbers as numbers.
     QString displayText(CVAttr a) const;
 
+    // The track's position in the library's list, for tables kept beside the tracks.
+    int index() const { return m_index; }
+    void setIndex(int index) { m_index = index; }
+
     // SpanLocation when the file lies away from home, else Location.
     const QString &currentPath() const
     {
@@ -70,5 +74,6 @@ private:
     std::array<double, kCVRealSlots> m_reals {};
     std::array<qint64, kCVDateSlots> m_dates {};
     std::bitset<4> m_flags;
+    int m_index = -1;
     std::bitset<kCVAttrCount> m_present;
 };

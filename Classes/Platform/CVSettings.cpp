@@ -114,6 +114,8 @@ bool CVSettings::contains(const QString &key) const
 
 QVariant CVSettings::value(const QString &key) const
 {
+    if (const auto it = m_transient.constFind(key); it != m_transient.cend())
+        return *it;
     if (m_settings->contains(key))
         return m_settings->value(key);
     return m_defaults.value(key);

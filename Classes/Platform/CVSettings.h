@@ -35,6 +35,8 @@ public:
     QByteArray dataValue(const QString &key) const;
 
     void setValue(const QString &key, const QVariant &value);
+    // A value for this run only, read before the stored one and never written.
+    void setTransientValue(const QString &key, const QVariant &value) { m_transient.insert(key, value); }
     void remove(const QString &key);
     // Writes the file now, atomically; for the values that must survive a crash.
     void synchronize();
@@ -47,4 +49,5 @@ Q_SIGNALS:
 private:
     std::unique_ptr<QSettings> m_settings;
     QVariantMap m_defaults;
+    QVariantMap m_transient;
 };

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "Library/CVPredicate.h"
+
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+class CVSelection;
+class CVTrack;
+struct CVPlaylist;
+
+// One row of the locations tree: a drive, folder or file ("/" for the start-up drive,
+// folders end in "/"), or the root "LOCATIONS", or the placeholder "NO LOCATIONS".
+struct CVLocationNode {
+    QString path;
+    QString lcPath;
+    QString parentPath; // empty for the root and the placeholder, which have no parent
+    QString lcParentPath;
+    bool isFile = false;
+    bool hasParent = false;
+    int key = -1; // the lcPath's number, for merging and sorting without texts
+};
+
+// The location and playlist trees of the selected tracks: every track's path split once
+// per load into shared nodes; lists per selection kept in the selection's memo.
+class CVLibraryTrees {
+public:
+    explicit CVLibraryTrees(CVSelection *selection);
+    ~CVLibraryTrees();
+
+    // progress(maximum, value); called now and then.
+    void compileAllKeyedLocationInformation(const std::function<void(double, double)> &progress = {});
+    void setPlaylists(const std::vector<CVPlaylist> *playlists) { m_playlists = playlists; }
+
+    QList<CVPredicate> getPredicateStackForLocations() const;
+    QList<CVPredicate> getPredicateStackForPlaylists() const;
+
+    // Node lists: the root followed by the nodes in key order, or the placeholder alone.
+    std::shared_ptr<const std::vector<int>> filterEmptyLocations();
+    std::shared_ptr<const std::vector<int>> getLocationsForPredicate(const QString &predicate);
+    const CVLocationNode &node(int id) const { return m_nodes[std::size_t(id)]; }
+    // The nodes of one path, as the table keyed by current path holds them.
+    std::vector<int> keyedLocation(const QString &path) const { return m_keyed.value(path); }
+
+    // Indices into the playlists.
+    std::shared_ptr<const std::vector<int>> filterEmptyPlaylist();
+    std::shared_ptr<const std::vector<int>> getPlaylistsForPredicate(const QString &predicate);
+    QStringList getPlaylistGroups();
+
+    QStringList getBaseSpanPaths();
+
+    // The tracks under a location node's path, as the locations pane selects them.
+    QString predicateForLocationPath(const QString &path);
+
+private:
+    int addNode(const QString &path, const QString &parentPath, bool hasParent, bool isFile);
+    const std::vector<int> &folderNodes(const QString &folder);
+    const std::vector<int> &keyRanks();
+    static QString nodeField(const CVLocationNode &node, const QString &attribute, bool *present);
+
+    CVSelection *m_selection;
+    const std::vector<CVPlaylist> *m_playlists = nullptr;
+    std::vector<CVLocationNode> m_nodes; // 0: the root, 1: the placeholder
+    QHash<QString, int> m_nodeByPath;
+    QHash<QString, int> m_keyByLcPath;
+    std::vector<QString> m_keyTexts;
+    std::vector<int> m_keyRanks;
+    QHash<QString, std::vector<int>> m_folders;
+    QHash<QString, std::vector<int>> m_keyed; // keyedLocations: current path -> its nodes
+};

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "Library/CVFilter.h"
+#include "Library/CVPredicate.h"
+#include "Library/CVTrackList.h"
+
+#include <QHash>
+#include <QList>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <memory>
+#include <vector>
+
+class CVSelectionPanes;
+class CVSettings;
+class CVTrack;
+
+// A browser column: parallel lists of keys (what selecting a row selects) and row texts.
+struct CVBrowserList {
+    QStringList keys;
+    QStringList rows;
+};
+
+// Every selection of tracks that the window shows: predicates applied one after another as
+// a stack, each intermediate list kept in a memo (libraryCache) under its source, so that a
+// redraw costs look-ups. Also the browser lists and the summaries. One per loaded library.
+class CVSelection {
+public:
+    explicit CVSelection(CVSettings *settings);
+    ~CVSelection();
+
+    // A new library: the memo, the sort orders and the folded texts start again.
+    void reset(std::vector<CVTrack *> allTracks);
+    void setPanes(const CVSelectionPanes *panes) { m_panes = panes; }
+    void setSearchString(const QString &text) { m_searchString = text; }
+    const QString &searchString() const { return m_searchString; }
+    void clearMemoization();
+
+    const CVTrackList &allTracks() const { return m_all; }
+
+    QString getSearchPredicate() const;
+    QList<CVPredicate> getPredicateStack(const CVPredicate &predicate) const;
+    CVTrackList selectPredicateStack(const QList<CVPredicate> &stack);
+    // A null source means all tracks.
+    CVTrackList selectPredicate(const CVPredicate &predicate, const CVTrackList &source = {});
+    CVTrackList smartSelectPredicate(const CVPredicate &predicate);
+
+    CVBrowserList getBrowserListForField(
+        const QString &field, const QString &column, const QString &sortField, const CVTrackList &source = {});
+    QVariantMap getSummaryAttibutesForTracks(const CVTrackList &tracks);
+    QVariantMap getSummaryAttibutesForPredicate(const CVPredicate &predicate);
+    QVariantMap getSummaryLinesForPredicate(const CVPredicate &predicate, const QString &alternateTitle);
+
+    // Text safe to put between single quotes of a filter text.
+    static QString makeSafe(const QString &value);
+    static QString makeSafe(qint64 value) { return QString::number(value); }
+    // The span filter menu's predicate for a menu title that contains a filter name.
+    static QString predicateForSpanFilter(const QString &title);
+    static QString stackKey(const QList<CVPredicate> &stack);
+
+    // Memo entries of other kinds ("Locations", "Playlists", ...), keyed by kind and stack.
+    std::shared_ptr<const void> memo(const QString &key) const { return m_kindMemo.value(key); }
+    void setMemo(const QString &key, std::shared_ptr<const void> value, quint64 generation);
+    quint64 generation() const { return m_generation; }
+
+    // Tests one track against a filter text (used for records the memo does not cover).
+    bool trackMatches(const CVFilter &filter, const CVTrack &track);
+
+private:
+    enum class Order { ArtistFirst, AlbumFirst };
+
+    CVTrackList makeList(std::vector<CVTrack *> tracks);
+    void sortTracks(std::vector<CVTrack *> &tracks, Order order);
+    const std::vector<int> &ranks(Order order);
+    const QString &foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text);
+
+    CVSettings *m_settings;
+    const CVSelectionPanes *m_panes = nullptr;
+    QString m_searchString;
+    CVTrackList m_all;
+    quint64 m_nextListID = 1;
+    quint64 m_generation = 0;
+
+    // libraryCache: per source list, per predicate; per stack; browser lists; summaries.
+    QHash<quint64, QHash<QString, CVTrackList>> m_selections;
+    QHash<QString, CVTrackList> m_stacks;
+    QHash<quint64, QHash<QString, CVBrowserList>> m_browserLists;
+    QHash<QString, QVariantMap> m_summaryAttributes;
+    QHash<QString, QVariantMap> m_summaryLines;
+    QHash<QString, std::shared_ptr<const void>> m_kindMemo;
+
+    // Kept for the whole load: the two sort orders as ranks, and folded texts per attribute.
+    std::vector<int> m_ranks[2];
+    QHash<int, std::vector<QString>> m_folded;
+    QHash<int, std::vector<bool>> m_foldedDone;
+    QString m_scratch;
+};
