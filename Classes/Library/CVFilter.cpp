@@ -93,10 +93,28 @@ private:
         return m_pos < m_text.size() && m_text[m_pos] == c;
     }
 
-    int addNode(Node::Kind kind, int first, int second)
+    int addLeaf(int leaf)
     {
-        m_filter->m_nodes.push_back({ kind, first, second });
+        m_filter->m_nodes.push_back({ Node::Kind::Leaf, leaf, {} });
         return int(m_filter->m_nodes.size() - 1);
+    }
+
+    // Joins right onto left; operands of the same kind are taken in, so chains stay flat
+    // (and are built in linear time).
+    int join(Node::Kind kind, int left, int right)
+    {
+        if (m_filter->m_nodes[std::size_t(left)].kind != kind) {
+            m_filter->m_nodes.push_back({ kind, -1, { left } });
+            left = int(m_filter->m_nodes.size() - 1);
+        }
+        std::vector<int> taken;
+        if (m_filter->m_nodes[std::size_t(right)].kind == kind)
+            taken = m_filter->m_nodes[std::size_t(right)].children;
+        else
+            taken.push_back(right);
+        std::vector<int> &children = m_filter->m_nodes[std::size_t(left)].children;
+        children.insert(children.end(), taken.begin(), taken.end());
+        return left;
     }
 
     int parseOr()
@@ -106,7 +124,7 @@ private:
             const int right = parseAnd();
             if (right < 0)
                 return -1;
-            left = addNode(Node::Kind::Or, left, right);
+            left = join(Node::Kind::Or, left, right);
         }
         return left;
     }
@@ -122,7 +140,7 @@ private:
             const int right = parsePrimary();
             if (right < 0)
                 return -1;
-            left = addNode(Node::Kind::And, left, right);
+            left = join(Node::Kind::And, left, right);
         }
         return left;
     }
@@ -233,7 +251,7 @@ private:
             leaf.valueKind = CVFilterValue::Kind::Number;
         }
         m_filter->m_leaves.push_back(std::move(leaf));
-        return addNode(Node::Kind::Leaf, int(m_filter->m_leaves.size() - 1), -1);
+        return addLeaf(int(m_filter->m_leaves.size() - 1));
     }
 
     static CVFilter::Pattern compilePattern(const QString &raw, quint8 fold)
@@ -305,20 +323,111 @@ std::shared_ptr<const CVFilter> CVFilter::compile(const QString &text)
     return filter;
 }
 
+namespace {
+
+// Latin-1 letters without their marks: what canonical decomposition and dropping the
+// combining marks gives, so that Western names fold without a full normalisation.
+constexpr char16_t kLatin1Base[64] = {
+    u'A',
+    u'A',
+    u'A',
+    u'A',
+    u'A',
+    u'A',
+    u'\u00C6',
+    u'C',
+    u'E',
+    u'E',
+    u'E',
+    u'E',
+    u'I',
+    u'I',
+    u'I',
+    u'I',
+    u'\u00D0',
+    u'N',
+    u'O',
+    u'O',
+    u'O',
+    u'O',
+    u'O',
+    u'\u00D7',
+    u'\u00D8',
+    u'U',
+    u'U',
+    u'U',
+    u'U',
+    u'Y',
+    u'\u00DE',
+    u'\u00DF',
+    u'a',
+    u'a',
+    u'a',
+    u'a',
+    u'a',
+    u'a',
+    u'\u00E6',
+    u'c',
+    u'e',
+    u'e',
+    u'e',
+    u'e',
+    u'i',
+    u'i',
+    u'i',
+    u'i',
+    u'\u00F0',
+    u'n',
+    u'o',
+    u'o',
+    u'o',
+    u'o',
+    u'o',
+    u'\u00F7',
+    u'\u00F8',
+    u'u',
+    u'u',
+    u'u',
+    u'u',
+    u'y',
+    u'\u00FE',
+    u'y',
+};
+
+bool isCombiningMark(char16_t c)
+{
+    return c >= 0x0300 && c <= 0x036F;
+}
+
+} // namespace
+
 QString CVFilter::foldText(const QString &text, quint8 fold)
 {
     if (!fold)
         return text;
-    bool ascii = true;
-    for (QChar c : text) {
-        if (c.unicode() >= 0x80) {
-            ascii = false;
+    // One pass for text in Latin-1 with combining marks; anything else takes Unicode's way.
+    QString out(text.size(), Qt::Uninitialized);
+    QChar *o = out.data();
+    bool simple = true;
+    for (QChar qc : text) {
+        char16_t c = qc.unicode();
+        if (c >= 0xC0 && c <= 0xFF && (fold & DiacriticFold)) {
+            c = kLatin1Base[c - 0xC0];
+        } else if (isCombiningMark(c) && (fold & DiacriticFold)) {
+            continue;
+        } else if (c >= 0x80 && !(c >= 0xC0 && c <= 0xFF)) {
+            simple = false;
             break;
         }
+        if (fold & CaseFold)
+            c = c < 0x80 ? (c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c) : QChar::toCaseFolded(c);
+        *o++ = QChar(c);
     }
-    if (ascii)
-        return fold & CaseFold ? text.toLower() : text;
-    QString out = text;
+    if (simple) {
+        out.truncate(o - out.constData());
+        return out;
+    }
+    out = text;
     if (fold & DiacriticFold) {
         const QString decomposed = text.normalized(QString::NormalizationForm_D);
         out.clear();

@@ -77,11 +77,13 @@ public:
     static bool likeMatch(const Pattern &pattern, QStringView text);
 
 private:
+    // And and Or hold all their operands, so a long chain of clauses (the drive's top
+    // folders joined with OR) is a loop, not a deep recursion.
     struct Node {
         enum class Kind : quint8 { And, Or, Leaf, False };
         Kind kind = Kind::False;
-        int first = -1; // And/Or: child nodes; Leaf: index into m_leaves
-        int second = -1;
+        int leaf = -1; // Leaf: index into m_leaves
+        std::vector<int> children; // And, Or
     };
 
     friend class CVFilterParser;
@@ -92,11 +94,17 @@ private:
         const Node &node = m_nodes[std::size_t(index)];
         switch (node.kind) {
         case Node::Kind::And:
-            return matchNode(node.first, get, folded) && matchNode(node.second, get, folded);
+            for (int child : node.children)
+                if (!matchNode(child, get, folded))
+                    return false;
+            return true;
         case Node::Kind::Or:
-            return matchNode(node.first, get, folded) || matchNode(node.second, get, folded);
+            for (int child : node.children)
+                if (matchNode(child, get, folded))
+                    return true;
+            return false;
         case Node::Kind::Leaf: {
-            const Leaf &leaf = m_leaves[std::size_t(node.first)];
+            const Leaf &leaf = m_leaves[std::size_t(node.leaf)];
             return matchLeaf(leaf, get(leaf), folded);
         }
         case Node::Kind::False:

@@ -58,59 +58,111 @@ CVLibraryTrees::CVLibraryTrees(CVSelection *selection)
 
 CVLibraryTrees::~CVLibraryTrees() = default;
 
-int CVLibraryTrees::addNode(const QString &path, const QString &parentPath, bool hasParent, bool isFile)
+// Lower case, with a quick path for ASCII.
+static QString lowered(QStringView text)
 {
-    if (const auto it = m_nodeByPath.constFind(path); it != m_nodeByPath.cend())
-        return *it;
+    for (QChar c : text)
+        if (c.unicode() >= 0x80)
+            return text.toString().toLower();
+    QString out(text.size(), Qt::Uninitialized);
+    QChar *o = out.data();
+    for (QChar c : text) {
+        const char16_t u = c.unicode();
+        *o++ = QChar(u >= u'A' && u <= u'Z' ? char16_t(u + 32) : u);
+    }
+    return out;
+}
+
+int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
+{
+    // A file's path is met once (the table by path sees to that); folders are shared.
+    if (!isFile) {
+        if (const auto it = m_nodeByPath.constFind(path); it != m_nodeByPath.cend())
+            return *it;
+    }
     CVLocationNode node;
     node.path = path;
-    node.lcPath = path.toLower();
-    node.hasParent = hasParent;
-    if (hasParent) {
-        node.parentPath = parentPath;
-        node.lcParentPath = parentPath.toLower();
+    node.hasParent = true;
+    if (parent >= 0) {
+        // Only the last component is new: the parent's texts are shared.
+        const CVLocationNode &p = m_nodes[std::size_t(parent)];
+        node.parentPath = p.path;
+        node.lcParentPath = p.lcPath;
+        node.lcPath = p.lcPath + lowered(QStringView(path).mid(p.path.size()));
+    } else {
+        node.parentPath = kLocations;
+        node.lcParentPath = u"locations"_s;
+        node.lcPath = lowered(path);
     }
     node.isFile = isFile;
-    auto key = m_keyByLcPath.constFind(node.lcPath);
-    if (key == m_keyByLcPath.cend()) {
-        key = m_keyByLcPath.insert(node.lcPath, int(m_keyTexts.size()));
-        m_keyTexts.push_back(node.lcPath);
-        m_keyRanks.clear();
-    }
-    node.key = *key;
+    node.key = keyFor(node.lcPath, parent, parent >= 0 ? m_nodes[std::size_t(parent)].path.size() : 0);
     m_nodes.push_back(std::move(node));
     const int id = int(m_nodes.size() - 1);
-    m_nodeByPath.insert(path, id);
+    if (!isFile)
+        m_nodeByPath.insert(path, id);
     return id;
 }
 
+// Paths that differ only in letter case share a key. A file's key is found by its folder's
+// key and its own name, which hashes far less text than the whole path.
+int CVLibraryTrees::keyFor(const QString &lcPath, int parent, qsizetype nameStart)
+{
+    const int folderKey = parent >= 0 ? m_nodes[std::size_t(parent)].key : -1;
+    const QStringView name = folderKey >= 0 ? QStringView(lcPath).mid(nameStart) : QStringView(lcPath);
+    if (const auto it = m_fileKeys.constFind(std::pair(folderKey, name)); it != m_fileKeys.cend())
+        return *it;
+    // The key's view points into the kept text, whose characters never move.
+    m_keyTexts.push_back(lcPath);
+    const QStringView kept = QStringView(m_keyTexts.back()).mid(lcPath.size() - name.size());
+    m_fileKeys.insert(std::pair(folderKey, kept), int(m_keyTexts.size() - 1));
+    m_keyRanks.clear();
+    return int(m_keyTexts.size() - 1);
+}
+
 // The nodes of a folder, from its drive's node down; each folder is split once.
-const std::vector<int> &CVLibraryTrees::folderNodes(const QString &folder)
+int CVLibraryTrees::folderChain(const QString &folder)
 {
     if (const auto it = m_folders.constFind(folder); it != m_folders.cend())
         return *it;
     std::vector<int> chain;
     if (folder == u"/"_s) {
-        chain.push_back(addNode(u"/"_s, kLocations, true, false));
+        chain.push_back(addNode(u"/"_s, -1, false));
     } else if (CVVolumes::driveRootOfPath(folder) == folder) {
-        chain.push_back(addNode(folder + u'/', kLocations, true, false));
+        chain.push_back(addNode(folder + u'/', -1, false));
     } else {
         const qsizetype slash = folder.lastIndexOf(u'/');
-        chain = folderNodes(slash <= 0 ? u"/"_s : folder.left(slash));
-        const QString &parent = m_nodes[std::size_t(chain.back())].path;
-        chain.push_back(addNode(folder + u'/', parent, true, false));
+        chain = m_chains[std::size_t(folderChain(slash <= 0 ? u"/"_s : folder.left(slash)))];
+        chain.push_back(addNode(folder + u'/', chain.back(), false));
     }
-    return *m_folders.insert(folder, std::move(chain));
+    m_chains.push_back(std::move(chain));
+    const int index = int(m_chains.size() - 1);
+    m_folders.insert(folder, index);
+    return index;
+}
+
+std::vector<int> CVLibraryTrees::keyedLocation(const CVTrack &track) const
+{
+    if (track.index() < 0 || std::size_t(track.index()) >= m_keyed.size())
+        return {};
+    const KeyedPath &keyed = m_keyed[std::size_t(track.index())];
+    if (keyed.file < 0)
+        return {};
+    std::vector<int> nodes;
+    if (keyed.chain >= 0)
+        nodes = m_chains[std::size_t(keyed.chain)];
+    nodes.push_back(keyed.file);
+    return nodes;
 }
 
 void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void(double, double)> &progress)
 {
     m_nodes.clear();
     m_nodeByPath.clear();
-    m_keyByLcPath.clear();
+    m_fileKeys.clear();
     m_keyTexts.clear();
     m_keyRanks.clear();
     m_folders.clear();
+    m_chains.clear();
     m_keyed.clear();
     CVLocationNode root;
     root.path = kLocations;
@@ -124,19 +176,31 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
     const std::vector<CVTrack *> &tracks = m_selection->allTracks()->tracks;
     const double maximum = double(tracks.size());
     double counter = 1;
+    const std::size_t expected = tracks.size() + tracks.size() / 4 + 2;
+    m_nodes.reserve(expected);
+    m_keyTexts.reserve(expected);
+    m_fileKeys.reserve(qsizetype(expected));
+    m_keyed.assign(tracks.size(), KeyedPath());
+    // Neighbouring tracks mostly share their folder (an album): try the last one first.
+    QString lastFolder;
+    int lastChain = -1;
     for (const CVTrack *track : tracks) {
         const QString &path = track->currentPath();
-        if (path.isEmpty() || !path.startsWith(u'/') || m_keyed.contains(path))
+        if (path.isEmpty() || !path.startsWith(u'/'))
             continue;
-        std::vector<int> nodes;
+        KeyedPath &keyed = m_keyed[std::size_t(track->index())];
         if (path == u"/"_s || CVVolumes::driveRootOfPath(path) == path) {
-            nodes.push_back(addNode(path, kLocations, true, true));
+            keyed.file = addNode(path, -1, true);
         } else {
             const qsizetype slash = path.lastIndexOf(u'/');
-            nodes = folderNodes(slash == 0 ? u"/"_s : path.left(slash));
-            nodes.push_back(addNode(path, m_nodes[std::size_t(nodes.back())].path, true, true));
+            const QStringView folder = slash == 0 ? QStringView(u"/") : QStringView(path).left(slash);
+            if (lastChain < 0 || folder != lastFolder) {
+                lastFolder = folder.toString();
+                lastChain = folderChain(lastFolder);
+            }
+            keyed.chain = lastChain;
+            keyed.file = addNode(path, m_chains[std::size_t(lastChain)].back(), true);
         }
-        m_keyed.insert(path, std::move(nodes));
         if (progress && int(counter) % 4096 == 0)
             progress(maximum, counter);
         ++counter;
@@ -186,15 +250,21 @@ std::shared_ptr<const std::vector<int>> CVLibraryTrees::filterEmptyLocations()
     std::vector<int> winner(m_keyTexts.size(), -1);
     std::vector<int> keys;
     for (const CVTrack *track : tracks->tracks) {
-        const auto it = m_keyed.constFind(track->currentPath());
-        if (it == m_keyed.cend())
+        if (std::size_t(track->index()) >= m_keyed.size())
             continue;
-        for (int id : *it) {
+        const KeyedPath *it = &m_keyed[std::size_t(track->index())];
+        if (it->file < 0)
+            continue;
+        auto merge = [&](int id) {
             const int k = m_nodes[std::size_t(id)].key;
             if (winner[std::size_t(k)] < 0)
                 keys.push_back(k);
             winner[std::size_t(k)] = id;
-        }
+        };
+        if (it->chain >= 0)
+            for (int id : m_chains[std::size_t(it->chain)])
+                merge(id);
+        merge(it->file);
     }
     auto list = std::make_shared<std::vector<int>>();
     if (keys.empty()) {

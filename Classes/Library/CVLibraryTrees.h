@@ -45,8 +45,8 @@ public:
     std::shared_ptr<const std::vector<int>> filterEmptyLocations();
     std::shared_ptr<const std::vector<int>> getLocationsForPredicate(const QString &predicate);
     const CVLocationNode &node(int id) const { return m_nodes[std::size_t(id)]; }
-    // The nodes of one path, as the table keyed by current path holds them.
-    std::vector<int> keyedLocation(const QString &path) const { return m_keyed.value(path); }
+    // The nodes of a track's current path, from its drive down to the file.
+    std::vector<int> keyedLocation(const CVTrack &track) const;
 
     // Indices into the playlists.
     std::shared_ptr<const std::vector<int>> filterEmptyPlaylist();
@@ -59,8 +59,10 @@ public:
     QString predicateForLocationPath(const QString &path);
 
 private:
-    int addNode(const QString &path, const QString &parentPath, bool hasParent, bool isFile);
-    const std::vector<int> &folderNodes(const QString &folder);
+    // parent: the enclosing node, or -1 for a top node (its parent is "LOCATIONS").
+    int addNode(const QString &path, int parent, bool isFile);
+    int keyFor(const QString &lcPath, int parent, qsizetype nameStart);
+    int folderChain(const QString &folder); // index into m_chains
     const std::vector<int> &keyRanks();
     static QString nodeField(const CVLocationNode &node, const QString &attribute, bool *present);
 
@@ -68,9 +70,16 @@ private:
     const std::vector<CVPlaylist> *m_playlists = nullptr;
     std::vector<CVLocationNode> m_nodes; // 0: the root, 1: the placeholder
     QHash<QString, int> m_nodeByPath;
-    QHash<QString, int> m_keyByLcPath;
     std::vector<QString> m_keyTexts;
     std::vector<int> m_keyRanks;
-    QHash<QString, std::vector<int>> m_folders;
-    QHash<QString, std::vector<int>> m_keyed; // keyedLocations: current path -> its nodes
+    // keyedLocations: a current path's nodes are its folder's chain (shared by the folder's
+    // files) and its own file node.
+    struct KeyedPath {
+        int chain = -1;
+        int file = -1;
+    };
+    std::vector<std::vector<int>> m_chains;
+    QHash<QString, int> m_folders;
+    std::vector<KeyedPath> m_keyed; // by track index
+    QHash<std::pair<int, QStringView>, int> m_fileKeys; // (folder key, lower-case name) -> key
 };

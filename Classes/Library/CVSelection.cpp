@@ -132,9 +132,11 @@ QString CVSelection::getSearchPredicate() const
         { u"Genre"_s, u"( Genre LIKE[cd] '*%1*' )"_s.arg(text) },
     };
     const QStringList fields = m_settings ? m_settings->stringListValue(u"CVSearchFields"_s) : QStringList();
+    // A name that is not one of the four adds nothing (an empty part would leave a dangling OR).
     QStringList parts;
     for (const QString &field : fields)
-        parts.append(clauses.value(field));
+        if (clauses.contains(field))
+            parts.append(clauses.value(field));
     return parts.join(u" OR "_s);
 }
 

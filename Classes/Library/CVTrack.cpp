@@ -6,7 +6,7 @@
 
 using namespace Qt::StringLiterals;
 
-bool CVTrack::has(CVAttr a) const
+bool CVTrack::hasDerived(CVAttr a) const
 {
     switch (a) {
     case CVAttr::Season:

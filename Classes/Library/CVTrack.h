@@ -13,7 +13,11 @@
 // Every attribute can be absent; the display texts are derived when read.
 class CVTrack {
 public:
-    bool has(CVAttr a) const;
+    bool has(CVAttr a) const
+    {
+        // Stored attributes are one bit test; this runs for every comparison and every sort.
+        return a < CVAttr::Season ? m_present.test(std::size_t(a)) : hasDerived(a);
+    }
     void clear(CVAttr a) { m_present.reset(std::size_t(a)); }
 
     QString text(CVAttr a) const; // texts, and the display texts; empty when absent
@@ -67,6 +71,7 @@ public:
     }
 
 private:
+    bool hasDerived(CVAttr a) const;
     void mark(CVAttr a) { m_present.set(std::size_t(a)); }
 
     std::array<QString, kCVTextSlots> m_texts;

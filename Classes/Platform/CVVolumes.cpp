@@ -51,11 +51,19 @@ QStringList components(const QString &path)
     return path.split(u'/', Qt::SkipEmptyParts);
 }
 
+// Only paths under these folders can lie on another drive: a quick test first, since the
+// location table asks for every track.
+bool mayBeOnADrive(const QString &path)
+{
+    return path.startsWith(u"/Volumes/"_s) || path.startsWith(u"/media/"_s) || path.startsWith(u"/run/media/"_s)
+        || path.startsWith(u"/mnt/"_s);
+}
+
 } // namespace
 
 QString CVVolumes::driveRootOfPath(const QString &path)
 {
-    if (!path.startsWith(u'/'))
+    if (!mayBeOnADrive(path))
         return {};
     const QStringList c = components(path);
     const int depth = driveRootDepth(c);
@@ -66,7 +74,7 @@ QString CVVolumes::driveRootOfPath(const QString &path)
 
 bool CVVolumes::isDriveRoot(const QString &path)
 {
-    if (!path.startsWith(u'/'))
+    if (!mayBeOnADrive(path))
         return false;
     const QStringList c = components(path);
     const int depth = driveRootDepth(c);

@@ -164,6 +164,67 @@ private Q_SLOTS:
         QVERIFY(show.out.contains("Playlists:"));
     }
 
+    void selectWithPanesAndPredicates()
+    {
+        auto select = [](QStringList args) {
+            const Run run = runCli(QStringList { u"--library"_s, kEdgeLibrary, u"select"_s } + args);
+            return run.status == 0 ? QString::fromUtf8(run.out).split(u'\n', Qt::SkipEmptyParts)
+                                   : QStringList { u"ERROR"_s };
+        };
+        QCOMPARE(select({}).size(), 8);
+        QCOMPARE(select({ u"--media"_s, u"Books"_s }), (QStringList { u"2222222222222222"_s, u"8888888888888888"_s }));
+        QCOMPARE(select({ u"--media"_s, u"All"_s }).size(), 8);
+        QCOMPARE(select({ u"--search"_s, u"HEY jude"_s }), QStringList { u"1111111111111111"_s });
+        QCOMPARE(select({ u"--search"_s, u"rock"_s, u"--search-fields"_s, u"Name"_s }), QStringList {});
+        QCOMPARE(select({ u"--search"_s, u"rock"_s, u"--search-fields"_s, u"Genre"_s }),
+            QStringList { u"1111111111111111"_s });
+        QCOMPARE(select({ u"--span-filter"_s, u"Never Spanned"_s }).size(), 8);
+        QCOMPARE(select({ u"--span-filter"_s, u"All Spanned"_s }), QStringList {});
+        QCOMPARE(select({ u"--location"_s, u"/Volumes/Media/"_s }), QStringList { u"4444444444444444"_s });
+        QCOMPARE(
+            select({ u"--playlist"_s, u"Folder A"_s }), (QStringList { u"1111111111111111"_s, u"4444444444444444"_s }));
+        QCOMPARE(
+            select({ u"( Name LIKE[cd] '*resume*' ) OR ( TrackID == 120 )"_s }), QStringList { u"EEEEEEEEEEEEEEEE"_s });
+        QCOMPARE(select({ u"{\"PersistentID\": [\"4444444444444444\", \"1111111111111111\"]}"_s }),
+            (QStringList { u"1111111111111111"_s, u"4444444444444444"_s }));
+        QCOMPARE(select({ u"--media"_s, u"Films"_s }), QStringList { u"ERROR"_s });
+        QCOMPARE(select({ u"--playlist"_s, u"Nope"_s }), QStringList { u"ERROR"_s });
+        QCOMPARE(select({ u"( Name == "_s }), QStringList { u"ERROR"_s });
+
+        const Run records
+            = runCli({ u"--library"_s, kEdgeLibrary, u"select"_s, u"--json"_s, u"--media"_s, u"Movies"_s });
+        QCOMPARE(json(records).array().size(), 1);
+        QCOMPARE(json(records).array().at(0).toObject().value(u"Name"_s).toString(), u"Film"_s);
+    }
+
+    void browseSummaryAndTrees()
+    {
+        const Run browse = runCli({ u"--library"_s, kEdgeLibrary, u"browse"_s, u"--field"_s, u"Genre"_s, u"--column"_s,
+            u"G"_s, u"--sort-field"_s, u"SortGenre"_s });
+        QCOMPARE(browse.status, 0);
+        const QJsonArray list = json(browse).array();
+        QCOMPARE(list.at(0).toArray(), (QJsonArray { u"."_s, u"audiobook"_s, u"rock"_s }));
+        QCOMPARE(list.at(1).toArray().at(0).toObject().value(u"G"_s).toString(), u"All (2 Genres)"_s);
+
+        const Run summary = runCli({ u"--library"_s, kEdgeLibrary, u"summary"_s, u"{\"TrackID\": [100]}"_s });
+        QCOMPARE(summary.status, 0);
+        QCOMPARE(json(summary).object().value(u"LineOneString"_s).toString(), u"\"Hey\" Jude"_s);
+        QCOMPARE(json(summary).object().value(u"OverviewString"_s).toString(), u"1 item, 1.1 minutes, 5.00 MB"_s);
+        QCOMPARE(runCli({ u"--library"_s, kEdgeLibrary, u"summary"_s }).status, 2);
+
+        const Run locations = runCli({ u"--library"_s, kEdgeLibrary, u"locations"_s, u"--media"_s, u"TV Shows"_s });
+        QCOMPARE(locations.status, 0);
+        QStringList paths;
+        for (const QJsonValue &v : json(locations).array())
+            paths.append(v.toObject().value(u"Path"_s).toString());
+        QCOMPARE(paths,
+            (QStringList {
+                u"LOCATIONS"_s, u"/Volumes/Media/"_s, u"/Volumes/Media/TV/"_s, u"/Volumes/Media/TV/Pilot.m4v"_s }));
+
+        const Run groups = runCli({ u"--library"_s, kEdgeLibrary, u"playlist-groups"_s, u"--media"_s, u"Books"_s });
+        QCOMPARE(json(groups).object().value(u"groups"_s).toArray(), QJsonArray { u"0 NO PLAYLISTS"_s });
+    }
+
 private:
     std::unique_ptr<CVTestHome> m_home;
 };
