@@ -10,6 +10,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -59,6 +60,25 @@ CVLibraryTrees::CVLibraryTrees(CVSelection *selection)
 CVLibraryTrees::~CVLibraryTrees() = default;
 
 // Lower case, with a quick path for ASCII.
+// prefix followed by text in lower case, in one allocation when text is ASCII.
+static void appendLowered(QString &out, const QString &prefix, QStringView text)
+{
+    for (QChar c : text) {
+        if (c.unicode() >= 0x80) {
+            out = prefix + text.toString().toLower();
+            return;
+        }
+    }
+    out = QString(prefix.size() + text.size(), Qt::Uninitialized);
+    QChar *o = out.data();
+    std::copy(prefix.cbegin(), prefix.cend(), o);
+    o += prefix.size();
+    for (QChar c : text) {
+        const char16_t u = c.unicode();
+        *o++ = QChar(u >= u'A' && u <= u'Z' ? char16_t(u + 32) : u);
+    }
+}
+
 static QString lowered(QStringView text)
 {
     for (QChar c : text)
@@ -88,7 +108,7 @@ int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
         const CVLocationNode &p = m_nodes[std::size_t(parent)];
         node.parentPath = p.path;
         node.lcParentPath = p.lcPath;
-        node.lcPath = p.lcPath + lowered(QStringView(path).mid(p.path.size()));
+        appendLowered(node.lcPath, p.lcPath, QStringView(path).mid(p.path.size()));
     } else {
         node.parentPath = kLocations;
         node.lcParentPath = u"locations"_s;
@@ -182,8 +202,13 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
     m_fileKeys.reserve(qsizetype(expected));
     m_keyed.assign(tracks.size(), KeyedPath());
     // Neighbouring tracks mostly share their folder (an album): try the last one first.
-    QString lastFolder;
-    int lastChain = -1;
+    // The folders met last, most recent first: an album's tracks come together, with the
+    // odd film or podcast in between.
+    struct Recent {
+        QString folder;
+        int chain = -1;
+    };
+    std::array<Recent, 8> recent;
     for (const CVTrack *track : tracks) {
         const QString &path = track->currentPath();
         if (path.isEmpty() || !path.startsWith(u'/'))
@@ -194,10 +219,16 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
         } else {
             const qsizetype slash = path.lastIndexOf(u'/');
             const QStringView folder = slash == 0 ? QStringView(u"/") : QStringView(path).left(slash);
-            if (lastChain < 0 || folder != lastFolder) {
-                lastFolder = folder.toString();
-                lastChain = folderChain(lastFolder);
+            std::size_t hit = 0;
+            while (hit < recent.size() && (recent[hit].chain < 0 || folder != recent[hit].folder))
+                ++hit;
+            if (hit == recent.size()) {
+                hit = recent.size() - 1;
+                recent[hit].folder = folder.toString();
+                recent[hit].chain = folderChain(recent[hit].folder);
             }
+            std::rotate(recent.begin(), recent.begin() + std::ptrdiff_t(hit), recent.begin() + std::ptrdiff_t(hit) + 1);
+            const int lastChain = recent[0].chain;
             keyed.chain = lastChain;
             keyed.file = addNode(path, m_chains[std::size_t(lastChain)].back(), true);
         }

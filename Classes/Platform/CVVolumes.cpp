@@ -55,6 +55,11 @@ QStringList components(const QString &path)
 // location table asks for every track.
 bool mayBeOnADrive(const QString &path)
 {
+    if (path.size() < 5 || path[0] != u'/')
+        return false;
+    const QChar c = path[1];
+    if (c != u'V' && c != u'm' && c != u'r')
+        return false;
     return path.startsWith(u"/Volumes/"_s) || path.startsWith(u"/media/"_s) || path.startsWith(u"/run/media/"_s)
         || path.startsWith(u"/mnt/"_s);
 }
