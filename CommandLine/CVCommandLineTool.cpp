@@ -5,6 +5,10 @@
 #include "CVSelectionCommands.h"
 #include "CVStandardErrorPresenter.h"
 #include "Library/CVLibraryManager.h"
+#include "Library/CVSpanHistory.h"
+#include "Library/CVSpanRunState.h"
+#include "Platform/CVInstanceLock.h"
+#include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
 
 #include <QCommandLineParser>
@@ -18,6 +22,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int kStatusError = 2;
+constexpr int kStatusNoHistory = 3;
 
 void writeOptionalText(CVJsonWriter &json, const std::optional<QString> &text)
 {
@@ -47,7 +52,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const QCommandLineOption media(u"media"_s, u"Media type: All, Music, Movies, TV Shows, ..."_s, u"NAME"_s);
     const QCommandLineOption location(u"location"_s, u"A location node's path; folders end in \"/\"."_s, u"PATH"_s);
     const QCommandLineOption playlist(u"playlist"_s, u"The first playlist of this name."_s, u"NAME"_s);
-    const QCommandLineOption json(u"json"_s, u"select: print the track records."_s);
+    const QCommandLineOption json(u"json"_s, u"select and history: print the records as JSON."_s);
     const QCommandLineOption field(u"field"_s, u"browse: the column's field."_s, u"FIELD"_s);
     const QCommandLineOption column(u"column"_s, u"browse: the column identifier."_s, u"COLUMN"_s);
     const QCommandLineOption sortField(u"sort-field"_s, u"browse: the field the column sorts by."_s, u"KEY"_s);
@@ -55,7 +60,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
     parser.addOptions({ libraryOption, search, searchFields, spanFilter, media, location, playlist, json, field, column,
         sortField, title });
     parser.addPositionalArgument(u"command"_s,
-        u"info | tracks | playlists | show | select | browse | summary | locations | "
+        u"info | tracks | playlists | show | load | history | select | browse | summary | locations | "
         "playlist-groups"_s);
     parser.addPositionalArgument(u"predicate"_s, u"A filter text or a JSON dictionary predicate."_s, u"[PREDICATE]"_s);
     if (!parser.parse(arguments)) {
@@ -74,12 +79,17 @@ int CVCommandLineTool::run(const QStringList &arguments)
         return kStatusError;
     }
     const QString command = positional.first();
-    static const QStringList plain { u"info"_s, u"tracks"_s, u"playlists"_s, u"show"_s };
+    static const QStringList plain { u"info"_s, u"tracks"_s, u"playlists"_s, u"show"_s, u"load"_s, u"history"_s };
     if (!plain.contains(command) && !selects) {
         std::fprintf(stderr, "Unknown command \"%s\".\n", qUtf8Printable(command));
         return kStatusError;
     }
 
+    m_instanceLock = std::make_unique<CVInstanceLock>();
+    if (!m_instanceLock->tryLock()) {
+        CVLog::log(u"Only one instance of Corvana can run at a time..."_s);
+        return kStatusError;
+    }
     m_settings = std::make_unique<CVSettings>();
     m_settings->registerStandardDefaults();
     m_presenter = std::make_unique<CVStandardErrorPresenter>();
@@ -96,6 +106,32 @@ int CVCommandLineTool::run(const QStringList &arguments)
     }
     if (library.loadiTunesXMLDatabase() != CVLibraryManager::LoadResult::Loaded)
         return kStatusError;
+    // The rest of a load: the span history opened, joined onto the tracks, and saved.
+    m_history = std::make_unique<CVSpanHistory>(m_presenter.get());
+    m_history->setLibraryPersistentID([&library] { return library.iTunesPersistentID(); });
+    m_runState = std::make_unique<CVFixedSpanRunState>();
+    library.setSpanHistory(m_history.get());
+    library.setRunState(m_runState.get());
+    m_history->managedObjectContext(u"Span"_s);
+    const CVLibraryManager::JoinResult join = library.joinSpanHistory();
+
+    if (command == u"load"_s) {
+        CVJsonWriter out(stdout);
+        out.beginObject();
+        out.key(u"tracks"_s);
+        out.value(qint64(library.allTracks().size()));
+        out.key(u"records"_s);
+        out.value(qint64(join.records));
+        out.key(u"joined"_s);
+        out.value(qint64(join.joined));
+        out.key(u"removedFromITunes"_s);
+        out.value(qint64(join.removedFromITunes));
+        out.endObject();
+        out.newline();
+        return m_history->storeFailed() ? kStatusNoHistory : 0;
+    }
+    if (command == u"history"_s)
+        return history(library, parser.isSet(json));
 
     if (command == u"info"_s)
         return info(library);
@@ -129,6 +165,29 @@ int CVCommandLineTool::run(const QStringList &arguments)
     if (command == u"locations"_s)
         return selection.locations();
     return selection.playlistGroups();
+}
+
+int CVCommandLineTool::history(CVLibraryManager &library, bool asJson)
+{
+    const std::vector<CVSpanRecord *> records = library.fetchAllSpannedItems();
+    if (asJson) {
+        CVJsonWriter json(stdout);
+        json.beginArray();
+        for (const CVSpanRecord *r : records)
+            CVRecordJson::writeSpanRecord(json, *r);
+        json.endArray();
+        json.newline();
+    } else {
+        for (const CVSpanRecord *r : records) {
+            const char *state = r->flag(CVSpanAttr::RemovedFromITunes) ? "removed"
+                : r->flag(CVSpanAttr::ItemIsRestored)                  ? "restored"
+                : r->flag(CVSpanAttr::SymSpan)                         ? "dependently spanned"
+                                                                       : "fully spanned";
+            std::printf("%s  %-19s  %s\n", qUtf8Printable(r->text(CVSpanAttr::PersistentID)), state,
+                qUtf8Printable(r->text(CVSpanAttr::SpanLocation)));
+        }
+    }
+    return m_history->storeFailed() ? kStatusNoHistory : 0;
 }
 
 int CVCommandLineTool::info(const CVLibraryManager &library)

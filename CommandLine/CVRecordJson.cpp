@@ -3,7 +3,10 @@
 #include "CVJsonWriter.h"
 #include "Library/CVLibraryTrees.h"
 #include "Library/CVPlaylist.h"
+#include "Library/CVSpanRecord.h"
+
 #include "Library/CVTrack.h"
+#include <QDateTime>
 
 using namespace Qt::StringLiterals;
 
@@ -90,5 +93,35 @@ void CVRecordJson::writeLocationNode(CVJsonWriter &json, const CVLocationNode &n
     }
     json.key(u"IsFile"_s);
     json.value(node.isFile);
+    json.endObject();
+}
+
+void CVRecordJson::writeSpanRecord(CVJsonWriter &json, const CVSpanRecord &record)
+{
+    json.beginObject();
+    for (int i = 0; i < kCVSpanAttrCount; ++i) {
+        const auto a = CVSpanAttr(i);
+        if (!record.has(a))
+            continue;
+        json.key(QString(CVSpanRecord::name(a)));
+        const QVariant v = record.value(a);
+        switch (CVSpanRecord::type(a)) {
+        case CVSpanAttrType::Text:
+            json.value(v.toString());
+            break;
+        case CVSpanAttrType::Integer:
+            json.value(v.toLongLong());
+            break;
+        case CVSpanAttrType::Real:
+            json.value(v.toDouble());
+            break;
+        case CVSpanAttrType::Date:
+            json.value(QDateTime::fromSecsSinceEpoch(qint64(v.toDouble()), Qt::UTC).toString(Qt::ISODate));
+            break;
+        case CVSpanAttrType::Boolean:
+            json.value(v.toBool());
+            break;
+        }
+    }
     json.endObject();
 }

@@ -52,6 +52,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     m_allTracks = {};
     m_contents = std::make_unique<CVLibraryContents>();
     m_selection.reset({});
+    m_displayTitles.clear();
     m_trees.setPlaylists(&m_contents->playlists);
     m_trees.compileAllKeyedLocationInformation();
     m_lastError.clear();

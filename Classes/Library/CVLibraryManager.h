@@ -12,6 +12,9 @@
 
 class CVLibraryHost;
 class CVPresenter;
+class CVSpanHistory;
+class CVSpanRecord;
+class CVSpanRunState;
 class CVSelectionPanes;
 class CVSettings;
 
@@ -28,6 +31,8 @@ public:
 
     void setPresenter(CVPresenter *presenter) { m_presenter = presenter; }
     void setHost(CVLibraryHost *host) { m_host = host; }
+    void setSpanHistory(CVSpanHistory *history) { m_history = history; }
+    void setRunState(const CVSpanRunState *state) { m_runState = state; }
     // Reads this file instead of looking in the default places.
     void setLibraryFilePath(const QString &path) { m_fixedLibraryFile = path; }
 
@@ -102,6 +107,21 @@ public:
     QStringList getBaseSpanPaths() { return m_trees.getBaseSpanPaths(); }
     CVLibraryTrees &trees() { return m_trees; }
 
+    // Span history (the caller saves the store).
+    std::vector<CVSpanRecord *> fetchAllSpannedItems();
+    void addItemToSpanStore(CVTrack *track, const QString &spanPath);
+    void updateItemInSpanStore(CVTrack *track, const QString &spanPath);
+    void setSpanInformationForSpannedManagedObject(CVSpanRecord *record, CVTrack *track);
+    void tagSpanItemAsRemovedFromITunes(CVSpanRecord *record);
+
+    struct JoinResult {
+        int records = 0;
+        int joined = 0;
+        int removedFromITunes = 0;
+    };
+    // The load's join of the history with the tracks, then its save (steps 6 and 8 of a load).
+    JoinResult joinSpanHistory();
+
     static QString humanReadableSizeFromBytes(double bytes);
     static QString formatSampleRate(double hertz);
     static QString humanReadableTimeFromMilliseconds(double milliseconds, bool roundOffTime);
@@ -114,6 +134,9 @@ private:
     CVSettings *m_settings;
     CVPresenter *m_presenter = nullptr;
     CVLibraryHost *m_host = nullptr;
+    CVSpanHistory *m_history = nullptr;
+    const CVSpanRunState *m_runState = nullptr;
+    QHash<QString, QString> m_displayTitles; // span location -> its title, for one load
     QString m_fixedLibraryFile;
     QString m_libraryFile;
     QString m_lastError;

@@ -22,7 +22,11 @@ int compareText(const CVTrack &a, const CVTrack &b, CVAttr attr)
     const bool ha = a.has(attr), hb = b.has(attr);
     if (ha != hb)
         return ha ? 1 : -1;
-    return ha ? a.textRef(attr).compare(b.textRef(attr)) : 0;
+    if (!ha)
+        return 0;
+    const QString &x = a.textRef(attr), &y = b.textRef(attr);
+    // Sort strings of repeated texts are shared: the same data is the same text.
+    return x.constData() == y.constData() && x.size() == y.size() ? 0 : x.compare(y);
 }
 
 int compareNumber(const CVTrack &a, const CVTrack &b, CVAttr attr)

@@ -1,4 +1,5 @@
 #include "CVTestHome.h"
+#include "Platform/CVInstanceLock.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -223,6 +224,58 @@ private Q_SLOTS:
 
         const Run groups = runCli({ u"--library"_s, kEdgeLibrary, u"playlist-groups"_s, u"--media"_s, u"Books"_s });
         QCOMPARE(json(groups).object().value(u"groups"_s).toArray(), QJsonArray { u"0 NO PLAYLISTS"_s });
+    }
+
+    void loadAndHistory()
+    {
+        const Run load = runCli({ u"--library"_s, kEdgeLibrary, u"load"_s });
+        QCOMPARE(load.status, 0);
+        const QJsonObject o = json(load).object();
+        QCOMPARE(o.value(u"tracks"_s).toInt(), 8);
+        QCOMPARE(o.value(u"records"_s).toInt(), 0);
+        QVERIFY(QFile::exists(m_home->filePath(u".local/share/Corvana/SpanRestoreHistory.cvcddb"_s)));
+        const Run history = runCli({ u"--library"_s, kEdgeLibrary, u"history"_s, u"--json"_s });
+        QCOMPARE(history.status, 0);
+        QCOMPARE(json(history).array().size(), 0);
+
+        // A store that cannot be opened: reported, the command goes on, status 3; the file stays.
+        const QString store = m_home->filePath(u".local/share/Corvana/SpanRestoreHistory.cvcddb"_s);
+        for (const QString &suffix : { u""_s, u"-wal"_s, u"-shm"_s })
+            QFile::remove(store + suffix);
+        QFile bad(store);
+        QVERIFY(bad.open(QIODevice::WriteOnly));
+        bad.write("not a database at all, but somebody's precious bytes");
+        bad.close();
+        const Run broken = runCli({ u"--library"_s, kEdgeLibrary, u"load"_s });
+        QCOMPARE(broken.status, 3);
+        QVERIFY(broken.err.contains("The span history could not be opened."));
+        QCOMPARE(json(broken).object().value(u"tracks"_s).toInt(), 8);
+        QCOMPARE(runCli({ u"--library"_s, kEdgeLibrary, u"tracks"_s }).status, 0);
+        QVERIFY(bad.open(QIODevice::ReadOnly));
+        QCOMPARE(bad.readAll(), QByteArray("not a database at all, but somebody's precious bytes"));
+    }
+
+    void oneInstanceAtATime()
+    {
+        const QString lockPath = CVInstanceLock::defaultPath();
+        QVERIFY(lockPath.startsWith(m_home->path()));
+        {
+            CVInstanceLock held(lockPath);
+            QVERIFY(held.tryLock());
+            const Run second = runCli({ u"--library"_s, kEdgeLibrary, u"info"_s });
+            QCOMPARE(second.status, 2);
+            QVERIFY(second.err.contains("Only one instance of Corvana can run at a time..."));
+        }
+        // A lock left behind by a process that is gone is taken over.
+        QProcess gone;
+        gone.start(u"/bin/true"_s);
+        QVERIFY(gone.waitForFinished());
+        QFile stale(lockPath);
+        QVERIFY(stale.open(QIODevice::WriteOnly));
+        stale.write(QByteArray::number(gone.processId() ? gone.processId() : 2147483) + "\ncorvana-cli\n"
+            + QSysInfo::machineHostName().toUtf8() + "\n");
+        stale.close();
+        QCOMPARE(runCli({ u"--library"_s, kEdgeLibrary, u"info"_s }).status, 0);
     }
 
 private:

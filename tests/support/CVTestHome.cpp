@@ -11,11 +11,13 @@ CVTestHome::CVTestHome()
         { "XDG_CONFIG_HOME", u"/.config"_s },
         { "XDG_DATA_HOME", u"/.local/share"_s },
         { "XDG_CACHE_HOME", u"/.cache"_s },
+        { "XDG_RUNTIME_DIR", u"/.runtime"_s },
     };
     for (const auto &[name, sub] : vars) {
         m_saved.append({ name, qgetenv(name.constData()) });
         const QString folder = m_dir.path() + sub;
         QDir().mkpath(folder);
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv(name.constData(), QFile::encodeName(folder));
     }
 }

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "Library/CVSpanRecord.h"
+
+#include <QString>
+
+#include <vector>
+
+struct sqlite3;
+
+// The span history's SQLite file: one table "Tracks" with the record's attributes, the
+// schema version in PRAGMA user_version, numbered migrations, a WAL journal. The helper
+// program opens the same file with the same definition.
+class CVSpanHistoryStore {
+public:
+    static constexpr int kSchemaVersion = 1;
+
+    CVSpanHistoryStore() = default;
+    ~CVSpanHistoryStore();
+    CVSpanHistoryStore(const CVSpanHistoryStore &) = delete;
+    CVSpanHistoryStore &operator=(const CVSpanHistoryStore &) = delete;
+
+    // Opens the file, creating it (readable by the user only) when absent, and brings its
+    // schema up to date. A file that is not a store of ours, is damaged, unreadable or of a
+    // newer schema is refused with a message and left exactly as it was.
+    bool open(const QString &path);
+    bool isOpen() const { return m_db != nullptr; }
+    QString errorString() const { return m_error; }
+
+    // Every record, in the order they were first written.
+    bool fetchAll(std::vector<CVSpanRecord> &out);
+    // Writes the changed records in one transaction: all of them or none.
+    bool save(const std::vector<CVSpanRecord *> &records);
+
+private:
+    bool exec(const char *sql);
+    bool fail(const QString &what);
+
+    sqlite3 *m_db = nullptr;
+    QString m_error;
+};
