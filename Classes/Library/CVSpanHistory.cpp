@@ -25,11 +25,8 @@ void CVSpanHistoryContext::load()
     if (m_loaded)
         return;
     m_loaded = true;
-    std::vector<CVSpanRecord> records;
-    if (m_store && m_store->isOpen() && !m_store->fetchAll(records))
+    if (m_store && m_store->isOpen() && !m_store->fetchAll(m_records))
         CVLog::log(m_store->errorString());
-    for (CVSpanRecord &r : records)
-        m_records.push_back(std::move(r));
 }
 
 std::vector<CVSpanRecord *> CVSpanHistoryContext::fetchAll()

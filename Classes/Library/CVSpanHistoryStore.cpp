@@ -149,7 +149,7 @@ bool CVSpanHistoryStore::open(const QString &path)
     return true;
 }
 
-bool CVSpanHistoryStore::fetchAll(std::vector<CVSpanRecord> &out)
+bool CVSpanHistoryStore::fetchAll(std::deque<CVSpanRecord> &out)
 {
     out.clear();
     if (!m_db)

@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <deque>
 #include <vector>
 
 struct sqlite3;
@@ -28,7 +29,7 @@ public:
     QString errorString() const { return m_error; }
 
     // Every record, in the order they were first written.
-    bool fetchAll(std::vector<CVSpanRecord> &out);
+    bool fetchAll(std::deque<CVSpanRecord> &out);
     // Writes the changed records in one transaction: all of them or none.
     bool save(const std::vector<CVSpanRecord *> &records);
 
