@@ -49,7 +49,6 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     }
 
     m_loadingDatabase = true;
-    m_allTracks = {};
     m_contents = std::make_unique<CVLibraryContents>();
     m_selection.reset({});
     m_displayTitles.clear();
@@ -111,10 +110,11 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     // "Music Folder" missing leaves the media folder as it was.
     if (m_contents->mediaPath)
         m_iTunesMediaPath = m_contents->mediaPath;
-    m_allTracks.reserve(m_contents->tracks.size());
+    std::vector<CVTrack *> tracks;
+    tracks.reserve(m_contents->tracks.size());
     for (CVTrack &track : m_contents->tracks)
-        m_allTracks.push_back(&track);
-    m_selection.reset(m_allTracks);
+        tracks.push_back(&track);
+    m_selection.reset(std::move(tracks));
     m_trees.setPlaylists(&m_contents->playlists);
     m_loadingDatabase = false;
     return LoadResult::Loaded;

@@ -41,7 +41,7 @@ public:
 
     LoadResult loadiTunesXMLDatabase();
 
-    const std::vector<CVTrack *> &allTracks() const { return m_allTracks; }
+    const std::vector<CVTrack *> &allTracks() const { return m_selection.allTracks()->tracks; }
     CVTrackList allTrackList() const { return m_selection.allTracks(); }
     const std::vector<CVPlaylist> &playlists() const { return m_contents->playlists; }
     const std::optional<QString> &iTunesMediaPath() const { return m_iTunesMediaPath; }
@@ -142,7 +142,6 @@ private:
     QString m_lastError;
 
     std::unique_ptr<CVLibraryContents> m_contents;
-    std::vector<CVTrack *> m_allTracks;
     std::optional<QString> m_iTunesMediaPath;
     bool m_loadingDatabase = true;
     CVSelection m_selection;

@@ -1,4 +1,5 @@
 #include "CVLibraryGenerator.h"
+#include "CVTestFiles.h"
 #include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Library/CVLibraryHost.h"
@@ -40,14 +41,6 @@ const CVPlaylist *playlistNamed(const CVLibraryManager &library, const QString &
         if (p.name == name)
             return &p;
     return nullptr;
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
 }
 
 void setModified(const QString &path, time_t when)

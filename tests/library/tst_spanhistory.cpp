@@ -1,3 +1,4 @@
+#include "CVTestFiles.h"
 #include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Library/CVFileURL.h"
@@ -17,20 +18,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
 
 int mode(const QString &path)
 {
