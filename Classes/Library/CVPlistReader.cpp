@@ -425,6 +425,8 @@ CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)
             return Step::Done;
         }
         m_stack.pop_back();
+        m_elementStart = m_base + qint64(lt);
+        m_elementEnd = m_base + qint64(gt + 1);
         m_pos = gt + 1;
         if (frame == Frame::Plist) {
             if (!m_rootSeen) {
@@ -616,6 +618,8 @@ CVPlistReader::Step CVPlistReader::parseScalar(
         endValue();
     }
     m_token = token;
+    m_elementStart = m_base + qint64(tagOffset);
+    m_elementEnd = m_base + qint64(empty ? contentStart : after);
     m_pos = after;
     return Step::Done;
 }

@@ -58,6 +58,10 @@ public:
     bool skipValue();
 
     int depth() const { return int(m_stack.size()); }
+    // Absolute byte range in the document of the current scalar's whole element (tags included),
+    // or of the closing tag for DictEnd/ArrayEnd: lets a writer replace one value in place.
+    qint64 elementStart() const { return m_elementStart; }
+    qint64 elementEnd() const { return m_elementEnd; }
     bool hasError() const { return m_token == Token::Error; }
     QString errorString() const { return m_error; }
     qint64 errorLine() const { return m_errorLine; }
@@ -98,6 +102,8 @@ private:
     Token m_token = Token::None;
     std::string_view m_text;
     std::string m_scratch;
+    qint64 m_elementStart = 0;
+    qint64 m_elementEnd = 0;
     qint64 m_integer = 0;
     double m_real = 0;
 

@@ -12,6 +12,7 @@ struct CVAlert {
     QString alternateButton;
     QString otherButton;
     Style style = Style::Warning;
+    QString icon; // a named image instead of the style's icon ("TrashFull")
 };
 
 // Every dialog and every piece of load progress goes through one presenter, so the window,

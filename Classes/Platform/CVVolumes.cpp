@@ -4,7 +4,9 @@
 #include <QMutex>
 #include <QStringList>
 
+#include <cerrno>
 #include <pwd.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -98,6 +100,43 @@ bool CVVolumes::isDriveContainer(const QString &path)
     if (c.size() == 3 && c[0] == u"run"_s && c[1] == u"media"_s)
         return true;
     return false;
+}
+
+QString CVVolumes::basePathOfPath(const QString &path)
+{
+    if (path.isEmpty())
+        return u"nilPath"_s;
+    const QString root = driveRootOfPath(path);
+    if (!root.isEmpty())
+        return root;
+    const QStringList c = components(path);
+    if (c.isEmpty())
+        return u"/"_s;
+    return u'/' + c.mid(0, 2).join(u'/');
+}
+
+QString CVVolumes::volumeRootOfPath(const QString &path)
+{
+    const QString root = driveRootOfPath(path);
+    return root.isEmpty() ? u"/"_s : root;
+}
+
+qint64 CVVolumes::freeSpaceForPath(const QString &path)
+{
+    QString probe = path;
+    while (!probe.isEmpty()) {
+        struct statvfs info { };
+        const QByteArray encoded = probe.toLocal8Bit();
+        if (statvfs(encoded.constData(), &info) == 0)
+            return qint64(info.f_bavail) * qint64(info.f_frsize);
+        if (errno != ENOENT && errno != ENOTDIR)
+            return -1;
+        if (probe == u"/"_s)
+            break;
+        const qsizetype slash = probe.lastIndexOf(u'/');
+        probe = slash <= 0 ? u"/"_s : probe.left(slash);
+    }
+    return -1;
 }
 
 QString CVVolumes::displayName(const QString &path, const QString &startupDriveName)

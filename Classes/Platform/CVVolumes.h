@@ -12,6 +12,14 @@ QString driveRootOfPath(const QString &path);
 bool isDriveRoot(const QString &path);
 // The folders that hold drive roots ("/Volumes", "/media/<user>", ...): never a span location.
 bool isDriveContainer(const QString &path);
+// The design's base path: the drive root for a path on another drive, else the first three
+// components ("/" counts as one), so /home/ann/Music gives /home/ann; "nilPath" for "".
+QString basePathOfPath(const QString &path);
+// The root of the volume a destination lies on: its drive root, else "/".
+QString volumeRootOfPath(const QString &path);
+// Bytes free to this user on the volume that holds the path, asked afresh every call; a path
+// that does not exist yet is measured at its nearest existing folder. -1 when nothing can be had.
+qint64 freeSpaceForPath(const QString &path);
 // The last path component; "/" shows the start-up drive's name.
 QString displayName(const QString &path, const QString &startupDriveName);
 

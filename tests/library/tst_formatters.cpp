@@ -3,6 +3,7 @@
 #include "Library/CVLibraryManager.h"
 #include "Platform/CVVolumes.h"
 
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <ctime>
@@ -146,6 +147,25 @@ private Q_SLOTS:
             QVERIFY2(CVVolumes::isDriveContainer(container), qPrintable(container));
         QVERIFY(!CVVolumes::isDriveContainer(u"/Volumes/Media"_s));
         QVERIFY(!CVVolumes::isDriveContainer(u"/home"_s));
+
+        QCOMPARE(CVVolumes::basePathOfPath(u"/Volumes/Disk/Music/a.mp3"_s), u"/Volumes/Disk"_s);
+        QCOMPARE(CVVolumes::basePathOfPath(u"/run/media/ann/Disk/Music/a.mp3"_s), u"/run/media/ann/Disk"_s);
+        QCOMPARE(CVVolumes::basePathOfPath(u"/Users/x/Music"_s), u"/Users/x"_s);
+        QCOMPARE(CVVolumes::basePathOfPath(u"/"_s), u"/"_s);
+        QCOMPARE(CVVolumes::basePathOfPath(QString()), u"nilPath"_s);
+        QCOMPARE(CVVolumes::volumeRootOfPath(u"/mnt/nas/Music/a.mp3"_s), u"/mnt/nas"_s);
+        QCOMPARE(CVVolumes::volumeRootOfPath(u"/home/ann/Music/a.mp3"_s), u"/"_s);
+    }
+
+    void freeSpaceIsMeasuredAtTheNearestFolder()
+    {
+        QTemporaryDir dir;
+        const qint64 here = CVVolumes::freeSpaceForPath(dir.path());
+        QVERIFY(here > 0);
+        // A destination that does not exist yet is measured where it would be made.
+        const qint64 below = CVVolumes::freeSpaceForPath(dir.filePath(u"not/yet/there.mp3"_s));
+        QVERIFY(qAbs(below - here) < 64 * 1024 * 1024);
+        QCOMPARE(CVVolumes::freeSpaceForPath(u"/no/such/folder"_s) > 0, true); // measured at "/"
     }
 
     void displayTitles()

@@ -1,0 +1,183 @@
+#include "Engine/CVLibraryFilePlayerLink.h"
+
+#include "Library/CVFileURL.h"
+#include "Library/CVLibraryFileRewriter.h"
+#include "Platform/CVFileManagerLink.h"
+#include "Platform/CVLog.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+CVLibraryFilePlayerLink::CVLibraryFilePlayerLink(
+    const QString &libraryPath, const QString &journalFolder, CVFileManagerLink *fileManager)
+    : m_libraryPath(libraryPath)
+    , m_fileManager(fileManager)
+{
+    // One journal per library file, so two libraries never mix their changes.
+    const QByteArray key
+        = QCryptographicHash::hash(QFile::encodeName(libraryPath), QCryptographicHash::Sha1).toHex().left(12);
+    m_journalPath = journalFolder + u"/Player Journal "_s + QString::fromLatin1(key) + u".txt"_s;
+}
+
+QHash<QString, QString> CVLibraryFilePlayerLink::readJournal() const
+{
+    QHash<QString, QString> locations;
+    QFile journal(m_journalPath);
+    if (!journal.open(QIODevice::ReadOnly))
+        return locations;
+    const QByteArray bytes = journal.readAll();
+    qsizetype start = 0;
+    for (;;) {
+        const qsizetype end = bytes.indexOf('\n', start);
+        if (end < 0)
+            break; // a line cut short by a crash was never acknowledged
+        const QByteArrayView line(bytes.constData() + start, end - start);
+        start = end + 1;
+        const qsizetype tab = line.indexOf('\t');
+        if (tab <= 0)
+            continue;
+        const QByteArrayView url = line.sliced(tab + 1);
+        const std::optional<QString> path
+            = CVFileURL::pathFromFileURL(std::string_view(url.data(), size_t(url.size())));
+        if (path)
+            locations.insert(QString::fromUtf8(line.first(tab)), *path);
+    }
+    return locations;
+}
+
+QHash<QString, QString> CVLibraryFilePlayerLink::pendingLocations() const
+{
+    QMutexLocker lock(&m_mutex);
+    return readJournal();
+}
+
+bool CVLibraryFilePlayerLink::applyJournal(QString *error)
+{
+    QMutexLocker lock(&m_mutex);
+    const QHash<QString, QString> locations = readJournal();
+    if (locations.isEmpty()) {
+        QFile::remove(m_journalPath);
+        return true;
+    }
+    const CVLibraryFileRewriter::Result result = CVLibraryFileRewriter::applyLocations(m_libraryPath, locations);
+    if (!result.ok) {
+        CVLog::log(u"Corvana ScriptingBridge Error: %1"_s.arg(result.error));
+        if (error)
+            *error = result.error;
+        return false;
+    }
+    // Only now is the journal spent; a crash before this line replays it, which is harmless.
+    QFile::remove(m_journalPath);
+    return true;
+}
+
+QString CVLibraryFilePlayerLink::description() const
+{
+    return u"the library file “%1”"_s.arg(m_libraryPath);
+}
+
+bool CVLibraryFilePlayerLink::isRunning()
+{
+    QMutexLocker lock(&m_mutex);
+    return QFile::exists(m_journalPath);
+}
+
+bool CVLibraryFilePlayerLink::setTrackLocation(const QString &persistentID, const QString &path)
+{
+    if (persistentID.isEmpty() || persistentID.contains(u'\t') || persistentID.contains(u'\n'))
+        return false;
+    QMutexLocker lock(&m_mutex);
+    QDir().mkpath(QFileInfo(m_journalPath).absolutePath());
+    const QByteArray line = persistentID.toUtf8() + '\t' + CVFileURL::fileURLFromPath(path) + '\n';
+    const int fd
+        = ::open(QFile::encodeName(m_journalPath).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        CVLog::log(u"Corvana ScriptingBridge Error: %1"_s.arg(QString::fromLocal8Bit(strerror(errno))));
+        return false;
+    }
+    // One write per change: once it returns, a crash of this process cannot lose the line.
+    const bool ok = ::write(fd, line.constData(), size_t(line.size())) == line.size();
+    ::close(fd);
+    if (!ok)
+        CVLog::log(u"Corvana ScriptingBridge Error: the player journal could not be written"_s);
+    return ok;
+}
+
+std::optional<QString> CVLibraryFilePlayerLink::trackLocation(const QString &persistentID)
+{
+    QMutexLocker lock(&m_mutex);
+    const QHash<QString, QString> pending = readJournal();
+    const auto it = pending.constFind(persistentID);
+    if (it != pending.cend())
+        return *it;
+    if (m_resolver) {
+        const QString path = m_resolver(persistentID);
+        if (!path.isEmpty())
+            return path;
+    }
+    return std::nullopt;
+}
+
+std::optional<quint32> CVLibraryFilePlayerLink::playerState()
+{
+    return StateStopped; // a file does not play
+}
+
+QString CVLibraryFilePlayerLink::currentTrackPersistentID()
+{
+    return {};
+}
+
+QString CVLibraryFilePlayerLink::currentPlaylistName()
+{
+    return {};
+}
+
+std::optional<int> CVLibraryFilePlayerLink::playerPosition()
+{
+    return 0;
+}
+
+bool CVLibraryFilePlayerLink::setPlayerPosition(int)
+{
+    return false;
+}
+
+bool CVLibraryFilePlayerLink::pause()
+{
+    return true;
+}
+
+bool CVLibraryFilePlayerLink::playOnce(const QString &, const QString &persistentID)
+{
+    const std::optional<QString> path = trackLocation(persistentID);
+    return path && m_fileManager && m_fileManager->openPath(*path);
+}
+
+bool CVLibraryFilePlayerLink::reveal(const QString &, const QString &persistentID)
+{
+    const std::optional<QString> path = trackLocation(persistentID);
+    return path && m_fileManager && m_fileManager->selectFile(*path);
+}
+
+bool CVLibraryFilePlayerLink::activate()
+{
+    return true;
+}
+
+void CVLibraryFilePlayerLink::quit()
+{
+    applyJournal();
+}
+
+bool CVLibraryFilePlayerLink::launch()
+{
+    return true;
+}

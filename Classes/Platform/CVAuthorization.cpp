@@ -1,0 +1,208 @@
+#include "Platform/CVAuthorization.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QMutex>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <vector>
+
+using namespace Qt::StringLiterals;
+
+extern char **environ;
+
+namespace {
+
+QMutex launcherMutex;
+QStringList configuredLauncher;
+
+constexpr char kGreeting[] = "CORVANA-RUNNER 1\n";
+
+bool readAll(int fd, void *buffer, size_t size)
+{
+    auto *p = static_cast<char *>(buffer);
+    while (size > 0) {
+        const ssize_t n = ::read(fd, p, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        p += n;
+        size -= size_t(n);
+    }
+    return true;
+}
+
+// A socket, so that writing to a runner that died reports an error instead of SIGPIPE.
+bool sendAll(int fd, const QByteArray &bytes)
+{
+    const char *p = bytes.constData();
+    size_t size = size_t(bytes.size());
+    while (size > 0) {
+        const ssize_t n = ::send(fd, p, size, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        p += n;
+        size -= size_t(n);
+    }
+    return true;
+}
+
+void appendNumber(QByteArray &out, quint32 value)
+{
+    out += char(value & 0xff);
+    out += char((value >> 8) & 0xff);
+    out += char((value >> 16) & 0xff);
+    out += char((value >> 24) & 0xff);
+}
+
+bool readNumber(int fd, quint32 &value)
+{
+    unsigned char bytes[4];
+    if (!readAll(fd, bytes, 4))
+        return false;
+    value = quint32(bytes[0]) | quint32(bytes[1]) << 8 | quint32(bytes[2]) << 16 | quint32(bytes[3]) << 24;
+    return true;
+}
+
+} // namespace
+
+CVAuthorization::~CVAuthorization()
+{
+    close();
+}
+
+void CVAuthorization::setLauncher(const QStringList &command)
+{
+    QMutexLocker lock(&launcherMutex);
+    configuredLauncher = command;
+}
+
+QStringList CVAuthorization::launcher()
+{
+    QMutexLocker lock(&launcherMutex);
+    if (!configuredLauncher.isEmpty())
+        return configuredLauncher;
+    return { u"/usr/bin/pkexec"_s, defaultRunnerPath() };
+}
+
+QString CVAuthorization::defaultRunnerPath()
+{
+    const QString name = u"corvana-privileged-runner"_s;
+    if (QCoreApplication::instance()) {
+        const QString beside = QCoreApplication::applicationDirPath() + u'/' + name;
+        if (QFile::exists(beside))
+            return beside;
+    }
+    return u"/usr/libexec/corvana/"_s + name;
+}
+
+bool CVAuthorization::obtain(QString *error)
+{
+    if (isValid())
+        return true;
+    const QStringList command = launcher();
+    int fds[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+        if (error)
+            *error = QString::fromLocal8Bit(strerror(errno));
+        return false;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+    std::vector<QByteArray> encoded;
+    for (const QString &part : command)
+        encoded.push_back(QFile::encodeName(part));
+    std::vector<char *> argv;
+    for (QByteArray &part : encoded)
+        argv.push_back(part.data());
+    argv.push_back(nullptr);
+    pid_t child = 0;
+    const int spawned = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(fds[1]);
+    if (spawned != 0) {
+        ::close(fds[0]);
+        if (error)
+            *error = u"%1 could not be started: %2"_s.arg(command.value(0), QString::fromLocal8Bit(strerror(spawned)));
+        return false;
+    }
+    char greeting[sizeof kGreeting - 1];
+    if (!readAll(fds[0], greeting, sizeof greeting) || std::memcmp(greeting, kGreeting, sizeof greeting) != 0) {
+        // pkexec exits with 126 when the user dismissed the request, 127 when not authorized.
+        ::close(fds[0]);
+        int status = 0;
+        while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+        if (error) {
+            *error = WIFEXITED(status) && WEXITSTATUS(status) == 126
+                ? u"The request for administrator rights was dismissed."_s
+                : u"Administrator rights were not granted (%1 exited with status %2)."_s.arg(
+                    command.value(0), QString::number(WIFEXITED(status) ? WEXITSTATUS(status) : -1));
+        }
+        return false;
+    }
+    m_child = child;
+    m_toRunner = fds[0];
+    m_fromRunner = fds[0];
+    return true;
+}
+
+bool CVAuthorization::execute(const QStringList &fields, int *status, QByteArray *output, QString *error)
+{
+    if (!isValid()) {
+        if (error)
+            *error = u"No administrator rights were obtained."_s;
+        return false;
+    }
+    QByteArray request;
+    appendNumber(request, quint32(fields.size()));
+    for (const QString &field : fields) {
+        const QByteArray bytes = QFile::encodeName(field);
+        appendNumber(request, quint32(bytes.size()));
+        request += bytes;
+    }
+    quint32 code = 0;
+    quint32 length = 0;
+    QByteArray text;
+    bool ok = sendAll(m_toRunner, request) && readNumber(m_fromRunner, code) && readNumber(m_fromRunner, length);
+    if (ok) {
+        text.resize(qsizetype(length));
+        ok = length == 0 || readAll(m_fromRunner, text.data(), length);
+    }
+    if (!ok) {
+        close();
+        if (error)
+            *error = u"The privileged runner ended unexpectedly."_s;
+        return false;
+    }
+    if (status)
+        *status = int(code);
+    if (output)
+        *output = text;
+    return true;
+}
+
+void CVAuthorization::close()
+{
+    if (m_toRunner >= 0)
+        ::close(m_toRunner); // the runner ends when its input ends
+    if (m_child > 0) {
+        int status = 0;
+        while (::waitpid(m_child, &status, 0) < 0 && errno == EINTR) { }
+    }
+    m_child = -1;
+    m_toRunner = -1;
+    m_fromRunner = -1;
+}

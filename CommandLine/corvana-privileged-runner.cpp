@@ -1,0 +1,223 @@
+// The one program Corvana starts with administrator rights (through pkexec). It stays alive for
+// the life of the Corvana process that started it, so the user is asked once, and it runs only
+// /bin/mv -n, /bin/cp -R, /bin/rm -d -R and /bin/mkdir -p on absolute paths, never a shell.
+// Plain C++ on purpose: the less code runs as root, the better.
+//
+// Protocol on standard input/output, all integers 32-bit little-endian:
+//   greeting  "CORVANA-RUNNER 1\n"
+//   request   count, then count times (length, bytes); the first field is the tool
+//   reply     status (exit code; 128+signal; 255 refused), length, the tool's standard output
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <ftw.h>
+#include <spawn.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char **environ;
+
+namespace {
+
+constexpr int kRefused = 255;
+constexpr std::uint32_t kMaxFields = 16;
+constexpr std::uint32_t kMaxField = 64 * 1024;
+
+bool readAll(int fd, void *buffer, size_t size)
+{
+    auto *p = static_cast<char *>(buffer);
+    while (size > 0) {
+        const ssize_t n = ::read(fd, p, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        p += n;
+        size -= size_t(n);
+    }
+    return true;
+}
+
+bool writeAll(int fd, const void *buffer, size_t size)
+{
+    const auto *p = static_cast<const char *>(buffer);
+    while (size > 0) {
+        const ssize_t n = ::write(fd, p, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        p += n;
+        size -= size_t(n);
+    }
+    return true;
+}
+
+bool readNumber(std::uint32_t &value)
+{
+    unsigned char bytes[4];
+    if (!readAll(0, bytes, 4))
+        return false;
+    value = std::uint32_t(bytes[0]) | std::uint32_t(bytes[1]) << 8 | std::uint32_t(bytes[2]) << 16
+        | std::uint32_t(bytes[3]) << 24;
+    return true;
+}
+
+bool writeNumber(std::uint32_t value)
+{
+    const unsigned char bytes[4] = { static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
+        static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24) };
+    return writeAll(1, bytes, 4);
+}
+
+bool absolute(const std::string &path)
+{
+    return !path.empty() && path[0] == '/' && path.find('\0') == std::string::npos;
+}
+
+// Only the four commands Corvana needs, each with its fixed options.
+bool allowed(const std::vector<std::string> &f)
+{
+    if (f.size() == 4 && f[0] == "/bin/mv" && f[1] == "-n")
+        return absolute(f[2]) && absolute(f[3]);
+    if (f.size() == 4 && f[0] == "/bin/cp" && f[1] == "-R")
+        return absolute(f[2]) && absolute(f[3]);
+    if (f.size() == 4 && f[0] == "/bin/rm" && f[1] == "-d" && f[2] == "-R")
+        return absolute(f[3]) && f[3] != "/";
+    if (f.size() == 3 && f[0] == "/bin/mkdir" && f[1] == "-p")
+        return absolute(f[2]);
+    return false;
+}
+
+bool exists(const std::string &path)
+{
+    struct stat info { };
+    return ::lstat(path.c_str(), &info) == 0;
+}
+
+uid_t g_owner = 0;
+gid_t g_group = 0;
+
+int chownEntry(const char *path, const struct stat *, int, struct FTW *)
+{
+    ::lchown(path, g_owner, g_group);
+    return 0;
+}
+
+// What the tools create belongs to the user who asked, not to root.
+void giveToUser(const std::string &path)
+{
+    const char *uid = std::getenv("PKEXEC_UID");
+    if (::geteuid() != 0 || !uid || path.empty())
+        return;
+    char *end = nullptr;
+    const unsigned long value = std::strtoul(uid, &end, 10);
+    if (!end || *end != '\0')
+        return;
+    g_owner = uid_t(value);
+    g_group = gid_t(-1);
+    ::nftw(path.c_str(), chownEntry, 32, FTW_PHYS);
+}
+
+std::string firstMissingFolder(const std::string &path)
+{
+    std::string missing;
+    std::string current = path;
+    while (current.size() > 1 && !exists(current)) {
+        missing = current;
+        current = current.substr(0, current.find_last_of('/'));
+        if (current.empty())
+            break;
+    }
+    return missing;
+}
+
+int run(const std::vector<std::string> &fields, std::string &output)
+{
+    if (!allowed(fields))
+        return kRefused;
+    const std::string created = fields[0] == "/bin/mkdir" ? firstMissingFolder(fields[2]) : std::string();
+
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0)
+        return kRefused;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    std::vector<char *> argv;
+    for (const std::string &field : fields)
+        argv.push_back(const_cast<char *>(field.c_str()));
+    argv.push_back(nullptr);
+    static char path[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
+    static char locale[] = "LC_ALL=C";
+    char *env[] = { path, locale, nullptr };
+    pid_t child = 0;
+    const int spawned = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), env);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(pipeFds[1]);
+    if (spawned != 0) {
+        ::close(pipeFds[0]);
+        return kRefused;
+    }
+    std::array<char, 4096> buffer;
+    for (;;) {
+        const ssize_t n = ::read(pipeFds[0], buffer.data(), buffer.size());
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        output.append(buffer.data(), size_t(n));
+    }
+    ::close(pipeFds[0]);
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (code == 0) {
+        if (fields[0] == "/bin/cp" || fields[0] == "/bin/mv")
+            giveToUser(fields[3]);
+        else if (fields[0] == "/bin/mkdir")
+            giveToUser(created);
+    }
+    return code;
+}
+
+} // namespace
+
+int main()
+{
+    ::umask(022);
+    static const char greeting[] = "CORVANA-RUNNER 1\n";
+    if (!writeAll(1, greeting, sizeof greeting - 1))
+        return 1;
+    for (;;) {
+        std::uint32_t count = 0;
+        if (!readNumber(count))
+            return 0; // Corvana went away
+        if (count == 0 || count > kMaxFields)
+            return 1;
+        std::vector<std::string> fields(count);
+        for (std::string &field : fields) {
+            std::uint32_t length = 0;
+            if (!readNumber(length) || length > kMaxField)
+                return 1;
+            field.resize(length);
+            if (length > 0 && !readAll(0, field.data(), length))
+                return 1;
+        }
+        std::string output;
+        const int status = run(fields, output);
+        if (!writeNumber(std::uint32_t(status)) || !writeNumber(std::uint32_t(output.size()))
+            || !writeAll(1, output.data(), output.size()))
+            return 1;
+    }
+}

@@ -1,0 +1,244 @@
+#include "CVLibraryGenerator.h"
+#include "CVTestFiles.h"
+#include "CVTestHome.h"
+#include "Engine/CVDBusPlayerLink.h"
+#include "Engine/CVLibraryFilePlayerLink.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Library/CVLibraryFileReader.h"
+#include "Library/CVTrack.h"
+#include "Platform/CVFileManagerLink.h"
+#include "Platform/CVLog.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QtTest>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+// The D-Bus player link against a real player process on a private session bus.
+class TestDBusPlayer : public QObject {
+    Q_OBJECT
+
+private:
+    const QString m_service = u"org.mpris.MediaPlayer2.corvana-testplayer"_s;
+
+    static bool registered(const QString &name)
+    {
+        return QDBusConnection::sessionBus().interface()->isServiceRegistered(name).value();
+    }
+
+    QStringList playerCommand(const QStringList &extra = {}) const
+    {
+        return QStringList { QStringLiteral(CORVANA_TESTPLAYER), u"--library"_s, m_library, u"--record"_s, m_record }
+        + extra;
+    }
+
+    void startPlayer(const QStringList &extra = {})
+    {
+        const QStringList command = playerCommand(extra);
+        auto *process = new QProcess(this);
+        process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process->start(command.first(), command.mid(1));
+        QVERIFY(process->waitForStarted());
+        m_players.append(process);
+        QTRY_VERIFY_WITH_TIMEOUT(registered(m_service), 10000);
+    }
+
+    QStringList recorded() const { return QString::fromUtf8(readAll(m_record)).split(u'\n', Qt::SkipEmptyParts); }
+
+    std::unique_ptr<CVDBusPlayerLink> link() const
+    {
+        auto link = std::make_unique<CVDBusPlayerLink>(m_service);
+        link->setLaunchCommand(playerCommand());
+        return link;
+    }
+
+    QHash<QString, QString> libraryLocations() const
+    {
+        CVLibraryContents contents;
+        CVLibraryFileReader().readFile(m_library, contents);
+        QHash<QString, QString> locations;
+        for (const CVTrack &track : contents.tracks)
+            locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
+        return locations;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus: run under dbus-run-session");
+    }
+
+    void init()
+    {
+        m_home = std::make_unique<CVTestHome>();
+        m_library = m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s);
+        m_record = m_home->filePath(u"calls.txt"_s);
+        CVLibraryGeneratorOptions options;
+        options.tracks = 60;
+        options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
+        options.secondDrive = m_home->filePath(u"Archive"_s);
+        options.createMediaFiles = true;
+        QDir().mkpath(QFileInfo(m_library).path());
+        QVERIFY(CVLibraryGenerator(options).write(m_library));
+        CVLibraryContents contents;
+        QVERIFY(CVLibraryFileReader().readFile(m_library, contents));
+        for (const CVTrack &track : contents.tracks) {
+            if (track.text(CVAttr::MediaType) == u"Music"_s && QFileInfo::exists(track.text(CVAttr::Location))) {
+                m_pid = track.text(CVAttr::PersistentID);
+                m_location = track.text(CVAttr::Location);
+                break;
+            }
+        }
+        QVERIFY(!m_pid.isEmpty());
+        CVLog::setSink([this](const QString &line) { m_log.append(line); });
+    }
+
+    void cleanup()
+    {
+        CVLog::setSink({});
+        m_log.clear();
+        for (QProcess *process : std::as_const(m_players)) {
+            process->kill();
+            process->waitForFinished();
+            delete process;
+        }
+        m_players.clear();
+        // A player the link started again is detached from us.
+        if (registered(m_service)) {
+            const uint pid = QDBusConnection::sessionBus().interface()->servicePid(m_service).value();
+            if (pid > 0)
+                ::kill(pid_t(pid), SIGKILL);
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!registered(m_service), 10000);
+        m_home.reset();
+    }
+
+    void theBusPlayerIsChosenWhenItRuns()
+    {
+        auto fileLink = CVPlayerLink::choose(m_library, nullptr);
+        QVERIFY(dynamic_cast<CVLibraryFilePlayerLink *>(fileLink.get()));
+        startPlayer();
+        auto busLink = CVPlayerLink::choose(m_library, nullptr);
+        auto *dbus = dynamic_cast<CVDBusPlayerLink *>(busLink.get());
+        QVERIFY(dbus);
+        QCOMPARE(dbus->service(), m_service);
+    }
+
+    void locationsReachTheLibraryFileWhenThePlayerQuits()
+    {
+        startPlayer({ u"--quit-delay"_s, u"1200"_s });
+        auto player = link();
+        QVERIFY(player->isRunning());
+        const QString target = m_home->filePath(u"Span/Ünï \"q\" 100%.mp3"_s);
+        QVERIFY(player->setTrackLocation(m_pid, target));
+        QCOMPARE(player->trackLocation(m_pid).value_or(QString()), target);
+        // A track the player does not hold: no change, no error raised.
+        QVERIFY(!player->setTrackLocation(u"0000000000000000"_s, u"/x.mp3"_s));
+        QVERIFY(!player->trackLocation(u"0000000000000000"_s));
+
+        // The player takes its time to quit; the quit waits for it.
+        CVMediaSpanner spanner(player.get(), nullptr, nullptr);
+        QElapsedTimer clock;
+        clock.start();
+        spanner.quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+        QVERIFY(clock.elapsed() >= 1000);
+        QVERIFY(!player->isRunning()); // it was stopped: not started again
+        QCOMPARE(libraryLocations().value(m_pid), target);
+    }
+
+    void misbehavingPlayers()
+    {
+        startPlayer({ u"--keep-location"_s, m_pid });
+        auto player = link();
+        QVERIFY(player->setTrackLocation(m_pid, m_home->filePath(u"Span/a.mp3"_s)));
+        QCOMPARE(player->trackLocation(m_pid).value_or(QString()), m_location); // kept the old place
+        cleanup();
+        init();
+
+        startPlayer({ u"--move-file"_s, m_pid });
+        player = link();
+        const QString moved = QFileInfo(m_location).absolutePath() + u"/Moved "_s + QFileInfo(m_location).fileName();
+        QVERIFY(player->setTrackLocation(m_pid, m_location));
+        QCOMPARE(player->trackLocation(m_pid).value_or(QString()), moved);
+        QVERIFY(QFileInfo::exists(moved));
+    }
+
+    void aPlayerThatDoesNotAnswerCostsOnlyTheTimeout()
+    {
+        startPlayer({ u"--no-answer"_s });
+        auto player = link();
+        player->setCallTimeout(500);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!player->setTrackLocation(m_pid, u"/x.mp3"_s));
+        QVERIFY(!player->playerState());
+        QVERIFY(clock.elapsed() < 5000);
+        QVERIFY(!m_log.isEmpty());
+        QVERIFY2(m_log[0].startsWith(u"Corvana ScriptingBridge Error: "_s), qPrintable(m_log[0]));
+    }
+
+    void relaunchRestoresPausedPlayback()
+    {
+        startPlayer(
+            { u"--state"_s, u"Paused"_s, u"--track"_s, m_pid, u"--playlist"_s, u"Music"_s, u"--position"_s, u"42"_s });
+        auto player = link();
+        QCOMPARE(player->playerState(), std::optional<quint32>(CVPlayerLink::StatePaused));
+        CVMediaSpanner spanner(player.get(), nullptr, nullptr);
+        spanner.quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+        QVERIFY(player->isRunning()); // a new player process
+        QVERIFY(m_players.first()->state() == QProcess::NotRunning || m_players.first()->waitForFinished(5000));
+        QCOMPARE(player->playerState(), std::optional<quint32>(CVPlayerLink::StatePaused));
+        QCOMPARE(player->currentTrackPersistentID(), m_pid);
+        QCOMPARE(player->currentPlaylistName(), u"Music"_s);
+        QCOMPARE(player->playerPosition(), std::optional<int>(42));
+        QCOMPARE(recorded(), QStringList({ u"Quit"_s, u"PlayTrackOnce Music "_s + m_pid }));
+    }
+
+    void playingAtTheStartIsNotResumed()
+    {
+        startPlayer({ u"--state"_s, u"Playing"_s, u"--track"_s, m_pid, u"--playlist"_s, u"Music"_s });
+        auto player = link();
+        CVMediaSpanner spanner(player.get(), nullptr, nullptr);
+        spanner.quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+        QVERIFY(!player->isRunning());
+        QCOMPARE(recorded(), QStringList { u"Quit"_s });
+    }
+
+    void resultsRowsReachThePlayerAndTheFileManager()
+    {
+        startPlayer({ u"--file-manager"_s });
+        auto player = link();
+        CVFileManagerLink files;
+        CVMediaSpanner spanner(player.get(), &files, nullptr);
+        CVTrack track;
+        track.setText(CVAttr::PersistentID, m_pid);
+        track.setText(CVAttr::MediaType, u"Music"_s);
+        track.setText(CVAttr::Location, m_location);
+        spanner.playInITunesAction(&track);
+        spanner.revealInITunesAction(&track);
+        spanner.showInFinderAction(&track);
+        QCOMPARE(recorded(),
+            QStringList({ u"PlayTrackOnce Music "_s + m_pid, u"Raise"_s, u"RevealTrack Music "_s + m_pid,
+                u"ShowItems "_s + QUrl::fromLocalFile(m_location).toString(QUrl::FullyEncoded) }));
+        QCOMPARE(player->playerState(), std::optional<quint32>(CVPlayerLink::StatePlaying));
+        QCOMPARE(player->currentTrackPersistentID(), m_pid);
+    }
+
+private:
+    std::unique_ptr<CVTestHome> m_home;
+    QString m_library;
+    QString m_record;
+    QString m_pid;
+    QString m_location;
+    QStringList m_log;
+    QList<QProcess *> m_players;
+};
+
+QTEST_GUILESS_MAIN(TestDBusPlayer)
+#include "tst_dbusplayer.moc"
