@@ -49,7 +49,8 @@ int main(int argc, char *argv[])
         timer.start();
         int n = 0;
         for (qsizetype i = 0; i < pids.size() && n < changes; i += step, ++n)
-            link.setTrackLocation(pids[i], u"/Volumes/Span/Music/Artist "_s + QString::number(i) + u"/Album/Track.mp3"_s);
+            link.setTrackLocation(
+                pids[i], u"/Volumes/Span/Music/Artist "_s + QString::number(i) + u"/Album/Track.mp3"_s);
         journalMs.push_back(double(timer.nsecsElapsed()) / 1e6);
         timer.restart();
         QString error;

@@ -7,12 +7,14 @@
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
+#include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QtTest>
 
 #include <csignal>
@@ -228,6 +230,58 @@ private Q_SLOTS:
                 u"ShowItems "_s + QUrl::fromLocalFile(m_location).toString(QUrl::FullyEncoded) }));
         QCOMPARE(player->playerState(), std::optional<quint32>(CVPlayerLink::StatePlaying));
         QCOMPARE(player->currentTrackPersistentID(), m_pid);
+    }
+
+    void withoutAFileManagerTheOpenerShowsTheFolder()
+    {
+        QVERIFY(!registered(u"org.freedesktop.FileManager1"_s));
+        const QString script = m_home->filePath(u"opener"_s);
+        const QString log = m_home->filePath(u"opened"_s);
+        writeFile(script, "#!/bin/sh\necho \"$1\" >> '" + QFile::encodeName(log) + "'\nexit \"${OPENER_STATUS:-0}\"\n");
+        QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        CVFileManagerLink files;
+        files.setOpener(script);
+        QVERIFY(files.selectFile(m_location));
+        QCOMPARE(readAll(log), QFileInfo(m_location).absolutePath().toUtf8() + '\n');
+        // The opener's exit status decides.
+        qputenv("OPENER_STATUS", "4");
+        QVERIFY(!files.selectFile(m_location));
+        qunsetenv("OPENER_STATUS");
+        files.setOpener(m_home->filePath(u"no such opener"_s));
+        QVERIFY(!files.openPath(m_location));
+    }
+
+    void applicationsStartByProgramOrDesktopEntry()
+    {
+        CVFileManagerLink files;
+        QVERIFY(!files.launchApplication(u"no-such-application-anywhere"_s));
+        if (QStandardPaths::findExecutable(u"gio"_s).isEmpty()
+            && QStandardPaths::findExecutable(u"gtk-launch"_s).isEmpty())
+            QSKIP("neither gio nor gtk-launch is installed");
+        const QString marker = m_home->filePath(u"launched"_s);
+        writeFile(m_home->filePath(u".local/share/applications/org.example.Marker.desktop"_s),
+            "[Desktop Entry]\nType=Application\nName=Marker App\nExec=touch " + QFile::encodeName(marker) + "\n");
+        QVERIFY(files.launchApplication(u"Marker App"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(marker), 10000);
+    }
+
+    void oneCorvanaPerSession()
+    {
+        const QString name = QString::fromLatin1(CVInstanceLock::BusName);
+        {
+            CVInstanceLock lock(m_home->filePath(u"a.lock"_s));
+            QVERIFY(lock.tryLock());
+            QVERIFY(registered(name));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!registered(name), 5000);
+        // A Corvana whose lock file lies elsewhere still owns the name: no second one.
+        auto *other = new QProcess(this);
+        other->start(QStringLiteral(CORVANA_TESTPLAYER), { u"--library"_s, m_library, u"--name"_s, name });
+        m_players.append(other);
+        QTRY_VERIFY_WITH_TIMEOUT(registered(name), 10000);
+        CVInstanceLock second(m_home->filePath(u"b.lock"_s));
+        QVERIFY(!second.tryLock());
+        QVERIFY(!QFileInfo::exists(m_home->filePath(u"b.lock"_s)));
     }
 
 private:
