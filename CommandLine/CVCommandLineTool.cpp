@@ -1,17 +1,23 @@
 #include "CVCommandLineTool.h"
 
+#include "CVCommandLineHost.h"
 #include "CVJsonWriter.h"
 #include "CVRecordJson.h"
 #include "CVSelectionCommands.h"
+#include "CVSpanCommands.h"
 #include "CVStandardErrorPresenter.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Engine/CVPlayerLink.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSpanHistory.h"
 #include "Library/CVSpanRunState.h"
+#include "Platform/CVFileManagerLink.h"
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
 
 #include <QCommandLineParser>
+#include <QDir>
 #include <QFileInfo>
 #include <QMap>
 
@@ -57,11 +63,16 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const QCommandLineOption column(u"column"_s, u"browse: the column identifier."_s, u"COLUMN"_s);
     const QCommandLineOption sortField(u"sort-field"_s, u"browse: the field the column sorts by."_s, u"KEY"_s);
     const QCommandLineOption title(u"title"_s, u"summary: the alternate title."_s, u"TEXT"_s);
+    const QCommandLineOption to(u"to"_s, u"span: the span location."_s, u"DIR"_s);
+    const QCommandLineOption anyway(
+        u"anyway"_s, u"span, restore: go on although files are missing or space is short."_s);
+    const QCommandLineOption yes(u"yes"_s, u"span, restore, update-dependent: answer the confirmation."_s);
+    const QCommandLineOption dryRun(u"dry-run"_s, u"span, restore, update-dependent: print the plan, touch nothing."_s);
     parser.addOptions({ libraryOption, search, searchFields, spanFilter, media, location, playlist, json, field, column,
-        sortField, title });
+        sortField, title, to, anyway, yes, dryRun });
     parser.addPositionalArgument(u"command"_s,
         u"info | tracks | playlists | show | load | history | select | browse | summary | locations | "
-        "playlist-groups"_s);
+        "playlist-groups | span | restore | update-dependent | locate"_s);
     parser.addPositionalArgument(u"predicate"_s, u"A filter text or a JSON dictionary predicate."_s, u"[PREDICATE]"_s);
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(parser.errorText()));
@@ -72,14 +83,16 @@ int CVCommandLineTool::run(const QStringList &arguments)
         return 0;
     }
     const QStringList positional = parser.positionalArguments();
-    static const QStringList selecting { u"select"_s, u"browse"_s, u"summary"_s, u"locations"_s, u"playlist-groups"_s };
+    static const QStringList selecting { u"select"_s, u"browse"_s, u"summary"_s, u"locations"_s, u"playlist-groups"_s,
+        u"span"_s, u"restore"_s, u"locate"_s };
     const bool selects = !positional.isEmpty() && selecting.contains(positional.first());
     if (positional.isEmpty() || positional.size() > (selects ? 2 : 1)) {
         std::fprintf(stderr, "Usage: corvana-cli [--library FILE] COMMAND [options] [PREDICATE]; see --help\n");
         return kStatusError;
     }
     const QString command = positional.first();
-    static const QStringList plain { u"info"_s, u"tracks"_s, u"playlists"_s, u"show"_s, u"load"_s, u"history"_s };
+    static const QStringList plain { u"info"_s, u"tracks"_s, u"playlists"_s, u"show"_s, u"load"_s, u"history"_s,
+        u"update-dependent"_s };
     if (!plain.contains(command) && !selects) {
         std::fprintf(stderr, "Unknown command \"%s\".\n", qUtf8Printable(command));
         return kStatusError;
@@ -96,25 +109,61 @@ int CVCommandLineTool::run(const QStringList &arguments)
     m_library = std::make_unique<CVLibraryManager>(m_settings.get());
     CVLibraryManager &library = *m_library;
     library.setPresenter(m_presenter.get());
+    QString libraryFile;
     if (parser.isSet(libraryOption)) {
         const QString file = parser.value(libraryOption);
         if (!QFileInfo(file).isFile()) {
             std::fprintf(stderr, "No library file at \"%s\".\n", qUtf8Printable(file));
             return kStatusError;
         }
-        library.setLibraryFilePath(QFileInfo(file).absoluteFilePath());
+        libraryFile = QFileInfo(file).absoluteFilePath();
+        library.setLibraryFilePath(libraryFile);
+    } else {
+        libraryFile = CVLibraryManager::chooseLibraryFile(QDir::homePath());
     }
+
+    // The crash flags, kept as the window keeps them: a run that ended without its results is
+    // recovered by whichever front end starts next.
+    CVSettings &settings = *m_settings;
+    const bool crashedWhileSpanning
+        = settings.boolValue(u"CVDidCrashLastRun"_s) && settings.boolValue(u"CVIsSpanning"_s);
+    settings.setValue(u"CVDidCrashLastRun"_s, true);
+    settings.setValue(u"CVIsSpanning"_s, crashedWhileSpanning);
+    settings.synchronize();
+    m_host = std::make_unique<CVCommandLineHost>();
+    m_host->setCrashedWhileSpanningLastRun(crashedWhileSpanning);
+    m_playerLink = CVPlayerLink::choose(libraryFile, CVFileManagerLink::shared());
+    m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), CVFileManagerLink::shared(), m_presenter.get());
+    m_spanner->setHost(m_host.get());
+    m_spanner->setLibrary(&library);
+    m_spanner->setSettings(&settings);
+    if (crashedWhileSpanning)
+        std::fprintf(stderr,
+            "Corvana did not finish its last span or restore. The player's library is read as the "
+            "run left it; span or restore the same tracks again to complete the work.\n");
+    library.setHost(m_host.get());
     if (library.loadiTunesXMLDatabase() != CVLibraryManager::LoadResult::Loaded)
         return kStatusError;
     // The rest of a load: the span history opened, joined onto the tracks, and saved.
     m_history = std::make_unique<CVSpanHistory>(m_presenter.get());
     m_history->setLibraryPersistentID([&library] { return library.iTunesPersistentID(); });
-    m_runState = std::make_unique<CVFixedSpanRunState>();
     library.setSpanHistory(m_history.get());
-    library.setRunState(m_runState.get());
+    library.setRunState(m_spanner.get());
+    m_host->setParts(m_spanner.get(), m_playerLink.get(), &library, m_history.get());
     m_history->managedObjectContext(u"Span"_s);
     const CVLibraryManager::JoinResult join = library.joinSpanHistory();
+    const int status = runCommand(command, parser, positional, join);
+    // A normal end; a crash while spanning stays on record until a run completes.
+    if (!m_host->crashedWhileSpanningLastRun())
+        settings.setValue(u"CVDidCrashLastRun"_s, false);
+    settings.synchronize();
+    return status;
+}
 
+int CVCommandLineTool::runCommand(const QString &command, const QCommandLineParser &parser,
+    const QStringList &positional, const CVLibraryManager::JoinResult &join)
+{
+    CVLibraryManager &library = *m_library;
     if (command == u"load"_s) {
         CVJsonWriter out(stdout);
         out.beginObject();
@@ -131,7 +180,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
         return m_history->storeFailed() ? kStatusNoHistory : 0;
     }
     if (command == u"history"_s)
-        return history(library, parser.isSet(json));
+        return history(library, parser.isSet(u"json"_s));
 
     if (command == u"info"_s)
         return info(library);
@@ -142,20 +191,37 @@ int CVCommandLineTool::run(const QStringList &arguments)
     if (command == u"show"_s)
         return show(library);
     CVSelectionCommands::Options options;
-    options.search = parser.value(search);
-    if (parser.isSet(searchFields))
-        options.searchFields = parser.value(searchFields).split(u',', Qt::SkipEmptyParts);
-    options.spanFilter = parser.value(spanFilter);
-    options.media = parser.value(media);
-    options.location = parser.value(location);
-    options.playlist = parser.value(playlist);
+    options.search = parser.value(u"search"_s);
+    if (parser.isSet(u"search-fields"_s))
+        options.searchFields = parser.value(u"search-fields"_s).split(u',', Qt::SkipEmptyParts);
+    options.spanFilter = parser.value(u"span-filter"_s);
+    options.media = parser.value(u"media"_s);
+    options.location = parser.value(u"location"_s);
+    options.playlist = parser.value(u"playlist"_s);
     options.predicate = positional.value(1);
-    options.json = parser.isSet(json);
-    options.field = parser.value(field);
-    options.column = parser.value(column);
-    options.sortField = parser.value(sortField);
-    options.title = parser.value(title);
+    options.json = parser.isSet(u"json"_s);
+    options.field = parser.value(u"field"_s);
+    options.column = parser.value(u"column"_s);
+    options.sortField = parser.value(u"sort-field"_s);
+    options.title = parser.value(u"title"_s);
     CVSelectionCommands selection(library, *m_settings, options);
+
+    CVSpanCommands::Options spanOptions;
+    spanOptions.to = parser.value(u"to"_s);
+    spanOptions.anyway = parser.isSet(u"anyway"_s);
+    spanOptions.yes = parser.isSet(u"yes"_s);
+    spanOptions.dryRun = parser.isSet(u"dry-run"_s);
+    CVSpanCommands spanning(library, *m_settings, *m_spanner, *m_host, spanOptions);
+    if (command == u"update-dependent"_s)
+        return spanning.updateDependent();
+    if (command == u"span"_s || command == u"restore"_s || command == u"locate"_s) {
+        const std::optional<CVTrackList> tracks = selection.selectedTracks();
+        if (!tracks)
+            return kStatusError;
+        if (command == u"locate"_s)
+            return spanning.locate(*tracks);
+        return spanning.span(*tracks, command == u"restore"_s);
+    }
     if (command == u"select"_s)
         return selection.select();
     if (command == u"browse"_s)

@@ -1,13 +1,18 @@
 #pragma once
 
+#include "Library/CVLibraryManager.h"
+
 #include <QStringList>
 
 #include <memory>
 
+class CVCommandLineHost;
+class CVFileManagerLink;
 class CVInstanceLock;
-class CVLibraryManager;
+class CVMediaSpanner;
+class CVPlayerLink;
+class QCommandLineParser;
 class CVSpanHistory;
-class CVFixedSpanRunState;
 class CVPresenter;
 class CVSettings;
 
@@ -20,6 +25,8 @@ public:
     int run(const QStringList &arguments);
 
 private:
+    int runCommand(const QString &command, const QCommandLineParser &parser, const QStringList &positional,
+        const CVLibraryManager::JoinResult &join);
     int info(const CVLibraryManager &library);
     int tracks(const CVLibraryManager &library);
     int playlists(const CVLibraryManager &library);
@@ -31,5 +38,7 @@ private:
     std::unique_ptr<CVPresenter> m_presenter;
     std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSpanHistory> m_history;
-    std::unique_ptr<CVFixedSpanRunState> m_runState;
+    std::unique_ptr<CVCommandLineHost> m_host;
+    std::unique_ptr<CVPlayerLink> m_playerLink;
+    std::unique_ptr<CVMediaSpanner> m_spanner;
 };

@@ -123,6 +123,13 @@ bool CVSelectionCommands::prepare(bool predicateRequired)
     return true;
 }
 
+std::optional<CVTrackList> CVSelectionCommands::selectedTracks()
+{
+    if (!prepare(false))
+        return std::nullopt;
+    return m_library.smartSelectPredicate(m_predicate);
+}
+
 int CVSelectionCommands::select()
 {
     if (!prepare(false))

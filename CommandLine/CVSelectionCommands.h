@@ -1,9 +1,12 @@
 #pragma once
 
 #include "Library/CVSelectionPanes.h"
+#include "Library/CVTrackList.h"
 
 #include <QString>
 #include <QStringList>
+
+#include <optional>
 
 class CVLibraryManager;
 class CVSettings;
@@ -31,6 +34,8 @@ public:
     int summary();
     int locations();
     int playlistGroups();
+    // The tracks the options and the predicate select; nothing (with a message) on bad options.
+    std::optional<CVTrackList> selectedTracks();
 
 private:
     // Sets the panes and parses the predicate; false with a message on standard error.

@@ -118,6 +118,8 @@ bool CVDBusPlayerLink::isRunning()
 
 bool CVDBusPlayerLink::setTrackLocation(const QString &persistentID, const QString &path)
 {
+    if (!isRunning() && !launch())
+        return false;
     const QString url = QString::fromUtf8(CVFileURL::fileURLFromPath(path));
     const auto reply = call(library(), u"SetTrackLocation"_s, { persistentID, url });
     return reply && !reply->arguments().isEmpty() && reply->arguments().constFirst().toBool();

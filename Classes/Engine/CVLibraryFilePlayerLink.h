@@ -29,6 +29,7 @@ public:
     QString description() const override;
     // "Running" while changes wait for the library file to be written.
     bool isRunning() override;
+    bool isReady() override { return true; }
     bool setTrackLocation(const QString &persistentID, const QString &path) override;
     std::optional<QString> trackLocation(const QString &persistentID) override;
     std::optional<quint32> playerState() override;

@@ -1,4 +1,48 @@
+// CVMediaSpanner: destination paths, titles, pause and skip, and the helpers the runs share.
 #include "Engine/CVMediaSpanner.h"
+
+#include "Engine/CVMediaSpannerThreads.h"
+#include "Engine/CVPlayerLink.h"
+#include "Engine/CVSpannerHost.h"
+#include "Library/CVLibraryManager.h"
+#include "Library/CVTrack.h"
+#include "Platform/CVFileCopier.h"
+#include "Platform/CVFileManagerLink.h"
+#include "Platform/CVLog.h"
+#include "Platform/CVPresenter.h"
+#include "Platform/CVSettings.h"
+#include "Platform/CVVolumes.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// No path component may exceed this many bytes.
+constexpr qsizetype kMaxNameBytes = 255;
+
+QString truncatedToNameLimit(QString name)
+{
+    while (name.toUtf8().size() > kMaxNameBytes)
+        name.chop(name.size() > 1 && name[name.size() - 1].isLowSurrogate() ? 2 : 1);
+    return name;
+}
+
+// The last guard of every component we build: it stays one name inside its folder.
+QString safeComponent(QString name)
+{
+    name.replace(u'/', u'_');
+    name.replace(QChar(0), u'_');
+    if (name.isEmpty() || name == u"."_s || name == u".."_s)
+        name = u"_"_s;
+    return truncatedToNameLimit(name);
+}
+
+} // namespace
 
 CVMediaSpanner::CVMediaSpanner(
     CVPlayerLink *playerLink, CVFileManagerLink *fileManager, CVPresenter *presenter, QObject *parent)
@@ -10,3 +54,323 @@ CVMediaSpanner::CVMediaSpanner(
 }
 
 CVMediaSpanner::~CVMediaSpanner() = default;
+
+bool CVMediaSpanner::restoreMode() const
+{
+    if (m_runUnderWay)
+        return m_runRestoreMode;
+    return m_host && m_host->restoreMode();
+}
+
+QString CVMediaSpanner::spanLocation() const
+{
+    if (m_runUnderWay)
+        return m_runSpanLocation;
+    return m_host ? m_host->spanLocation() : QString();
+}
+
+bool CVMediaSpanner::crashedWhileSpanningLastRun() const
+{
+    return m_host && m_host->crashedWhileSpanningLastRun();
+}
+
+QString CVMediaSpanner::replaceChactersInStringForFolderName(const QString &text)
+{
+    // Trailing blanks go, unless the text is nothing but blanks.
+    QString s = text;
+    const qsizetype end = [&] {
+        qsizetype e = s.size();
+        while (e > 0 && s[e - 1] == u' ')
+            --e;
+        return e;
+    }();
+    if (end > 0)
+        s.truncate(end);
+    static const QChar replaced[] = { u'/', u'"', u':', u'>', u'<', QChar(0x2019), u'*', u'?' };
+    for (const QChar c : replaced)
+        s.replace(c, u'_');
+    if (s.startsWith(u' '))
+        s[0] = u'_';
+    if (s.startsWith(u'.'))
+        s[0] = u'_';
+    if (s.endsWith(u'.'))
+        s[s.size() - 1] = u'_';
+    if (s.endsWith(u' '))
+        s[s.size() - 1] = u'_';
+    return safeComponent(s);
+}
+
+QString CVMediaSpanner::getBasePathForPath(const QString &path)
+{
+    return CVVolumes::basePathOfPath(path);
+}
+
+QString CVMediaSpanner::getOriginalPathForItem(const CVTrack *track)
+{
+    return track->text(CVAttr::OriginalLocation);
+}
+
+QString CVMediaSpanner::getITunesPathForItem(const CVTrack *track) const
+{
+    if (crashedWhileSpanningLastRun() && !track->flag(CVAttr::SymSpan)) {
+        const auto it = m_previouslySpannedTracks.constFind(track->text(CVAttr::PersistentID));
+        if (it != m_previouslySpannedTracks.cend())
+            return *it;
+    }
+    return track->text(CVAttr::Location);
+}
+
+QString CVMediaSpanner::getCurrentPathForItem(const CVTrack *track) const
+{
+    if (track->flag(CVAttr::SymSpan))
+        return track->text(CVAttr::SpanLocation);
+    return getITunesPathForItem(track);
+}
+
+QString CVMediaSpanner::createNewPathForItem(const CVTrack *track, const QString &fileName) const
+{
+    if (restoreMode())
+        return getOriginalPathForItem(track);
+    const auto first = [&](std::initializer_list<CVAttr> attrs, const QString &fallback) {
+        for (const CVAttr a : attrs) {
+            if (track->has(a) && !track->text(a).isEmpty())
+                return track->text(a);
+        }
+        return fallback;
+    };
+    const QString mediaType = track->text(CVAttr::MediaType);
+    const QString artist
+        = replaceChactersInStringForFolderName(first({ CVAttr::AlbumArtist, CVAttr::Artist }, u"Unknown Artist"_s));
+    const QString album = replaceChactersInStringForFolderName(
+        first({ CVAttr::Album }, mediaType == u"Podcasts"_s ? u"Unknown Podcast"_s : u"Unknown Album"_s));
+    const QString show = replaceChactersInStringForFolderName(first({ CVAttr::Show }, u"Unknown Show"_s));
+    // The season is used as it stands, but it may never leave its folder.
+    const QString season = safeComponent(first({ CVAttr::Season }, u"No Season"_s));
+    const QString file = safeComponent(fileName);
+
+    QString relative;
+    if (mediaType == u"Music"_s) {
+        const bool compilation = track->value(CVAttr::Compilation).toInt() == 1;
+        relative = u"Music/%1/%2/%3"_s.arg(compilation ? u"Compilations"_s : artist, album, file);
+    } else if (mediaType == u"Movies"_s) {
+        relative = u"Movies/%1/%2"_s.arg(
+            replaceChactersInStringForFolderName(first({ CVAttr::Name }, u"Untitled Movie"_s)), file);
+    } else if (mediaType == u"TV Shows"_s) {
+        relative = u"TV Shows/%1/%2/%3"_s.arg(show, season, file);
+    } else if (mediaType == u"Podcasts"_s) {
+        relative = u"Podcasts/%1/%2"_s.arg(album, file);
+    } else if (mediaType == u"iTunes U"_s) {
+        relative = u"iTunes U/%1/%2"_s.arg(album, file);
+    } else if (mediaType == u"Books"_s) {
+        relative = u"Audiobooks/%1/%2"_s.arg(artist, file);
+    } else {
+        CVLog::log(u"UNCAUGHT MEDIATYPE!"_s);
+        relative = u"%1/%2/%3/%4"_s.arg(safeComponent(mediaType), artist, album, file);
+    }
+    return u"%1/%2"_s.arg(spanLocation(), relative);
+}
+
+QString CVMediaSpanner::createDisplayTitleForItem(const CVTrack *track)
+{
+    const auto text = [&](CVAttr a, const QString &fallback) {
+        return track->has(a) && !track->text(a).isEmpty() ? track->text(a) : fallback;
+    };
+    const qint64 number = track->has(CVAttr::TrackNumber) ? track->integer(CVAttr::TrackNumber) : 0;
+    const QString prefix = number != 0 ? u"%1. "_s.arg(number) : QString();
+    return u"%1 · %2 · %3%4"_s.arg(text(CVAttr::Artist, u"Unknown Artist"_s), text(CVAttr::Album, u"Unknown Album"_s),
+        prefix, text(CVAttr::Name, u"Untitled Track"_s));
+}
+
+QVariantMap CVMediaSpanner::lastTracksSpanned() const
+{
+    return m_settings ? m_settings->mapValue(u"CVLastTracksSpanned"_s) : QVariantMap();
+}
+
+void CVMediaSpanner::loadPreviouslySpannedTracks()
+{
+    m_previouslySpannedTracks.clear();
+    const QVariantMap map = lastTracksSpanned();
+    for (auto it = map.cbegin(); it != map.cend(); ++it)
+        m_previouslySpannedTracks.insert(it.key(), it.value().toString());
+}
+
+QString CVMediaSpanner::displayTitleForPath(const QString &path) const
+{
+    return m_library ? m_library->createDisplayTitleForPath(path) : QFileInfo(path).fileName();
+}
+
+void CVMediaSpanner::addRow(CVTrack *track, CVResultIcon icon, const QString &message)
+{
+    m_rawContentForResults.append({ track->text(CVAttr::PersistentID), icon, track, message });
+}
+
+void CVMediaSpanner::setTaskLine(const QString &text, int alignment)
+{
+    m_taskLine = text;
+    Q_EMIT taskLineChanged(text, alignment);
+}
+
+void CVMediaSpanner::showStep(int step, int maximum)
+{
+    Q_EMIT progressChanged(step, maximum, false);
+}
+
+void CVMediaSpanner::waitWhilePaused()
+{
+    while (m_pauseSpan) {
+        if (!m_taskLine.startsWith(u"Paused After "_s))
+            setTaskLine(u"Paused After %1"_s.arg(m_taskLine));
+        QThread::msleep(500);
+    }
+}
+
+bool CVMediaSpanner::playerReady() const
+{
+    return m_playerLink && m_playerLink->isReady();
+}
+
+void CVMediaSpanner::pointPlayerAt(CVTrack *track, const QString &path, const QString &title, bool tab)
+{
+    const bool ready = playerReady();
+    if (ready) {
+        setTaskLine((tab ? u"Updating:\t%1"_s : u"Updating: %1"_s).arg(title));
+    } else {
+        Q_EMIT waitingForPlayer(true);
+        setTaskLine(u"Launching iTunes & Updating: %1"_s.arg(title));
+    }
+    setLocationForTrackIniTunesWithPersistentID(track->text(CVAttr::PersistentID), path);
+    if (!ready)
+        Q_EMIT waitingForPlayer(false);
+}
+
+void CVMediaSpanner::prepareWindowForRun()
+{
+    CVSpannerHost *host = m_host;
+    if (host)
+        CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerHost::View::Spanning); });
+}
+
+CVMediaSpanner::CopyOutcome CVMediaSpanner::copyWithRules(const CVTrack *track, const QString &from, const QString &to)
+{
+    // The library's Size, or the file's own when that is larger (a stale library undercounts).
+    const qint64 size = qMax(qint64(track->real(CVAttr::Size)), QFileInfo(from).size());
+    QString lastError;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        // Every destination drive keeps its last 100 MB free. Measured on the filesystem that
+        // will hold the file, which on Linux need not be the one of its drive root.
+        const qint64 free = CVVolumes::freeSpaceForPath(to);
+        if (size + FreeSpaceReserve > free)
+            return CopyOutcome::NoSpace;
+        QDir().mkpath(QFileInfo(to).absolutePath());
+        const CVFileCopier::Result result = CVFileCopier::copyFile(from, to);
+        if (result.ok) {
+            Q_EMIT fileCopied(size);
+            return CopyOutcome::Copied;
+        }
+        lastError = result.error;
+        if (result.noSpace)
+            return CopyOutcome::NoSpace;
+    }
+    CVLog::log(u"Copy failed: %1"_s.arg(lastError));
+    return CopyOutcome::Failed;
+}
+
+bool CVMediaSpanner::urlIsInvisible(const QString &path)
+{
+    return QFileInfo(path).fileName().startsWith(u'.');
+}
+
+bool CVMediaSpanner::isProtectedFolder(const QString &folder) const
+{
+    // Clean-up climbs a few folders; it must never take a folder that holds more than media.
+    const QString clean = QDir::cleanPath(folder);
+    const auto isSelfOrAncestor = [&](const QString &of) {
+        if (of.isEmpty())
+            return false;
+        const QString other = QDir::cleanPath(of);
+        return other == clean || other.startsWith(clean == u"/"_s ? clean : QString(clean + u'/'));
+    };
+    if (clean == u"/"_s || CVVolumes::isDriveRoot(clean) || CVVolumes::isDriveContainer(clean))
+        return true;
+    if (isSelfOrAncestor(QDir::homePath()) || isSelfOrAncestor(spanLocation()) || isSelfOrAncestor(m_runSpanLocation))
+        return true;
+    if (m_library && m_library->iTunesMediaPath() && isSelfOrAncestor(*m_library->iTunesMediaPath()))
+        return true;
+    return false;
+}
+
+void CVMediaSpanner::cleanUpEmptyDirectoriesStartingFromPath(const QString &path, int depth)
+{
+    QString p = path;
+    for (int level = 0; level < depth; ++level) {
+        p = QFileInfo(p).absolutePath();
+        if (isProtectedFolder(p))
+            return;
+        const QStringList entries
+            = QDir(p).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+        for (const QString &entry : entries) {
+            if (!urlIsInvisible(p + u'/' + entry))
+                return;
+        }
+        if (!m_fileManager)
+            return;
+        m_fileManager->moveToTrash(p);
+        if (!QFileInfo::exists(p))
+            ++m_trashedFolderCount;
+    }
+}
+
+void CVMediaSpanner::trashAndCleanUp(const CVTrack *track, const QString &path)
+{
+    if (m_fileManager)
+        m_fileManager->moveToTrash(path);
+    const QString kind = track->text(CVAttr::MediaType);
+    cleanUpEmptyDirectoriesStartingFromPath(path, kind == u"Music"_s || kind == u"TV Shows"_s ? 3 : 2);
+}
+
+void CVMediaSpanner::setPauseSpan(bool pause)
+{
+    m_pauseSpan = pause;
+    Q_EMIT pauseTitleChanged(pauseControlTitle());
+}
+
+QString CVMediaSpanner::pauseControlTitle() const
+{
+    QString suffix;
+    if (m_runUnderWay) {
+        if (m_pauseSpan)
+            suffix = m_runRestoreMode ? u" Restoring"_s : u" Spanning"_s;
+        else
+            suffix = m_runRestoreMode ? u" Restore"_s : u" Span"_s;
+    }
+    return u"%1%2"_s.arg(m_pauseSpan ? u"Resume"_s : u"Pause"_s, suffix);
+}
+
+void CVMediaSpanner::skipTheRestAction()
+{
+    setPauseSpan(true);
+    CVAlert alert;
+    if (!crashedWhileSpanningLastRun() && m_spanRepairAttempts < 1) {
+        alert.title = u"%1Are you sure you want skip the rest?"_s.arg(m_runUnderWay ? QString() : u"\n"_s);
+        alert.defaultButton = u"Skip the Rest"_s;
+        alert.otherButton
+            = u"Resume%1"_s.arg(m_runUnderWay ? (m_runRestoreMode ? u" Restoring"_s : u" Spanning"_s) : QString());
+        if (m_runUnderWay)
+            alert.text = u"Skipping the rest will not reverse what has already been done. To reverse anything, you "
+                         "must do it through Corvana once this process is complete."_s;
+        didEndSkipTheRestAlertSheet(m_presenter ? m_presenter->runAlertPanel(alert) : CVPresenter::OtherReturn);
+        return;
+    }
+    setPauseSpan(false);
+    alert.title = u"\nSorry, you can't skip the rest when %1."_s.arg(
+        crashedWhileSpanningLastRun() ? u"recovering from a crash"_s : u"reattempting tracks"_s);
+    if (m_presenter)
+        m_presenter->runAlertPanel(alert);
+}
+
+void CVMediaSpanner::didEndSkipTheRestAlertSheet(int returnCode)
+{
+    if (!m_host || m_host->isSpanningViewOnScreen())
+        m_skipTheRest = returnCode == CVPresenter::DefaultReturn;
+    setPauseSpan(false);
+}

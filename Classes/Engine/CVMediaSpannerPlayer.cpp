@@ -1,6 +1,7 @@
 // The player and Trash operations of CVMediaSpanner.
 #include "Engine/CVMediaSpanner.h"
 
+#include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVPlayerLink.h"
 #include "Engine/CVSpannerHost.h"
 #include "Library/CVTrack.h"
@@ -15,24 +16,8 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-bool onMainThread()
-{
-    return !QCoreApplication::instance() || QThread::currentThread() == QCoreApplication::instance()->thread();
-}
-
-// Runs `work` on the main thread and waits for it.
-template<typename F>
-void onMainThreadAndWait(F work)
-{
-    if (onMainThread())
-        work();
-    else
-        QMetaObject::invokeMethod(QCoreApplication::instance(), work, Qt::BlockingQueuedConnection);
-}
-
-} // namespace
+using CVMediaSpannerThreads::onMainThread;
+using CVMediaSpannerThreads::onMainThreadAndWait;
 
 void CVMediaSpanner::setLocationForTrackIniTunesWithPersistentID(const QString &persistentID, const QString &location)
 {

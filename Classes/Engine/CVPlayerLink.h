@@ -27,6 +27,8 @@ public:
 
     virtual QString description() const = 0;
     virtual bool isRunning() = 0;
+    // Whether a track's location can be set without starting the player first.
+    virtual bool isReady() { return isRunning(); }
 
     // Points the player's file track at the path. False when the player does not hold the track.
     virtual bool setTrackLocation(const QString &persistentID, const QString &path) = 0;

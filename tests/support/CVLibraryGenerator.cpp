@@ -263,7 +263,9 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
         const int discCount = album % 9 == 0 ? 2 : 1;
         const std::string name = words(1 + pick(4)) + (chance(5) ? " (Live)" : "");
         const std::string &albumName = albumNames[std::size_t(album)];
-        const long long size = m_options.createMediaFiles ? 512 + pick(3584) : 2000000 + pick(9000000);
+        const long long size = !m_options.createMediaFiles ? 2000000 + pick(9000000)
+            : m_options.mediaFileBytes > 0                 ? m_options.mediaFileBytes + pick(4096)
+                                                           : 512 + pick(3584);
         const long long totalTime = media == Media::Movie ? 3600000LL + pick(3600000) : 60000 + pick(400000);
         const long long added = 1050000000LL + (long long)(rng() % 700000000ULL);
 

@@ -17,6 +17,8 @@ struct CVLibraryGeneratorOptions {
     QString secondDrive;
     // Creates a small file on disk for every file track (its "Size" is the real size).
     bool createMediaFiles = false;
+    // With media files: about this many bytes each (0: a few kB).
+    qint64 mediaFileBytes = 0;
 };
 
 struct CVLibraryGeneratorResult {

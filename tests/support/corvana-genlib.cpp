@@ -20,7 +20,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption mediaRoot(u"media-root"_s, u"Folder that holds \"iTunes Media\"."_s, u"DIR"_s);
     const QCommandLineOption secondDrive(u"second-drive"_s, u"Drive root for a tenth of the tracks."_s, u"DIR"_s);
     const QCommandLineOption createMedia(u"create-media"_s, u"Write a small media file for every file track."_s);
-    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia });
+    const QCommandLineOption mediaBytes(u"media-bytes"_s, u"With --create-media: about N bytes per file."_s, u"N"_s);
+    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia, mediaBytes });
     parser.addPositionalArgument(u"file"_s, u"The library file to write."_s);
     parser.process(app);
     if (parser.positionalArguments().size() != 1) {
@@ -35,6 +36,7 @@ int main(int argc, char *argv[])
     if (parser.isSet(secondDrive))
         options.secondDrive = QDir(parser.value(secondDrive)).absolutePath();
     options.createMediaFiles = parser.isSet(createMedia);
+    options.mediaFileBytes = parser.value(mediaBytes).toLongLong();
     CVLibraryGenerator generator(options);
     CVLibraryGeneratorResult result;
     if (!generator.write(parser.positionalArguments().first(), &result)) {
