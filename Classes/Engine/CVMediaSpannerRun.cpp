@@ -65,9 +65,10 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     m_needsReloadAfterSpan = false;
     Q_EMIT skipTitleChanged(u"Skip the rest…"_s);
     if (m_settings) {
+        // Written to disk together with the in-flight map below: a crash must never find the
+        // run marked without the map of the tracks it moves.
         m_settings->setValue(u"CVIsSpanning"_s, true);
         m_settings->setValue(u"CVLastSpanLocation"_s, restore ? u"CVRestoreMode"_s : m_runSpanLocation);
-        m_settings->synchronize();
     }
 
     Q_EMIT progressChanged(0, 0, true);
@@ -95,14 +96,14 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
                 watchList.append(root);
             inFlight.insert(track->text(CVAttr::PersistentID), current);
         }
-        if (m_settings) {
+        if (m_settings)
             m_settings->setValue(u"CVLastTracksSpanned"_s, inFlight);
-            m_settings->synchronize();
-        }
         m_previouslySpannedTracks.clear();
         for (auto it = inFlight.cbegin(); it != inFlight.cend(); ++it)
             m_previouslySpannedTracks.insert(it.key(), it.value().toString());
     }
+    if (m_settings)
+        m_settings->synchronize();
     FileSystemEventWatcher::sharedPathWatcher()->startWatchingPaths(watchList);
     if (m_host) {
         CVSpannerHost *host = m_host;

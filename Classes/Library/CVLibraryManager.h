@@ -5,6 +5,7 @@
 #include "Library/CVSelection.h"
 
 #include <QObject>
+#include <QSet>
 
 #include <memory>
 #include <optional>
@@ -137,6 +138,7 @@ private:
     CVSpanHistory *m_history = nullptr;
     const CVSpanRunState *m_runState = nullptr;
     QHash<QString, QString> m_displayTitles; // span location -> its title, for one load
+    std::optional<QSet<QString>> m_inFlightTracks; // the crashed run's tracks, during a join
     QString m_fixedLibraryFile;
     QString m_libraryFile;
     QString m_lastError;

@@ -167,11 +167,17 @@ void CVLibraryManager::setSpanInformationForSpannedManagedObject(CVSpanRecord *r
     bool restored = samePath(orig, span);
     bool spanned = !restored;
 
-    // A track that was in flight during a crash keeps its facts until it is spanned again.
+    // A track that was in flight during a crash keeps its facts until it is spanned again. A
+    // restored record's span is its home, inside the media folder more often than not: that says
+    // nothing about the copy in flight, so it does not count against being in flight.
     bool inFlight = false;
     if (m_runState && m_runState->crashedWhileSpanningLastRun() && m_settings) {
-        inFlight = m_settings->mapValue(u"CVLastTracksSpanned"_s).contains(record->text(CVSpanAttr::PersistentID))
-            && !beginsWith(span, m_iTunesMediaPath);
+        if (!m_inFlightTracks) {
+            const QVariantMap map = m_settings->mapValue(u"CVLastTracksSpanned"_s);
+            m_inFlightTracks = QSet<QString>(map.keyBegin(), map.keyEnd());
+        }
+        inFlight = m_inFlightTracks->contains(record->text(CVSpanAttr::PersistentID))
+            && (restored || !beginsWith(span, m_iTunesMediaPath));
     }
     if (!inFlight && realFileAt(loc)) {
         if (restored && !samePath(orig, loc)) {
@@ -239,6 +245,7 @@ void CVLibraryManager::tagSpanItemAsRemovedFromITunes(CVSpanRecord *record)
 CVLibraryManager::JoinResult CVLibraryManager::joinSpanHistory()
 {
     JoinResult result;
+    m_inFlightTracks.reset(); // read afresh once per join
     if (m_presenter)
         m_presenter->setProgressIndeterminate(true);
     std::vector<CVSpanRecord *> records = fetchAllSpannedItems();

@@ -1,10 +1,14 @@
 #include "Platform/CVFileCopier.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMutex>
+#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -78,6 +82,26 @@ bool copyBytes(int from, int to, off_t size, int &error)
     return true;
 }
 
+// A copy cut short by a killed process leaves its temporary file; remove those of processes
+// that are gone, once per folder and process.
+void removeStaleParts(const QString &folder)
+{
+    static QMutex mutex;
+    static QSet<QString> cleaned;
+    {
+        QMutexLocker lock(&mutex);
+        if (cleaned.contains(folder))
+            return;
+        cleaned.insert(folder);
+    }
+    const QStringList parts = QDir(folder).entryList({ u".corvana-copy-*.part"_s }, QDir::Files | QDir::Hidden);
+    for (const QString &name : parts) {
+        const pid_t owner = pid_t(name.section(u'-', 2, 2).toLongLong());
+        if (owner > 0 && owner != ::getpid() && ::kill(owner, 0) != 0 && errno == ESRCH)
+            QFile::remove(folder + u'/' + name);
+    }
+}
+
 } // namespace
 
 CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString &destination)
@@ -99,6 +123,7 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     ::posix_fadvise(in.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
     const QString folder = QFileInfo(destination).absolutePath();
+    removeStaleParts(folder);
     QByteArray temporary;
     Descriptor out;
     for (int attempt = 0; attempt < 100 && out.fd < 0; ++attempt) {
