@@ -15,8 +15,11 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 #include <QStandardPaths>
 #include <QThread>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -261,9 +264,14 @@ CVMediaSpanner::CopyOutcome CVMediaSpanner::copyWithRules(const CVTrack *track, 
         const qint64 free = CVVolumes::freeSpaceForPath(to);
         if (size + FreeSpaceReserve > free)
             return CopyOutcome::NoSpace;
-        QDir().mkpath(QFileInfo(to).absolutePath());
-        const CVFileCopier::Result result = CVFileCopier::copyFile(from, to);
+        const QString folder = QFileInfo(to).absolutePath();
+        if (!QFileInfo::exists(folder))
+            QDir().mkpath(folder);
+        // Copies reach the disk together: verification syncs their filesystems before it lets the
+        // player take them and before any original goes to the Trash.
+        const CVFileCopier::Result result = CVFileCopier::copyFile(from, to, CVFileCopier::Durability::Deferred);
         if (result.ok) {
+            m_unsyncedFolders.insert(QFileInfo(to).absolutePath());
             Q_EMIT fileCopied(size);
             return CopyOutcome::Copied;
         }
@@ -273,6 +281,19 @@ CVMediaSpanner::CopyOutcome CVMediaSpanner::copyWithRules(const CVTrack *track, 
     }
     CVLog::log(u"Copy failed: %1"_s.arg(lastError));
     return CopyOutcome::Failed;
+}
+
+void CVMediaSpanner::syncCopies()
+{
+    QSet<dev_t> synced;
+    for (const QString &folder : std::as_const(m_unsyncedFolders)) {
+        struct stat info { };
+        if (::stat(QFile::encodeName(folder).constData(), &info) != 0 || synced.contains(info.st_dev))
+            continue;
+        synced.insert(info.st_dev);
+        CVFileCopier::syncFileSystemOf(folder);
+    }
+    m_unsyncedFolders.clear();
 }
 
 bool CVMediaSpanner::urlIsInvisible(const QString &path)

@@ -6,6 +6,7 @@
 #include <QHash>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QVariantMap>
 
@@ -143,6 +144,8 @@ private:
     void prepareWindowForRun();
     bool isProtectedFolder(const QString &folder) const;
     void trashAndCleanUp(const CVTrack *track, const QString &path);
+    // Flushes the filesystems that received copies since the last call.
+    void syncCopies();
     QString displayTitleForPath(const QString &path) const;
     QVariantMap lastTracksSpanned() const;
 
@@ -163,6 +166,7 @@ private:
     int m_trashedFileCount = 0;
     int m_trashedFolderCount = 0;
     QHash<QString, QString> m_spannedTracks;
+    QSet<QString> m_unsyncedFolders;
     QHash<QString, QString> m_previouslySpannedTracks;
     QList<CVResultRow> m_rawContentForResults;
     CVRunResults m_lastResults;

@@ -48,6 +48,7 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
     const int n = int(tracks.size());
     Q_EMIT headerChanged(u"Verifying %1 Track%2"_s.arg(n).arg(n == 1 ? QString() : u"s"_s));
     Q_EMIT progressChanged(0, 0, true);
+    syncCopies();
     quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
     setTaskLine(u"Reading Updated iTunes Library Information"_s);
 

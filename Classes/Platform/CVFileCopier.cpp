@@ -36,11 +36,30 @@ struct Descriptor {
     }
 };
 
-bool copyBytes(int from, int to, off_t size, int &error)
+// Filesystems (by device) that have refused a reflink: not asked again.
+QSet<dev_t> &noReflink()
+{
+    static QSet<dev_t> devices;
+    return devices;
+}
+QMutex reflinkMutex;
+
+bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
 {
     // A reflink shares the blocks: instant and no space used, where the filesystem can.
-    if (::ioctl(to, FICLONE, from) == 0)
-        return true;
+    bool tryReflink;
+    {
+        QMutexLocker lock(&reflinkMutex);
+        tryReflink = !noReflink().contains(device);
+    }
+    if (tryReflink) {
+        if (::ioctl(to, FICLONE, from) == 0)
+            return true;
+        if (errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL || errno == EXDEV) {
+            QMutexLocker lock(&reflinkMutex);
+            noReflink().insert(device);
+        }
+    }
     off_t done = 0;
     bool plain = false;
     while (done < size) {
@@ -104,7 +123,17 @@ void removeStaleParts(const QString &folder)
 
 } // namespace
 
-CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString &destination)
+bool CVFileCopier::syncFileSystemOf(const QString &path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool ok = ::syncfs(fd) == 0;
+    ::close(fd);
+    return ok;
+}
+
+CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString &destination, Durability durability)
 {
     Result result;
     const QByteArray from = QFile::encodeName(source);
@@ -120,7 +149,10 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
         result.error = u"“%1” is not a file."_s.arg(source);
         return result;
     }
-    ::posix_fadvise(in.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    // Small files gain nothing from read-ahead hints or a space reservation, and each is a call.
+    constexpr off_t kLargeFile = 16 * 1024 * 1024;
+    if (info.st_size >= kLargeFile)
+        ::posix_fadvise(in.fd, 0, 0, POSIX_FADV_SEQUENTIAL);
 
     const QString folder = QFileInfo(destination).absolutePath();
     removeStaleParts(folder);
@@ -148,7 +180,7 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     };
 
     // Ask for the space first where the filesystem can tell, so a full drive fails at once.
-    if (info.st_size > 0) {
+    if (info.st_size >= kLargeFile) {
         if (::fallocate(out.fd, 0, 0, info.st_size) != 0) {
             if (errno == ENOSPC || errno == EDQUOT)
                 return fail(errno);
@@ -157,7 +189,9 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
         }
     }
     int error = 0;
-    if (!copyBytes(in.fd, out.fd, info.st_size, error))
+    struct stat target { };
+    ::fstat(out.fd, &target);
+    if (!copyBytes(in.fd, out.fd, info.st_size, target.st_dev, error))
         return fail(error);
     struct stat copied { };
     if (::fstat(out.fd, &copied) != 0)
@@ -167,7 +201,7 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     const struct timespec times[2] = { info.st_atim, info.st_mtim };
     ::futimens(out.fd, times);
     ::fchmod(out.fd, info.st_mode & 07777);
-    if (::fsync(out.fd) != 0)
+    if (durability == Durability::Sync && ::fsync(out.fd) != 0)
         return fail(errno);
     ::close(out.fd);
     out.fd = -1;
@@ -181,10 +215,12 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
         ::unlink(temporary.constData());
     }
     // The new name is on disk once its folder is.
-    Descriptor dir;
-    dir.fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir.fd >= 0)
-        ::fsync(dir.fd);
+    if (durability == Durability::Sync) {
+        Descriptor dir;
+        dir.fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (dir.fd >= 0)
+            ::fsync(dir.fd);
+    }
     result.ok = true;
     return result;
 }

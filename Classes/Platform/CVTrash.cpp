@@ -4,6 +4,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMutex>
+#include <QSet>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -63,7 +65,16 @@ bool makeOwnFolder(const QString &path)
 
 bool prepareTrash(const QString &trash)
 {
-    return makeOwnFolder(trash) && makeOwnFolder(trash + u"/files"_s) && makeOwnFolder(trash + u"/info"_s);
+    // A run trashes thousands of files into the same trash: check its folders once.
+    static QMutex mutex;
+    static QSet<QString> prepared;
+    QMutexLocker lock(&mutex);
+    if (prepared.contains(trash) && isOwnFolder(trash + u"/files"_s) && isOwnFolder(trash + u"/info"_s))
+        return true;
+    const bool ok = makeOwnFolder(trash) && makeOwnFolder(trash + u"/files"_s) && makeOwnFolder(trash + u"/info"_s);
+    if (ok)
+        prepared.insert(trash);
+    return ok;
 }
 
 QString userId()
@@ -199,7 +210,8 @@ CVTrash::Result CVTrash::moveToTrash(const QString &givenPath)
 
     // The home trash serves every file on the volume of the data folder.
     const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    QDir().mkpath(dataHome);
+    if (!QFileInfo::exists(dataHome))
+        QDir().mkpath(dataHome);
     struct stat homeInfo { };
     QString trash;
     QString recordedPath = path;
@@ -241,7 +253,7 @@ CVTrash::Result CVTrash::moveToTrash(const QString &givenPath)
                 = u"“%1” cannot be moved to the Trash: %2."_s.arg(shown, QString::fromLocal8Bit(strerror(errno)));
             return result;
         }
-        const bool written = ::write(fd, info.constData(), size_t(info.size())) == info.size() && ::fsync(fd) == 0;
+        const bool written = ::write(fd, info.constData(), size_t(info.size())) == info.size();
         ::close(fd);
         const QString target = trash + u"/files/"_s + candidate;
         if (!written) {

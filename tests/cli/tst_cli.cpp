@@ -283,25 +283,25 @@ private Q_SLOTS:
     {
         const QString library = m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s);
         QProcess genlib;
-        genlib.start(QStringLiteral(CORVANA_GENLIB), {u"--tracks"_s, u"30"_s, u"--create-media"_s, u"--media-root"_s,
-                                                          m_home->filePath(u"Music/iTunes"_s), u"--second-drive"_s,
-                                                          m_home->filePath(u"Archive"_s), library});
+        genlib.start(QStringLiteral(CORVANA_GENLIB),
+            { u"--tracks"_s, u"30"_s, u"--create-media"_s, u"--media-root"_s, m_home->filePath(u"Music/iTunes"_s),
+                u"--second-drive"_s, m_home->filePath(u"Archive"_s), library });
         QVERIFY(genlib.waitForFinished(60000) && genlib.exitCode() == 0);
         const QString span = m_home->filePath(u"Span Here"_s);
-        const QStringList music {u"--media"_s, u"Music"_s};
+        const QStringList music { u"--media"_s, u"Music"_s };
 
-        Run run = runCli(QStringList {u"span"_s} + music);
+        Run run = runCli(QStringList { u"span"_s } + music);
         QCOMPARE(run.status, 2);
         QVERIFY(run.err.contains("You have not selected a span location."));
-        run = runCli(QStringList {u"span"_s, u"--to"_s, span} + music);
+        run = runCli(QStringList { u"span"_s, u"--to"_s, span } + music);
         QCOMPARE(run.status, 2);
         QVERIFY(run.err.contains("Selected span location cannot be found."));
         QDir().mkpath(span);
-        run = runCli(QStringList {u"span"_s, u"--to"_s, span} + music);
+        run = runCli(QStringList { u"span"_s, u"--to"_s, span } + music);
         QCOMPARE(run.status, 2);
         QVERIFY(run.err.contains("Are you sure you want to span the"));
         QVERIFY(run.err.contains("Not confirmed"));
-        run = runCli(QStringList {u"span"_s, u"--to"_s, span, u"--dry-run"_s} + music);
+        run = runCli(QStringList { u"span"_s, u"--to"_s, span, u"--dry-run"_s } + music);
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.contains(QByteArray("  to   " + QFile::encodeName(span) + "/Music/")));
         QVERIFY(QDir(span).isEmpty());
@@ -310,11 +310,11 @@ private Q_SLOTS:
         const QList<QByteArray> planned = run.out.split('\n');
         const QString firstSource = QString::fromUtf8(planned.value(1).mid(7));
         QVERIFY(QFile::rename(firstSource, firstSource + u".gone"_s));
-        run = runCli(QStringList {u"span"_s, u"--to"_s, span, u"--yes"_s} + music);
+        run = runCli(QStringList { u"span"_s, u"--to"_s, span, u"--yes"_s } + music);
         QCOMPARE(run.status, 2);
         QVERIFY(run.err.contains("Files for 1 of the selected tracks could not be found."));
         QVERIFY(run.err.contains("--anyway answers \"Span Anyway\""));
-        run = runCli(QStringList {u"span"_s, u"--to"_s, span, u"--yes"_s, u"--anyway"_s} + music);
+        run = runCli(QStringList { u"span"_s, u"--to"_s, span, u"--yes"_s, u"--anyway"_s } + music);
         QCOMPARE(run.status, 1);
         QVERIFY(run.out.contains("Tracks Successfully Spanned"));
         QVERIFY(run.out.contains("1 track failed"));
@@ -322,19 +322,19 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(firstSource));
 
         // Advice about the location is printed; the run goes on with it.
-        run = runCli({u"span"_s, u"--to"_s, m_home->filePath(u"Music/iTunes/iTunes Media/Music"_s), u"--dry-run"_s,
-            u"--media"_s, u"Movies"_s});
+        run = runCli({ u"span"_s, u"--to"_s, m_home->filePath(u"Music/iTunes/iTunes Media/Music"_s), u"--dry-run"_s,
+            u"--media"_s, u"Movies"_s });
         QVERIFY(run.err.contains("Location cannot be within the default iTunes Media location."));
         QVERIFY(run.err.contains("Keeping"));
 
         QVERIFY(QFile::rename(firstSource + u".gone"_s, firstSource));
-        run = runCli({u"restore"_s, u"--span-filter"_s, u"All Spanned"_s, u"--yes"_s});
+        run = runCli({ u"restore"_s, u"--span-filter"_s, u"All Spanned"_s, u"--yes"_s });
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.contains("Tracks Successfully Restored"));
-        run = runCli({u"update-dependent"_s});
+        run = runCli({ u"update-dependent"_s });
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.contains("No dependently spanned tracks."));
-        run = runCli(QStringList {u"locate"_s} + music);
+        run = runCli(QStringList { u"locate"_s } + music);
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.contains("Asked the player to locate"));
     }

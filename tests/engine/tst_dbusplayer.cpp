@@ -5,14 +5,14 @@
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVSpannerHost.h"
+#include "Library/CVLibraryFileReader.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSpanHistory.h"
-#include "Platform/CVSettings.h"
-#include "Library/CVLibraryFileReader.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -300,7 +300,7 @@ private Q_SLOTS:
                 if (t.text(CVAttr::MediaType) == u"Music"_s && t.text(CVAttr::PersistentID) != m_pid)
                     stubborn = t.text(CVAttr::PersistentID);
         }
-        startPlayer({u"--keep-location"_s, stubborn});
+        startPlayer({ u"--keep-location"_s, stubborn });
         auto player = link();
         CVSettings settings(CVSettings::defaultFilePath());
         settings.registerStandardDefaults();
