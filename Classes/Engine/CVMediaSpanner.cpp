@@ -248,6 +248,7 @@ void CVMediaSpanner::pointPlayerAt(CVTrack *track, const QString &path, const QS
 
 void CVMediaSpanner::prepareWindowForRun()
 {
+    Q_EMIT viewChangeRequested(int(CVSpannerHost::View::Spanning));
     CVSpannerHost *host = m_host;
     if (host)
         CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerHost::View::Spanning); });

@@ -128,6 +128,8 @@ Q_SIGNALS:
     // The results view's Trash line, and whether its buttons hide.
     void trashSummaryChanged(const QString &text, bool hideTrashButtons);
     void resultsReady(const CVRunResults &results);
+    // The main view to show: a CVSpannerHost::View (the host is also asked, and waited for).
+    void viewChangeRequested(int view);
     void runFinished();
     void emptyTrashFinished();
 

@@ -121,6 +121,7 @@ void CVMediaSpanner::showResultsAfterSpan()
                    .arg(m_lastResults.tally));
     isTrashEmpty();
     Q_EMIT resultsReady(m_lastResults);
+    Q_EMIT viewChangeRequested(int(CVSpannerHost::View::Results));
     if (host)
         CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerHost::View::Results); });
     Q_EMIT progressChanged(0, 0, false);
@@ -171,6 +172,7 @@ void CVMediaSpanner::refreshTracks(const QList<CVTrack *> &tracks)
     Q_EMIT progressChanged(0, 0, true);
     quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
     setTaskLine(u"Reloading Corvana"_s);
+    Q_EMIT viewChangeRequested(int(CVSpannerHost::View::Loading));
     if (host) {
         CVMediaSpannerThreads::onMainThreadAndWait([host] {
             host->showView(CVSpannerHost::View::Loading);

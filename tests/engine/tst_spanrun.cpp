@@ -20,6 +20,7 @@
 #include <QtTest>
 
 #include <sys/mount.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -135,13 +136,13 @@ class TestSpanRun : public QObject {
 private:
     QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
 
-    void makeLibrary(int tracks, qint64 mediaBytes = 0)
+    void makeLibrary(int tracks, qint64 mediaBytes = 0, const QString &secondDrive = {})
     {
         CVLibraryGeneratorOptions options;
         options.tracks = tracks;
         options.seed = 5;
         options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
-        options.secondDrive = m_home->filePath(u"Volumes/Archive"_s);
+        options.secondDrive = secondDrive.isEmpty() ? m_home->filePath(u"Volumes/Archive"_s) : secondDrive;
         options.createMediaFiles = true;
         options.mediaFileBytes = mediaBytes;
         QDir().mkpath(QFileInfo(libraryFile()).path());
@@ -247,7 +248,11 @@ private Q_SLOTS:
 
     void spanVerifyRestore()
     {
-        makeLibrary(40);
+        // A second drive of its own when the machine lets us mount one: its files go to its own Trash.
+        QString archive = m_home->filePath(u"Archive Drive"_s);
+        if (mountTmpfs(archive, "size=256m"))
+            m_mounts.append(archive);
+        makeLibrary(40, 0, archive);
         QHash<QString, QByteArray> before;
         QStringList originals;
         {
@@ -270,6 +275,11 @@ private Q_SLOTS:
         }
         for (const QString &original : std::as_const(originals))
             QVERIFY2(!QFileInfo::exists(original), qPrintable(original));
+        const bool fromArchive = std::any_of(
+            originals.cbegin(), originals.cend(), [&](const QString &o) { return o.startsWith(archive); });
+        QVERIFY(fromArchive);
+        if (!m_mounts.isEmpty())
+            QVERIFY(!QDir(archive + u"/.Trash-"_s + QString::number(::getuid()) + u"/files"_s).isEmpty());
         if (!QStandardPaths::findExecutable(u"trash-list"_s).isEmpty()) {
             QProcess list;
             list.start(u"trash-list"_s, {});
@@ -296,7 +306,9 @@ private Q_SLOTS:
             Session s(libraryFile());
             const QList<CVTrack *> spanned = s.select(u"( ItemIsSpanned == 1 )"_s);
             s.restore(spanned);
-            QCOMPARE(s.spanner.lastResults().successes, int(spanned.size()));
+            QStringList other = s.messages();
+            other.removeAll(u"Track successfully restored to its original location."_s);
+            QVERIFY2(s.spanner.lastResults().successes == int(spanned.size()), qPrintable(other.join(u'\n')));
             QVERIFY(s.spanner.lastResults().headline.contains(u"Restored"_s));
             QVERIFY(s.messages().contains(u"Track successfully restored to its original location."_s));
         }
