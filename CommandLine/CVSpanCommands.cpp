@@ -5,6 +5,7 @@
 #include "Engine/CVSpanChecks.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
 #include "Platform/CVVolumes.h"
 
@@ -157,6 +158,12 @@ void CVSpanCommands::connectProgress(qint64 totalBytes, int tracks)
         std::fprintf(m_terminal ? stderr : stdout, "%s\n", qUtf8Printable(text));
     });
     if (m_terminal) {
+        // Log lines share the terminal with the progress line: clear it before each.
+        CVLog::setSink([](const QString &line) { std::fprintf(stderr, "\r\033[K%s\n", qUtf8Printable(line)); });
+        QObject::connect(&m_spanner, &CVMediaSpanner::progressChanged, [this](double value, double maximum, bool) {
+            m_step = value;
+            m_steps = maximum;
+        });
         QObject::connect(
             &m_spanner, &CVMediaSpanner::taskLineChanged, [this, totalBytes, tracks](const QString &text, int) {
                 const double seconds = double(m_clock.elapsed()) / 1000.0;
@@ -167,7 +174,11 @@ void CVSpanCommands::connectProgress(qint64 totalBytes, int tracks)
                     line += u" · %1/s · %2 left"_s.arg(CVLibraryManager::humanReadableSizeFromBytes(rate),
                         duration(double(totalBytes - m_bytesDone) / rate));
                 }
-                line += u" · %1 tracks · "_s.arg(tracks) + QString(text).replace(u'\t', u' ').trimmed();
+                // A run counts two steps a track; verification and the rest count one.
+                const double perTrack = m_steps >= 2.0 * tracks && tracks > 0 ? 2.0 : 1.0;
+                const int current = qBound(0, int((m_step + perTrack - 1) / perTrack), tracks);
+                line += u" · track %1 of %2 · "_s.arg(current).arg(tracks)
+                    + QString(text).replace(u'\t', u' ').trimmed();
                 std::fprintf(stderr, "\r\033[K%s", qUtf8Printable(line.left(200)));
                 std::fflush(stderr);
             });

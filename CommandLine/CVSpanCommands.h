@@ -44,4 +44,6 @@ private:
     bool m_terminal = false;
     QElapsedTimer m_clock;
     qint64 m_bytesDone = 0;
+    double m_step = 0;
+    double m_steps = 0;
 };
