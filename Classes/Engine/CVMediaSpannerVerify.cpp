@@ -76,7 +76,8 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
     CVLibraryFileReader reader;
     QHash<QString, QString> locations;
     QString mediaFolder;
-    if (reader.readFile(file, contents)) {
+    const bool libraryRead = reader.readFile(file, contents);
+    if (libraryRead) {
         for (const CVTrack &t : contents.tracks)
             locations.insert(t.text(CVAttr::PersistentID), t.text(CVAttr::Location));
         mediaFolder = contents.mediaPath.value_or(QString());
@@ -100,7 +101,8 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
         QString dest = *spanned;
         const bool known = t->flag(CVAttr::ItemIsSpanned) || t->flag(CVAttr::ItemIsRestored);
         const QString orig = t->text(CVAttr::OriginalLocation);
-        const QString loc = locations.value(pid);
+        // Without a readable library the player's place is unknown: the track keeps the one it had.
+        const QString loc = libraryRead ? locations.value(pid) : t->text(CVAttr::Location);
         t->setText(CVAttr::Location, loc);
         t->setText(CVAttr::SpanLocation, dest);
         const bool isSpan = !samePath(orig, dest);
