@@ -83,7 +83,7 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     QStringList watchList { m_runSpanLocation.isEmpty() ? u"/"_s : m_runSpanLocation };
     if (crashedWhileSpanningLastRun()) {
         for (auto it = m_previouslySpannedTracks.cbegin(); it != m_previouslySpannedTracks.cend(); ++it) {
-            const QString root = CVVolumes::driveRootOfPath(it.key());
+            const QString root = CVVolumes::driveRootOfPath(it.value());
             if (!root.isEmpty() && !watchList.contains(root))
                 watchList.append(root);
         }
