@@ -132,7 +132,10 @@ int CVCommandLineTool::run(const QStringList &arguments)
     settings.synchronize();
     m_host = std::make_unique<CVCommandLineHost>();
     m_host->setCrashedWhileSpanningLastRun(crashedWhileSpanning);
-    m_playerLink = CVPlayerLink::choose(libraryFile, CVFileManagerLink::shared());
+    // Finding the player asks the session bus; only runs and a recovery need it.
+    static const QStringList running { u"span"_s, u"restore"_s, u"update-dependent"_s, u"locate"_s };
+    if (crashedWhileSpanning || running.contains(command))
+        m_playerLink = CVPlayerLink::choose(libraryFile, CVFileManagerLink::shared());
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), CVFileManagerLink::shared(), m_presenter.get());
     m_spanner->setHost(m_host.get());
     m_spanner->setLibrary(&library);

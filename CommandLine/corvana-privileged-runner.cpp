@@ -8,6 +8,8 @@
 //   request   count, then count times (length, bytes); the first field is the tool
 //   reply     status (exit code; 128+signal; 255 refused), length, the tool's standard output
 
+#include "Platform/CVFullIO.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -31,51 +33,11 @@ constexpr int kRefused = 255;
 constexpr std::uint32_t kMaxFields = 16;
 constexpr std::uint32_t kMaxField = 64 * 1024;
 
-bool readAll(int fd, void *buffer, size_t size)
-{
-    auto *p = static_cast<char *>(buffer);
-    while (size > 0) {
-        const ssize_t n = ::read(fd, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        size -= size_t(n);
-    }
-    return true;
-}
-
-bool writeAll(int fd, const void *buffer, size_t size)
-{
-    const auto *p = static_cast<const char *>(buffer);
-    while (size > 0) {
-        const ssize_t n = ::write(fd, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        size -= size_t(n);
-    }
-    return true;
-}
-
-bool readNumber(std::uint32_t &value)
-{
-    unsigned char bytes[4];
-    if (!readAll(0, bytes, 4))
-        return false;
-    value = std::uint32_t(bytes[0]) | std::uint32_t(bytes[1]) << 8 | std::uint32_t(bytes[2]) << 16
-        | std::uint32_t(bytes[3]) << 24;
-    return true;
-}
-
 bool writeNumber(std::uint32_t value)
 {
-    const unsigned char bytes[4] = { static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
-        static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24) };
-    return writeAll(1, bytes, 4);
+    unsigned char bytes[4];
+    CVFullIO::putNumber(bytes, value);
+    return CVFullIO::writeFully(1, bytes, 4);
 }
 
 bool absolute(const std::string &path)
@@ -197,27 +159,27 @@ int main()
 {
     ::umask(022);
     static const char greeting[] = "CORVANA-RUNNER 1\n";
-    if (!writeAll(1, greeting, sizeof greeting - 1))
+    if (!CVFullIO::writeFully(1, greeting, sizeof greeting - 1))
         return 1;
     for (;;) {
         std::uint32_t count = 0;
-        if (!readNumber(count))
+        if (!CVFullIO::readNumber(0, count))
             return 0; // Corvana went away
         if (count == 0 || count > kMaxFields)
             return 1;
         std::vector<std::string> fields(count);
         for (std::string &field : fields) {
             std::uint32_t length = 0;
-            if (!readNumber(length) || length > kMaxField)
+            if (!CVFullIO::readNumber(0, length) || length > kMaxField)
                 return 1;
             field.resize(length);
-            if (length > 0 && !readAll(0, field.data(), length))
+            if (length > 0 && !CVFullIO::readFully(0, field.data(), length))
                 return 1;
         }
         std::string output;
         const int status = run(fields, output);
         if (!writeNumber(std::uint32_t(status)) || !writeNumber(std::uint32_t(output.size()))
-            || !writeAll(1, output.data(), output.size()))
+            || !CVFullIO::writeFully(1, output.data(), output.size()))
             return 1;
     }
 }

@@ -5,14 +5,10 @@
 //
 //   bench_span --work DIR --dest DIR --tracks N --bytes B
 #include "CVLibraryGenerator.h"
+#include "CVSpanSession.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
-#include "Engine/CVMediaSpanner.h"
-#include "Engine/CVSpannerHost.h"
-#include "Library/CVLibraryManager.h"
 #include "Library/CVSpanHistory.h"
-#include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
-#include "Platform/CVSettings.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -25,15 +21,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-struct Host : CVSpannerHost {
-    QString spanLocation() const override { return location; }
-    void telliTunesToQuit() override { link->quit(); }
-    void saveAction() override { history->saveAction(); }
-    QString location;
-    CVPlayerLink *link = nullptr;
-    CVSpanHistory *history = nullptr;
-};
 
 double runCommand(const QString &program, const QStringList &args)
 {
@@ -85,35 +72,18 @@ int main(int argc, char *argv[])
         return 1;
     }
 
-    CVSettings settings(CVSettings::defaultFilePath());
-    settings.registerStandardDefaults();
-    CVLibraryManager library(&settings);
-    library.setLibraryFilePath(libraryFile);
-    if (library.loadiTunesXMLDatabase() != CVLibraryManager::LoadResult::Loaded)
-        return 1;
-    CVSpanHistory history;
-    history.setLibraryPersistentID([&] { return library.iTunesPersistentID(); });
-    library.setSpanHistory(&history);
-    CVFileManagerLink files;
-    CVLibraryFilePlayerLink link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files);
-    CVMediaSpanner spanner(&link, &files, nullptr);
-    Host host;
-    host.location = dest + u"/Spanned"_s;
-    host.link = &link;
-    host.history = &history;
-    QDir().mkpath(host.location);
-    spanner.setHost(&host);
-    spanner.setLibrary(&library);
-    spanner.setSettings(&settings);
-    library.setRunState(&spanner);
-    history.managedObjectContext(u"Span"_s);
-    library.joinSpanHistory();
+    CVSpanSession session(libraryFile);
+    CVLibraryFilePlayerLink link(libraryFile, CVSpanHistory::applicationSupportFolder(), &session.files);
+    session.usePlayerLink(&link);
+    CVMediaSpanner &spanner = session.spanner;
+    const QString spanLocation = dest + u"/Spanned"_s;
+    QDir().mkpath(spanLocation);
 
     // Only the tracks whose files are in the media folder: the same files cp -r copies.
     const QString media = work + u"/Music/iTunes/iTunes Media"_s;
     QList<CVTrack *> tracks;
     qint64 bytes = 0;
-    for (CVTrack *t : library.allTracks()) {
+    for (CVTrack *t : session.library.allTracks()) {
         if (t->text(CVAttr::Location).startsWith(media + u'/')) {
             tracks.append(t);
             bytes += QFileInfo(t->text(CVAttr::Location)).size();
@@ -141,7 +111,7 @@ int main(int argc, char *argv[])
             phases.append({ double(clock.nsecsElapsed()) / 1e9, line });
     });
     clock.start();
-    spanner.spanTracks(tracks);
+    session.span(tracks, spanLocation);
     if (qEnvironmentVariableIsSet("BENCH_PHASES")) {
         for (const auto &[at, line] : phases)
             std::printf("  %7.3f s  %s\n", at, qPrintable(line));
@@ -153,6 +123,6 @@ int main(int argc, char *argv[])
                 "(+ sync %.2f s); ratio of throughput %.2f (cp -r + sync: %.2f)\n",
         qlonglong(tracks.size()), double(bytes) / 1e6, corvana, done, corvana * 1000 / double(tracks.size()),
         double(bytes) / 1e6 / corvana, cp, sync, cp / corvana, (cp + sync) / corvana);
-    runCommand(u"rm"_s, { u"-rf"_s, host.location });
+    runCommand(u"rm"_s, { u"-rf"_s, spanLocation });
     return done == int(tracks.size()) ? 0 : 1;
 }

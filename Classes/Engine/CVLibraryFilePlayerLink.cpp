@@ -64,6 +64,7 @@ bool CVLibraryFilePlayerLink::applyJournal(QString *error)
     const QHash<QString, QString> locations = readJournal();
     if (locations.isEmpty()) {
         QFile::remove(m_journalPath);
+        m_journaled.reset();
         return true;
     }
     const CVLibraryFileRewriter::Result result = CVLibraryFileRewriter::applyLocations(m_libraryPath, locations);
@@ -75,6 +76,7 @@ bool CVLibraryFilePlayerLink::applyJournal(QString *error)
     }
     // Only now is the journal spent; a crash before this line replays it, which is harmless.
     QFile::remove(m_journalPath);
+    m_journaled.reset();
     return true;
 }
 
@@ -105,6 +107,8 @@ bool CVLibraryFilePlayerLink::setTrackLocation(const QString &persistentID, cons
     // One write per change: once it returns, a crash of this process cannot lose the line.
     const bool ok = ::write(fd, line.constData(), size_t(line.size())) == line.size();
     ::close(fd);
+    if (ok && m_journaled)
+        m_journaled->insert(persistentID, path);
     if (!ok)
         CVLog::log(u"Corvana ScriptingBridge Error: the player journal could not be written"_s);
     return ok;
@@ -113,9 +117,11 @@ bool CVLibraryFilePlayerLink::setTrackLocation(const QString &persistentID, cons
 std::optional<QString> CVLibraryFilePlayerLink::trackLocation(const QString &persistentID)
 {
     QMutexLocker lock(&m_mutex);
-    const QHash<QString, QString> pending = readJournal();
-    const auto it = pending.constFind(persistentID);
-    if (it != pending.cend())
+    // Read once, then kept up to date: a locate run asks for every track.
+    if (!m_journaled)
+        m_journaled = readJournal();
+    const auto it = m_journaled->constFind(persistentID);
+    if (it != m_journaled->cend())
         return *it;
     if (m_resolver) {
         const QString path = m_resolver(persistentID);

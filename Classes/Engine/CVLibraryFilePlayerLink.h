@@ -52,4 +52,5 @@ private:
     CVFileManagerLink *m_fileManager;
     std::function<QString(const QString &)> m_resolver;
     mutable QMutex m_mutex;
+    std::optional<QHash<QString, QString>> m_journaled; // the journal as read, with this process's lines
 };

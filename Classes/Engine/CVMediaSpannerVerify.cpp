@@ -60,11 +60,7 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
             : CVLibraryManager::chooseLibraryFile(QDir::homePath());
         if (!file.isEmpty())
             break;
-        CVAlert alert;
-        alert.title = u"No iTunes Database Found"_s;
-        alert.text
-            = u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
-              "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s;
+        CVAlert alert = CVLibraryManager::noLibraryFileAlert();
         alert.defaultButton = u"Try Again"_s;
         alert.style = CVAlert::Style::Critical;
         CVPresenter *presenter = m_presenter;

@@ -2,6 +2,7 @@
 
 #include "Library/CVFileURL.h"
 #include "Library/CVPlistReader.h"
+#include "Platform/CVFullIO.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -30,20 +31,6 @@ struct Edit {
 QString systemError(int error)
 {
     return QString::fromLocal8Bit(strerror(error));
-}
-
-bool writeAll(int fd, const char *data, qint64 size)
-{
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, size_t(qMin<qint64>(size, 1 << 30)));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        data += n;
-        size -= n;
-    }
-    return true;
 }
 
 bool syncFolder(const QString &folder)
@@ -143,7 +130,7 @@ bool makeBackup(const QString &libraryPath, const char *data, qint64 size, QStri
     ::unlink(staging.constData());
     if (::link(QFile::encodeName(libraryPath).constData(), staging.constData()) != 0) {
         const int fd = ::open(staging.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        const bool ok = fd >= 0 && writeAll(fd, data, size) && ::fsync(fd) == 0;
+        const bool ok = fd >= 0 && CVFullIO::writeFully(fd, data, size_t(size)) && ::fsync(fd) == 0;
         const int saved = errno;
         if (fd >= 0)
             ::close(fd);
@@ -216,10 +203,11 @@ CVLibraryFileRewriter::Result CVLibraryFileRewriter::applyLocations(
     bool ok = true;
     qint64 at = 0;
     for (const Edit &edit : edits) {
-        ok = ok && writeAll(fd, data + at, edit.start - at) && writeAll(fd, edit.bytes.constData(), edit.bytes.size());
+        ok = ok && CVFullIO::writeFully(fd, data + at, size_t(edit.start - at))
+            && CVFullIO::writeFully(fd, edit.bytes.constData(), size_t(edit.bytes.size()));
         at = edit.end;
     }
-    ok = ok && writeAll(fd, data + at, size - at);
+    ok = ok && CVFullIO::writeFully(fd, data + at, size_t(size - at));
     ok = ok && ::fchmod(fd, original.st_mode & 07777) == 0 && ::fsync(fd) == 0;
     const int writeError = errno;
     ::close(fd);

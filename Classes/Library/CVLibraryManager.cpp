@@ -39,6 +39,15 @@ QString CVLibraryManager::chooseLibraryFile(const QString &homePath)
     return {};
 }
 
+CVAlert CVLibraryManager::noLibraryFileAlert()
+{
+    CVAlert alert;
+    alert.title = u"No iTunes Database Found"_s;
+    alert.text = u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
+                 "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s;
+    return alert;
+}
+
 CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
 {
     const bool crashedWhileSpanning = m_host && m_host->crashedWhileSpanningLastRun();
@@ -63,11 +72,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
         file = chooseLibraryFile(QDir::homePath());
         if (!file.isEmpty())
             break;
-        CVAlert alert;
-        alert.title = u"No iTunes Database Found"_s;
-        alert.text
-            = u"Corvana can only load a single iTunes database.\nThe readable file must be in its default "
-              "location:\n\n\t~/Music/iTunes/iTunes Library.xml\nor\n\t~/Music/iTunes/iTunes Music Library.xml"_s;
+        CVAlert alert = noLibraryFileAlert();
         alert.defaultButton = u"Quit"_s;
         alert.alternateButton = u"Try Again"_s;
         const int answer = m_presenter ? m_presenter->runAlertPanel(alert) : CVPresenter::DefaultReturn;

@@ -3,6 +3,7 @@
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVLibraryTrees.h"
 #include "Library/CVSelection.h"
+#include "Platform/CVPresenter.h"
 
 #include <QObject>
 #include <QSet>
@@ -39,6 +40,8 @@ public:
 
     // The default library file under home, or an empty text when neither candidate exists.
     static QString chooseLibraryFile(const QString &homePath);
+    // The texts shown while no library file can be found (the buttons are the caller's).
+    static CVAlert noLibraryFileAlert();
 
     LoadResult loadiTunesXMLDatabase();
 

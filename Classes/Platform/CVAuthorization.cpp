@@ -1,5 +1,7 @@
 #include "Platform/CVAuthorization.h"
 
+#include "Platform/CVFullIO.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QMutex>
@@ -26,53 +28,11 @@ QStringList configuredLauncher;
 
 constexpr char kGreeting[] = "CORVANA-RUNNER 1\n";
 
-bool readAll(int fd, void *buffer, size_t size)
-{
-    auto *p = static_cast<char *>(buffer);
-    while (size > 0) {
-        const ssize_t n = ::read(fd, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        size -= size_t(n);
-    }
-    return true;
-}
-
-// A socket, so that writing to a runner that died reports an error instead of SIGPIPE.
-bool sendAll(int fd, const QByteArray &bytes)
-{
-    const char *p = bytes.constData();
-    size_t size = size_t(bytes.size());
-    while (size > 0) {
-        const ssize_t n = ::send(fd, p, size, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        size -= size_t(n);
-    }
-    return true;
-}
-
 void appendNumber(QByteArray &out, quint32 value)
 {
-    out += char(value & 0xff);
-    out += char((value >> 8) & 0xff);
-    out += char((value >> 16) & 0xff);
-    out += char((value >> 24) & 0xff);
-}
-
-bool readNumber(int fd, quint32 &value)
-{
     unsigned char bytes[4];
-    if (!readAll(fd, bytes, 4))
-        return false;
-    value = quint32(bytes[0]) | quint32(bytes[1]) << 8 | quint32(bytes[2]) << 16 | quint32(bytes[3]) << 24;
-    return true;
+    CVFullIO::putNumber(bytes, value);
+    out.append(reinterpret_cast<const char *>(bytes), 4);
 }
 
 } // namespace
@@ -140,7 +100,8 @@ bool CVAuthorization::obtain(QString *error)
         return false;
     }
     char greeting[sizeof kGreeting - 1];
-    if (!readAll(fds[0], greeting, sizeof greeting) || std::memcmp(greeting, kGreeting, sizeof greeting) != 0) {
+    if (!CVFullIO::readFully(fds[0], greeting, sizeof greeting)
+        || std::memcmp(greeting, kGreeting, sizeof greeting) != 0) {
         // pkexec exits with 126 when the user dismissed the request, 127 when not authorized.
         ::close(fds[0]);
         int status = 0;
@@ -176,10 +137,11 @@ bool CVAuthorization::execute(const QStringList &fields, int *status, QByteArray
     quint32 code = 0;
     quint32 length = 0;
     QByteArray text;
-    bool ok = sendAll(m_toRunner, request) && readNumber(m_fromRunner, code) && readNumber(m_fromRunner, length);
+    bool ok = CVFullIO::writeFully(m_toRunner, request.constData(), size_t(request.size()), true)
+        && CVFullIO::readNumber(m_fromRunner, code) && CVFullIO::readNumber(m_fromRunner, length);
     if (ok) {
         text.resize(qsizetype(length));
-        ok = length == 0 || readAll(m_fromRunner, text.data(), length);
+        ok = length == 0 || CVFullIO::readFully(m_fromRunner, text.data(), length);
     }
     if (!ok) {
         close();

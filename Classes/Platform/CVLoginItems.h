@@ -21,7 +21,7 @@ public:
     bool removeFromLoginItems(const QString &path);
 
     // The Exec line of a desktop entry for these arguments, quoted and escaped as the desktop
-    // entry specification wants, and the reverse.
+    // entry format wants, and the reverse.
     static QString execLine(const QStringList &arguments);
     static QStringList parseExecLine(const QString &value);
 

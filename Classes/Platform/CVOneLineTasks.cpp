@@ -11,30 +11,31 @@ namespace {
 // A runner refuses what it does not allow with this status.
 constexpr int kRefused = 255;
 
+// Runs the tool to its end; standard output is kept only when asked for.
+QByteArray runToEnd(const QString &path, const QStringList &arguments, bool keepOutput)
+{
+    QProcess task;
+    task.setProgram(path);
+    task.setArguments(arguments);
+    task.setStandardInputFile(QProcess::nullDevice());
+    if (!keepOutput)
+        task.setStandardOutputFile(QProcess::nullDevice());
+    task.setStandardErrorFile(QProcess::nullDevice());
+    task.start();
+    task.waitForFinished(-1);
+    return keepOutput ? task.readAllStandardOutput() : QByteArray();
+}
+
 } // namespace
 
 void CVOneLineTasks::launchPathAndWaitUntilExit(const QString &path, const QStringList &arguments)
 {
-    QProcess task;
-    task.setProgram(path);
-    task.setArguments(arguments);
-    task.setStandardInputFile(QProcess::nullDevice());
-    task.setStandardOutputFile(QProcess::nullDevice());
-    task.setStandardErrorFile(QProcess::nullDevice());
-    task.start();
-    task.waitForFinished(-1);
+    runToEnd(path, arguments, false);
 }
 
 QString CVOneLineTasks::stringByLaunchingPathAndWaitingUntilExit(const QString &path, const QStringList &arguments)
 {
-    QProcess task;
-    task.setProgram(path);
-    task.setArguments(arguments);
-    task.setStandardInputFile(QProcess::nullDevice());
-    task.setStandardErrorFile(QProcess::nullDevice());
-    task.start();
-    task.waitForFinished(-1);
-    return QString::fromUtf8(task.readAllStandardOutput());
+    return QString::fromUtf8(runToEnd(path, arguments, true));
 }
 
 std::optional<QString> CVOneLineTasks::stringByLaunchingPath(

@@ -82,7 +82,7 @@ QString userId()
     return QString::number(::getuid());
 }
 
-// The trash of another volume, per the specification: "<top>/.Trash/$uid" when the
+// The trash of another volume, as every desktop looks for it: "<top>/.Trash/$uid" when the
 // administrator made a sticky, non-link ".Trash", else "<top>/.Trash-$uid".
 QString volumeTrash(const QString &top)
 {

@@ -1,18 +1,15 @@
 #include "CVLibraryGenerator.h"
+#include "CVSpanSession.h"
 #include "CVTestFiles.h"
 #include "CVTestHome.h"
 #include "Engine/CVDBusPlayerLink.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
-#include "Engine/CVSpannerHost.h"
 #include "Library/CVLibraryFileReader.h"
-#include "Library/CVLibraryManager.h"
-#include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
-#include "Platform/CVSettings.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -302,49 +299,21 @@ private Q_SLOTS:
         }
         startPlayer({ u"--keep-location"_s, stubborn });
         auto player = link();
-        CVSettings settings(CVSettings::defaultFilePath());
-        settings.registerStandardDefaults();
-        settings.setValue(u"CVFullSpanReattempts"_s, 1);
-        CVLibraryManager library(&settings);
-        library.setLibraryFilePath(m_library);
-        QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
-        CVSpanHistory history;
-        history.setLibraryPersistentID([&] { return library.iTunesPersistentID(); });
-        library.setSpanHistory(&history);
-        CVFileManagerLink files;
-        CVMediaSpanner spanner(player.get(), &files, nullptr);
-        struct BusHost : CVSpannerHost {
-            bool restoreMode() const override { return false; }
-            QString spanLocation() const override { return location; }
-            void telliTunesToQuit() override { link->quit(); }
-            void saveAction() override { history->saveAction(); }
-            QString location;
-            CVPlayerLink *link = nullptr;
-            CVSpanHistory *history = nullptr;
-        } host;
-        host.location = m_home->filePath(u"Span"_s);
-        host.link = player.get();
-        host.history = &history;
-        QDir().mkpath(host.location);
-        spanner.setHost(&host);
-        spanner.setLibrary(&library);
-        spanner.setSettings(&settings);
-        library.setRunState(&spanner);
-        history.managedObjectContext(u"Span"_s);
-        library.joinSpanHistory();
-
-        const CVTrackList selected = library.selectPredicate(CVPredicate::fromText(u"( MediaType == 'Music' )"_s));
-        const QList<CVTrack *> tracks(selected->tracks.cbegin(), selected->tracks.cend());
-        QSignalSpy header(&spanner, &CVMediaSpanner::headerChanged);
-        spanner.spanTracks(tracks);
-        QCOMPARE(spanner.lastResults().successes, int(tracks.size()));
+        CVSpanSession session(m_library);
+        session.usePlayerLink(player.get());
+        session.settings.setValue(u"CVFullSpanReattempts"_s, 1);
+        const QString span = m_home->filePath(u"Span"_s);
+        const QList<CVTrack *> tracks = session.select(u"( MediaType == 'Music' )"_s);
+        QSignalSpy header(&session.spanner, &CVMediaSpanner::headerChanged);
+        session.span(tracks, span);
+        QCOMPARE(session.spanner.lastResults().successes, int(tracks.size()));
         int verifications = 0;
         for (const QList<QVariant> &h : header)
             verifications += h.at(0).toString().startsWith(u"Verifying"_s);
         QCOMPARE(verifications, 2); // the started-again player took the stubborn track
         const QHash<QString, QString> after = libraryLocations();
         for (const CVTrack *t : tracks)
-            QVERIFY(after.value(t->text(CVAttr::PersistentID)).startsWith(host.location + u'/'));
+            QVERIFY(after.value(t->text(CVAttr::PersistentID)).startsWith(span + u'/'));
         QVERIFY(recorded().contains(u"Quit"_s));
     }
 

@@ -166,23 +166,6 @@ private Q_SLOTS:
         QCOMPARE(files.calls, QStringList({ u"select "_s + span, u"select /home/ann/Music/a.mp3"_s }));
     }
 
-    void theLibraryFileLinkPlaysAndRevealsOnTheDesktop()
-    {
-        RecordingFileManager files;
-        CVLibraryFilePlayerLink link(m_home->filePath(u"lib.xml"_s), m_home->path(), &files);
-        link.setTrackResolver([](const QString &pid) { return pid == u"AB"_s ? u"/m/a.mp3"_s : QString(); });
-        CVMediaSpanner spanner(&link, &files, nullptr);
-        CVTrack track;
-        track.setText(CVAttr::PersistentID, u"AB"_s);
-        track.setText(CVAttr::MediaType, u"Music"_s);
-        spanner.playInITunesAction(&track);
-        spanner.revealInITunesAction(&track);
-        spanner.playSelectionInITunes(nullptr); // no clicked row
-        track.setText(CVAttr::PersistentID, u"CD"_s);
-        spanner.playSelectionInITunes(&track); // not held: nothing
-        QCOMPARE(files.calls, QStringList({ u"open /m/a.mp3"_s, u"select /m/a.mp3"_s }));
-    }
-
     void quittingWritesTheLibraryFile()
     {
         const QString library = m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s);

@@ -1,4 +1,5 @@
 #include "CVLibraryGenerator.h"
+#include "CVSpanSession.h"
 #include "CVTestFiles.h"
 #include "CVTestHome.h"
 #include "CVTestPresenter.h"
@@ -26,24 +27,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The window and application delegate as a run sees them.
-struct Host : CVSpannerHost {
-    bool restoreMode() const override { return restore; }
-    QString spanLocation() const override { return location; }
-    void telliTunesToQuit() override { link->quit(); }
-    void clearSpanLocation() override { location.clear(); }
-    void doSetSpanMode() override { restore = false; }
-    bool crashedWhileSpanningLastRun() const override { return crashed; }
-    void setCrashedWhileSpanningLastRun(bool c) override { crashed = c; }
-    void saveAction() override { history->saveAction(); }
-
-    bool restore = false;
-    QString location;
-    bool crashed = false;
-    CVPlayerLink *link = nullptr;
-    CVSpanHistory *history = nullptr;
-};
-
 // A player that keeps the old place of some tracks, as a stubborn player does.
 struct StubbornLink : CVLibraryFilePlayerLink {
     using CVLibraryFilePlayerLink::CVLibraryFilePlayerLink;
@@ -58,68 +41,15 @@ struct StubbornLink : CVLibraryFilePlayerLink {
     QHash<QString, int> calls;
 };
 
-// One start of the program: settings, library, history, player link and engine.
-struct Session {
-    Session(const QString &libraryFile, bool crashed = false)
-        : settings(CVSettings::defaultFilePath())
-        , library(&settings)
+// One start of the program, with the library file as the player.
+struct Session : CVSpanSession {
+    explicit Session(const QString &libraryFile)
+        : CVSpanSession(libraryFile)
         , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
-        , spanner(&link, &files, &presenter)
     {
-        settings.registerStandardDefaults();
-        host.crashed = crashed;
-        host.link = &link;
-        host.history = &history;
-        library.setPresenter(&presenter);
-        library.setLibraryFilePath(libraryFile);
-        spanner.setHost(&host);
-        spanner.setLibrary(&library);
-        spanner.setSettings(&settings);
-        spanner.setQuitTimeout(20000);
-        if (library.loadiTunesXMLDatabase() != CVLibraryManager::LoadResult::Loaded)
-            qFatal("the library does not load");
-        history.setLibraryPersistentID([this] { return library.iTunesPersistentID(); });
-        library.setSpanHistory(&history);
-        library.setRunState(&spanner);
-        history.managedObjectContext(u"Span"_s);
-        library.joinSpanHistory();
+        usePlayerLink(&link);
     }
-
-    QList<CVTrack *> select(const QString &predicate)
-    {
-        const CVTrackList list = library.selectPredicate(CVPredicate::fromText(predicate));
-        return QList<CVTrack *>(list->tracks.cbegin(), list->tracks.cend());
-    }
-    CVTrack *track(const QString &pid) { return select(u"( PersistentID == '%1' )"_s.arg(pid)).value(0); }
-
-    void span(const QList<CVTrack *> &tracks, const QString &to)
-    {
-        host.restore = false;
-        host.location = to;
-        QDir().mkpath(to);
-        spanner.spanTracks(tracks);
-    }
-    void restore(const QList<CVTrack *> &tracks)
-    {
-        host.restore = true;
-        spanner.spanTracks(tracks);
-    }
-    QStringList messages() const
-    {
-        QStringList out;
-        for (const CVShownResultRow &row : spanner.lastResults().rows)
-            out.append(row.message);
-        return out;
-    }
-
-    CVSettings settings;
-    CVTestPresenter presenter;
-    CVLibraryManager library;
-    CVSpanHistory history;
-    CVFileManagerLink files;
     StubbornLink link;
-    Host host;
-    CVMediaSpanner spanner;
 };
 
 bool mountTmpfs(const QString &folder, const char *options)
@@ -185,7 +115,7 @@ private Q_SLOTS:
     void destinationPaths()
     {
         CVMediaSpanner spanner(nullptr, nullptr, nullptr);
-        Host host;
+        CVSessionHost host;
         host.location = u"/Span"_s;
         spanner.setHost(&host);
         const auto path = [&](std::initializer_list<std::pair<CVAttr, QVariant>> values) {
