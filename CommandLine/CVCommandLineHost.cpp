@@ -11,10 +11,9 @@ void CVCommandLineHost::telliTunesToQuit()
         m_link->quit();
 }
 
-void CVCommandLineHost::saveAction()
+bool CVCommandLineHost::saveAction()
 {
-    if (m_history)
-        m_history->saveAction();
+    return m_history && m_history->saveAction();
 }
 
 void CVCommandLineHost::loadCorvanaAndDisplayMainView()

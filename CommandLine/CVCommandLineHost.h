@@ -32,7 +32,7 @@ public:
     void doSetSpanMode() override { m_restoreMode = false; }
     bool crashedWhileSpanningLastRun() const override { return m_crashedWhileSpanning; }
     void setCrashedWhileSpanningLastRun(bool crashed) override { m_crashedWhileSpanning = crashed; }
-    void saveAction() override;
+    bool saveAction() override;
     void loadCorvanaAndDisplayMainView() override;
 
     // CVLibraryHost

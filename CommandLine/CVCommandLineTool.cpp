@@ -68,8 +68,10 @@ int CVCommandLineTool::run(const QStringList &arguments)
         u"anyway"_s, u"span, restore: go on although files are missing or space is short."_s);
     const QCommandLineOption yes(u"yes"_s, u"span, restore, update-dependent: answer the confirmation."_s);
     const QCommandLineOption dryRun(u"dry-run"_s, u"span, restore, update-dependent: print the plan, touch nothing."_s);
+    const QCommandLineOption allowRoot(
+        u"allow-root"_s, u"span, restore, update-dependent: run although the user is root (the administrator)."_s);
     parser.addOptions({ libraryOption, search, searchFields, spanFilter, media, location, playlist, json, field, column,
-        sortField, title, to, anyway, yes, dryRun });
+        sortField, title, to, anyway, yes, dryRun, allowRoot });
     parser.addPositionalArgument(u"command"_s,
         u"info | tracks | playlists | show | load | history | select | browse | summary | locations | "
         "playlist-groups | span | restore | update-dependent | locate"_s);
@@ -138,6 +140,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
         m_playerLink = CVPlayerLink::choose(libraryFile, CVFileManagerLink::shared());
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), CVFileManagerLink::shared(), m_presenter.get());
     m_spanner->setHost(m_host.get());
+    m_spanner->setAllowRoot(parser.isSet(allowRoot));
     m_spanner->setLibrary(&library);
     m_spanner->setSettings(&settings);
     if (crashedWhileSpanning)

@@ -105,6 +105,17 @@ bool CVSpanCommands::checkLocation()
     return true;
 }
 
+bool CVSpanCommands::checkRunCanStart()
+{
+    const QString refusal = m_spanner.checkRunCanStart();
+    if (refusal.isEmpty())
+        return true;
+    std::fprintf(stderr, "%s\n", qUtf8Printable(refusal));
+    if (::geteuid() == 0 && !m_spanner.allowRoot())
+        std::fprintf(stderr, "(--allow-root runs it all the same.)\n");
+    return false;
+}
+
 bool CVSpanCommands::confirm(const QString &question, const QString &verb)
 {
     std::fprintf(stderr, "%s\n", qUtf8Printable(question));
@@ -204,7 +215,8 @@ int CVSpanCommands::printResults()
     std::printf("%s\n",
         qUtf8Printable(
             CVMediaSpanner::trashSummaryText(m_spanner.trashedFileCount(), m_spanner.trashedFolderCount(), false)));
-    return results.failures + results.skips == 0 ? kStatusAllDone : kStatusSomeNotDone;
+    // Done when every track is where it was asked to be, those that were there already included.
+    return results.allInPlace ? kStatusAllDone : kStatusSomeNotDone;
 }
 
 int CVSpanCommands::span(const CVTrackList &selection, bool restore)
@@ -244,6 +256,8 @@ int CVSpanCommands::span(const CVTrackList &selection, bool restore)
     }
     if (m_options.dryRun)
         return dryRun(queue);
+    if (!checkRunCanStart())
+        return kStatusError;
     if (!confirm(check.alert.title, check.alert.defaultButton))
         return kStatusError;
     connectProgress(qint64(queueSize), int(queue.size()));
@@ -267,6 +281,8 @@ int CVSpanCommands::updateDependent()
                 qUtf8Printable(t->text(CVAttr::SpanLocation)));
         return kStatusAllDone;
     }
+    if (!checkRunCanStart())
+        return kStatusError;
     const int count = int(dependent->tracks.size());
     if (!confirm(
             u"Update %1 dependently spanned track%2, so that the player finds them at their span location?"_s.arg(count)

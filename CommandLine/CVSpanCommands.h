@@ -31,6 +31,8 @@ public:
 
 private:
     bool checkLocation();
+    // The engine's refusal to start, printed; false when refused.
+    bool checkRunCanStart();
     bool confirm(const QString &question, const QString &verb);
     int dryRun(const QList<CVTrack *> &queue);
     void connectProgress(qint64 totalBytes, int tracks);

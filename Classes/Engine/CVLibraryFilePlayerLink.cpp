@@ -8,8 +8,10 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -89,6 +91,39 @@ bool CVLibraryFilePlayerLink::isRunning()
 {
     QMutexLocker lock(&m_mutex);
     return QFile::exists(m_journalPath);
+}
+
+namespace {
+
+// Creates, writes, flushes and removes a small file in the folder: the journal line and the
+// rewritten library need exactly that.
+QString probeFolder(const QString &folder, const QString &what)
+{
+    const QByteArray probe = QFile::encodeName(folder + u"/.corvana-probe-"_s + QString::number(::getpid()));
+    const int fd = ::open(probe.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return u"%1 “%2” cannot be written: %3."_s.arg(what, folder, QString::fromLocal8Bit(strerror(errno)));
+    static const char line[] = "Corvana checks that this folder can be written.\n";
+    const bool ok = ::write(fd, line, sizeof line - 1) == ssize_t(sizeof line - 1) && ::fsync(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    ::unlink(probe.constData());
+    if (!ok)
+        return u"%1 “%2” cannot be written: %3."_s.arg(what, folder, QString::fromLocal8Bit(strerror(error)));
+    return {};
+}
+
+} // namespace
+
+QString CVLibraryFilePlayerLink::checkLocationsCanBeSet()
+{
+    const QString journalFolder = QFileInfo(m_journalPath).absolutePath();
+    if (!QDir().mkpath(journalFolder))
+        return u"The folder “%1” cannot be made."_s.arg(journalFolder);
+    QString error = probeFolder(journalFolder, u"The folder of the player journal"_s);
+    if (error.isEmpty())
+        error = probeFolder(QFileInfo(m_libraryPath).absolutePath(), u"The folder of the library file"_s);
+    return error;
 }
 
 bool CVLibraryFilePlayerLink::setTrackLocation(const QString &persistentID, const QString &path)

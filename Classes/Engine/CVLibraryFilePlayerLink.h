@@ -30,6 +30,8 @@ public:
     // "Running" while changes wait for the library file to be written.
     bool isRunning() override;
     bool isReady() override { return true; }
+    // The journal's folder and the library file's folder both take a new file.
+    QString checkLocationsCanBeSet() override;
     bool setTrackLocation(const QString &persistentID, const QString &path) override;
     std::optional<QString> trackLocation(const QString &persistentID) override;
     std::optional<quint32> playerState() override;

@@ -100,7 +100,11 @@ QString CVMediaSpanner::replaceChactersInStringForFolderName(const QString &text
         s[s.size() - 1] = u'_';
     if (s.endsWith(u' '))
         s[s.size() - 1] = u'_';
-    return safeComponent(s);
+    s = safeComponent(s);
+    // A cut can leave a blank or a dot at the end again.
+    if (s.endsWith(u'.') || s.endsWith(u' '))
+        s[s.size() - 1] = u'_';
+    return s;
 }
 
 QString CVMediaSpanner::getBasePathForPath(const QString &path)
@@ -202,9 +206,10 @@ QString CVMediaSpanner::displayTitleForPath(const QString &path) const
     return m_library ? m_library->createDisplayTitleForPath(path) : QFileInfo(path).fileName();
 }
 
-void CVMediaSpanner::addRow(CVTrack *track, CVResultIcon icon, const QString &message)
+void CVMediaSpanner::addRow(CVTrack *track, CVResultIcon icon, const QString &message, bool inPlace)
 {
-    m_rawContentForResults.append({ track->text(CVAttr::PersistentID), icon, track, message });
+    m_rawContentForResults.append(
+        { track->text(CVAttr::PersistentID), icon, track, message, inPlace || icon == CVResultIcon::FullSuccess });
 }
 
 void CVMediaSpanner::setTaskLine(const QString &text, int alignment)
@@ -254,34 +259,64 @@ void CVMediaSpanner::prepareWindowForRun()
         CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerHost::View::Spanning); });
 }
 
-CVMediaSpanner::CopyOutcome CVMediaSpanner::copyWithRules(const CVTrack *track, const QString &from, const QString &to)
+CVMediaSpanner::CopyAttempt CVMediaSpanner::copyWithRules(
+    const CVTrack *track, const QString &from, const QString &to, const QString &top)
 {
+    CopyAttempt attempt;
     // The library's Size, or the file's own when that is larger (a stale library undercounts).
     const qint64 size = qMax(qint64(track->real(CVAttr::Size)), QFileInfo(from).size());
-    QString lastError;
-    for (int attempt = 0; attempt < 2; ++attempt) {
+    const auto driveGone = [&] {
+        const QString gone = driveGoneFor(to);
+        attempt.drive = gone.isEmpty() ? driveGoneFor(from) : gone;
+        if (!attempt.drive.isEmpty())
+            attempt.outcome = CopyOutcome::DriveGone;
+        return !attempt.drive.isEmpty();
+    };
+    for (int round = 0; round < 2; ++round) {
+        if (driveGone())
+            return attempt;
         // Every destination drive keeps its last 100 MB free. Measured on the filesystem that
         // will hold the file, which on Linux need not be the one of its drive root.
         const qint64 free = CVVolumes::freeSpaceForPath(to);
-        if (size + FreeSpaceReserve > free)
-            return CopyOutcome::NoSpace;
+        if (size + FreeSpaceReserve > free) {
+            attempt.outcome = CopyOutcome::NoSpace;
+            return attempt;
+        }
         const QString folder = QFileInfo(to).absolutePath();
-        if (!QFileInfo::exists(folder))
-            QDir().mkpath(folder);
+        const CVFileCopier::FolderResult folders = CVFileCopier::makeFolders(folder, top);
+        if (!folders.ok) {
+            attempt.error = folders.error;
+            CVLog::log(folders.error);
+            if (driveGone())
+                return attempt;
+            continue;
+        }
         // Copies reach the disk together: verification syncs their filesystems before it lets the
         // player take them and before any original goes to the Trash.
         const CVFileCopier::Result result = CVFileCopier::copyFile(from, to, CVFileCopier::Durability::Deferred);
         if (result.ok) {
-            m_unsyncedFolders.insert(QFileInfo(to).absolutePath());
+            m_unsyncedFolders.insert(folder);
+            m_copies.insert(track->text(CVAttr::PersistentID), result.copy);
             Q_EMIT fileCopied(size);
-            return CopyOutcome::Copied;
+            attempt.outcome = CopyOutcome::Copied;
+            return attempt;
         }
-        lastError = result.error;
-        if (result.noSpace)
-            return CopyOutcome::NoSpace;
+        attempt.error = result.error;
+        CVLog::log(u"Copy failed: %1"_s.arg(result.error));
+        if (driveGone())
+            return attempt;
+        if (result.noSpace) {
+            attempt.outcome = CopyOutcome::NoSpace;
+            return attempt;
+        }
+        // Neither of these gets better by trying again.
+        if (result.notAFile || result.errorNumber == EEXIST) {
+            attempt.existing = result.errorNumber == EEXIST;
+            break;
+        }
     }
-    CVLog::log(u"Copy failed: %1"_s.arg(lastError));
-    return CopyOutcome::Failed;
+    attempt.outcome = CopyOutcome::Failed;
+    return attempt;
 }
 
 void CVMediaSpanner::syncCopies()
@@ -312,7 +347,8 @@ bool CVMediaSpanner::isProtectedFolder(const QString &folder) const
         const QString other = QDir::cleanPath(of);
         return other == clean || other.startsWith(clean == u"/"_s ? clean : QString(clean + u'/'));
     };
-    if (clean == u"/"_s || CVVolumes::isDriveRoot(clean) || CVVolumes::isDriveContainer(clean))
+    if (clean == u"/"_s || CVVolumes::isDriveRoot(clean) || CVVolumes::isDriveContainer(clean)
+        || isInSystemFolder(clean))
         return true;
     if (isSelfOrAncestor(QDir::homePath()) || isSelfOrAncestor(spanLocation()) || isSelfOrAncestor(m_runSpanLocation))
         return true;
@@ -342,12 +378,19 @@ void CVMediaSpanner::cleanUpEmptyDirectoriesStartingFromPath(const QString &path
     }
 }
 
-void CVMediaSpanner::trashAndCleanUp(const CVTrack *track, const QString &path)
+CVTrash::Result CVMediaSpanner::trashAndCleanUp(const CVTrack *track, const QString &path)
 {
-    if (m_fileManager)
-        m_fileManager->moveToTrash(path);
+    CVTrash::Result result;
+    if (!m_fileManager) {
+        result.error = u"No Trash is available."_s;
+        return result;
+    }
+    result = m_fileManager->moveToTrash(path);
+    if (!result.ok)
+        return result;
     const QString kind = track->text(CVAttr::MediaType);
     cleanUpEmptyDirectoriesStartingFromPath(path, kind == u"Music"_s || kind == u"TV Shows"_s ? 3 : 2);
+    return result;
 }
 
 void CVMediaSpanner::setPauseSpan(bool pause)

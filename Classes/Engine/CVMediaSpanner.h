@@ -2,6 +2,8 @@
 
 #include "Engine/CVResultRow.h"
 #include "Library/CVSpanRunState.h"
+#include "Platform/CVFileCopier.h"
+#include "Platform/CVTrash.h"
 
 #include <QHash>
 #include <QList>
@@ -71,6 +73,19 @@ public:
     // Loads the in-flight map of the interrupted run ("CVLastTracksSpanned").
     void loadPreviouslySpannedTracks();
 
+    // Runs as root are refused unless allowed (the tool's --allow-root; the window asks first):
+    // files would be copied with the administrator's rights and land in root's Trash and history.
+    void setAllowRoot(bool allow) { m_allowRoot = allow; }
+    bool allowRoot() const { return m_allowRoot; }
+    // Why a span, restore or update-dependent run cannot start now, or an empty text when it can:
+    // not as root unless allowed, and the span history and the player link both take a real write.
+    // The runs ask this themselves and do nothing when refused; front ends ask first to explain.
+    QString checkRunCanStart();
+    // Why Corvana must not move, copy over or trash the item at the path, or an empty text: only
+    // the user's own regular files outside the system's folders are touched.
+    static QString refusalForItem(const QString &path, bool followLinks = true);
+    static bool isInSystemFolder(const QString &path);
+
     // The runs. Each ends in the results (or, for locate, a reload).
     void spanTracks(const QList<CVTrack *> &tracks);
     void verifySpannedTracks(const QList<CVTrack *> &tracks);
@@ -130,14 +145,49 @@ Q_SIGNALS:
     void resultsReady(const CVRunResults &results);
     // The main view to show: a CVSpannerHost::View (the host is also asked, and waited for).
     void viewChangeRequested(int view);
+    // A run did not start: the reason (see checkRunCanStart).
+    void runRefused(const QString &reason);
     void runFinished();
     void emptyTrashFinished();
 
 private:
-    // Copy with the run's rules: free space with the reserve, missing folders made, two attempts.
-    enum class CopyOutcome { Copied, NoSpace, Failed };
-    CopyOutcome copyWithRules(const CVTrack *track, const QString &from, const QString &to);
-    void addRow(CVTrack *track, CVResultIcon icon, const QString &message);
+    // Copy with the run's rules: free space with the reserve, missing folders made (only below
+    // `top`, never on a drive that is gone), two attempts. The copy is noted in the run's ledger.
+    enum class CopyOutcome { Copied, NoSpace, Failed, DriveGone };
+    struct CopyAttempt {
+        CopyOutcome outcome = CopyOutcome::Failed;
+        QString error; // the folder or file and the system's reason
+        QString drive; // the drive that went away
+        bool existing = false; // another file took the destination's name
+    };
+    CopyAttempt copyWithRules(const CVTrack *track, const QString &from, const QString &to, const QString &top);
+    void addRow(CVTrack *track, CVResultIcon icon, const QString &message, bool inPlace = false);
+    // Drives the run works on, by the device mounted at their root when the run started.
+    void noteDrivesOfRun(const QStringList &paths);
+    // The drive root of the path when it was mounted at the start and is gone (or another drive
+    // is there now); else an empty text.
+    QString driveGoneFor(const QString &path) const;
+    // Exists, and its drive (when it lies on one) is still mounted.
+    bool isPresent(const QString &path) const;
+    // Whether the file at dest is the copy this run made or took for pid: unchanged since then,
+    // or (when the filesystem cannot tell) the same bytes as the original at `original`.
+    bool isOurCopy(const QString &pid, const QString &dest, const QString &original) const;
+    // A track whose copy cannot be used after all: the player goes back to the untouched original.
+    struct PointBack {
+        CVTrack *track = nullptr;
+        QString pid;
+        QString copy;
+        QString original;
+        QString why;
+        QString spanBefore;
+    };
+    void pointBackAtOriginals(const QList<PointBack> &tracks);
+    // The locations of the player's library file as it is now; false when it cannot be read.
+    bool readPlayerLibrary(QHash<QString, QString> &locations, QString &mediaFolder);
+    // Saves the history on the main thread; false (logged) when the records are not on disk.
+    bool saveHistory();
+    // Moves an original to the Trash after its copy was checked; the reason when it stays.
+    QString trashOriginal(const CVTrack *track, const QString &pid, const QString &original, const QString &dest);
     void setTaskLine(const QString &text, int alignment = 0x1);
     void showStep(int step, int maximum);
     void waitWhilePaused();
@@ -145,7 +195,7 @@ private:
     bool playerReady() const;
     void prepareWindowForRun();
     bool isProtectedFolder(const QString &folder) const;
-    void trashAndCleanUp(const CVTrack *track, const QString &path);
+    CVTrash::Result trashAndCleanUp(const CVTrack *track, const QString &path);
     // Flushes the filesystems that received copies since the last call.
     void syncCopies();
     QString displayTitleForPath(const QString &path) const;
@@ -170,6 +220,12 @@ private:
     QHash<QString, QString> m_spannedTracks;
     QSet<QString> m_unsyncedFolders;
     QHash<QString, QString> m_previouslySpannedTracks;
+    // The copies this run made or took as made, by persistent ID: what may stand in for an
+    // original before the original goes to the Trash.
+    QHash<QString, CVFileCopier::Identity> m_copies;
+    QHash<QString, dev_t> m_driveDevices;
+    QString m_destinationDriveGone; // once set, the rest of the run is skipped
+    bool m_allowRoot = false;
     QList<CVResultRow> m_rawContentForResults;
     CVRunResults m_lastResults;
     QString m_taskLine;

@@ -34,7 +34,15 @@ void CVMediaSpanner::reattemptFailedSpanTracks(const QList<CVTrack *> &tracks)
         if (!prev.isEmpty() && QFileInfo::exists(prev) && !atSpan) {
             working.insert(pid, prev);
             setTaskLine(u" Copying:\t%1"_s.arg(title));
-            atSpan = copyWithRules(track, prev, span) == CopyOutcome::Copied;
+            const QString top
+                = m_runRestoreMode ? getBasePathForPath(getOriginalPathForItem(track)) : m_runSpanLocation;
+            atSpan = refusalForItem(prev).isEmpty()
+                && copyWithRules(track, prev, span, top.isEmpty() ? QFileInfo(span).absolutePath() : top).outcome
+                    == CopyOutcome::Copied;
+        } else if (atSpan && m_copies.contains(pid) && !isOurCopy(pid, span, prev)) {
+            // Whatever stands there now is not the copy this run made: the player is not sent to it.
+            CVLog::log(u"File at new location is a different file. (%1)"_s.arg(span));
+            atSpan = false;
         }
         if (atSpan)
             pointPlayerAt(track, span, title, true);
@@ -49,16 +57,26 @@ void CVMediaSpanner::reattemptFailedSpanTracks(const QList<CVTrack *> &tracks)
 
 void CVMediaSpanner::resolveFailedSpanTracks(const QList<CVTrack *> &tracks)
 {
+    QList<CVTrack *> dependent;
     for (CVTrack *track : tracks) {
+        const QString pid = track->text(CVAttr::PersistentID);
         const QString orig = track->text(CVAttr::OriginalLocation);
         const QString loc = track->text(CVAttr::Location);
         const QString span = track->text(CVAttr::SpanLocation);
         const bool isRestore = orig.compare(span, Qt::CaseInsensitive) == 0;
         if (!loc.isEmpty() && QFileInfo::exists(loc)) {
             if (QFileInfo::exists(span) && loc != span) {
-                // The player keeps its file where it was: the copy is of no use.
-                trashAndCleanUp(track, span);
-                if (!QFileInfo::exists(span))
+                // The player keeps its file where it was: the copy is of no use. Only a file that
+                // is this run's copy, or the same bytes as the player's file, may go.
+                if (!isOurCopy(pid, span, loc)
+                    && CVFileCopier::compareContents(loc, span) != CVFileCopier::Comparison::Same) {
+                    addRow(track, CVResultIcon::Fail,
+                        u"Track could not be %1 for some reason. Original file and iTunes location unchanged; the "
+                        "file at “%2” is not Corvana's copy and was left as it is."_s.arg(
+                            isRestore ? u"restored"_s : u"spanned"_s, span));
+                    continue;
+                }
+                if (trashAndCleanUp(track, span).ok && !QFileInfo::exists(span))
                     ++m_trashedFileCount;
             }
             addRow(track, CVResultIcon::Fail,
@@ -68,12 +86,30 @@ void CVMediaSpanner::resolveFailedSpanTracks(const QList<CVTrack *> &tracks)
                             "iTunes location unchanged."_s);
         } else if (!span.isEmpty() && QFileInfo::exists(span)) {
             CVLog::log(u"File not at iTunes PATH! (but at span path)"_s);
+            // Recorded, so that the next load, the helper's links and update-dependent find it.
+            if (m_library) {
+                if (track->flag(CVAttr::ItemIsSpanned) || track->flag(CVAttr::ItemIsRestored))
+                    m_library->updateItemInSpanStore(track, span);
+                else
+                    m_library->addItemToSpanStore(track, span);
+            }
+            dependent.append(track);
             addRow(track, CVResultIcon::LinkSuccess,
                 isRestore ? u"Track dependently restored. Another reattempt is highly recommended."_s
                           : u"Track dependently spanned. Another reattempt is highly recommended."_s);
         } else {
             CVLog::log(u"LOST A FILE - Not at iTunes Path AND Not at Span Path"_s);
             addRow(track, CVResultIcon::Fail, u"File not found, nothing done."_s);
+        }
+    }
+    if (dependent.isEmpty() || !m_library || saveHistory())
+        return;
+    // Without a record nothing would ever link or update these: say so on their rows.
+    for (CVResultRow &row : m_rawContentForResults) {
+        if (row.icon == CVResultIcon::LinkSuccess && dependent.contains(row.track)) {
+            row.icon = CVResultIcon::Fail;
+            row.message = u"The file lies only at “%1”, and the span history could not be written; span this "
+                          "track again."_s.arg(row.track->text(CVAttr::SpanLocation));
         }
     }
 }
@@ -88,6 +124,12 @@ void CVMediaSpanner::updateDependentTracks()
         tracks.append(t);
     if (tracks.isEmpty())
         return;
+    const QString refusal = checkRunCanStart();
+    if (!refusal.isEmpty()) {
+        CVLog::log(u"Not starting update dependent: %1"_s.arg(refusal));
+        Q_EMIT runRefused(refusal);
+        return;
+    }
     const int k = int(tracks.size());
     CVLog::log(u"Starting update dependent with %1 tracks"_s.arg(k));
     m_trashedFileCount = 0;
@@ -100,7 +142,12 @@ void CVMediaSpanner::updateDependentTracks()
     m_rawContentForResults.clear();
     m_runRestoreMode = false;
     m_runSpanLocation.clear();
+    m_copies.clear();
     loadPreviouslySpannedTracks();
+    QStringList spans;
+    for (const CVTrack *track : tracks)
+        spans.append(track->text(CVAttr::SpanLocation));
+    noteDrivesOfRun(spans);
 
     Q_EMIT headerChanged(u"Updating %1 Dependent Track%2"_s.arg(k).arg(k == 1 ? QString() : u"s"_s));
     setTaskLine(u"Preparing to Update Dependent Tracks"_s, int(Qt::AlignRight));

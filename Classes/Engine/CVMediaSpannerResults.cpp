@@ -33,6 +33,8 @@ CVRunResults CVMediaSpanner::summarizeResults(const QList<CVResultRow> &rows, bo
         shown.trackObject = row.track;
         shown.icon = row.icon;
         shown.message = row.message;
+        shown.inPlace = row.inPlace;
+        results.allInPlace = results.allInPlace && row.inPlace;
         switch (row.icon) {
         case CVResultIcon::FullSuccess:
             shown.sortResult = 1;

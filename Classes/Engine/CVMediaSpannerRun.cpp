@@ -4,40 +4,33 @@
 #include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVSpannerHost.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVFileCopier.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVPresenter.h"
 #include "Platform/CVSettings.h"
 #include "Platform/CVVolumes.h"
 #include "Platform/FileSystemEventWatcher.h"
 
 #include <QFileInfo>
 
+#include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-bool exists(const QString &path)
-{
-    return !path.isEmpty() && QFileInfo::exists(path);
-}
 
 bool samePath(const QString &a, const QString &b)
 {
     return a.compare(b, Qt::CaseInsensitive) == 0;
 }
 
-// The same file at both places: what our own copy leaves (same size, same modification time).
-bool sameFile(const QString &a, const QString &b)
+QString disconnectedText(const QString &drive)
 {
-    struct stat x { };
-    struct stat y { };
-    if (::stat(QFile::encodeName(a).constData(), &x) != 0 || ::stat(QFile::encodeName(b).constData(), &y) != 0)
-        return false;
-    if (x.st_dev == y.st_dev && x.st_ino == y.st_ino)
-        return true;
-    return x.st_size == y.st_size && x.st_mtim.tv_sec == y.st_mtim.tv_sec;
+    return u"The drive “%1” was disconnected during the run; this track was not copied."_s.arg(drive);
 }
 
 } // namespace
@@ -48,6 +41,13 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     m_runRestoreMode = m_host && m_host->restoreMode();
     m_runSpanLocation = m_host ? m_host->spanLocation() : QString();
     const bool restore = m_runRestoreMode;
+    // Nothing is copied unless every move can be recorded and told to the player.
+    const QString refusal = checkRunCanStart();
+    if (!refusal.isEmpty()) {
+        CVLog::log(u"Not starting %1: %2"_s.arg(restore ? u"restore"_s : u"span"_s, refusal));
+        Q_EMIT runRefused(refusal);
+        return;
+    }
     CVLog::log(u"Starting %1 with %2 tracks"_s.arg(restore ? u"restore"_s : u"span"_s).arg(n));
 
     if (m_settings && !restore) {
@@ -63,6 +63,7 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     setPauseSpan(false);
     m_skipTheRest = false;
     m_needsReloadAfterSpan = false;
+    m_copies.clear();
     Q_EMIT skipTitleChanged(u"Skip the rest…"_s);
     if (m_settings) {
         // Written to disk together with the in-flight map below: a crash must never find the
@@ -81,6 +82,7 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
 
     // Watch the drives the run works on; remember where every track was, for a crash.
     QStringList watchList { m_runSpanLocation.isEmpty() ? u"/"_s : m_runSpanLocation };
+    QStringList drivePaths { m_runSpanLocation };
     if (crashedWhileSpanningLastRun()) {
         for (auto it = m_previouslySpannedTracks.cbegin(); it != m_previouslySpannedTracks.cend(); ++it) {
             const QString root = CVVolumes::driveRootOfPath(it.value());
@@ -102,6 +104,12 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
         for (auto it = inFlight.cbegin(); it != inFlight.cend(); ++it)
             m_previouslySpannedTracks.insert(it.key(), it.value().toString());
     }
+    for (const CVTrack *track : tracks) {
+        drivePaths.append(getCurrentPathForItem(track));
+        if (restore)
+            drivePaths.append(getOriginalPathForItem(track));
+    }
+    noteDrivesOfRun(drivePaths);
     if (m_settings)
         m_settings->synchronize();
     FileSystemEventWatcher::sharedPathWatcher()->startWatchingPaths(watchList);
@@ -135,18 +143,44 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
         const QString dest = createNewPathForItem(track, QFileInfo(playerPath).fileName());
         const bool sameAsOriginal = samePath(originalPath, dest);
         const auto finish = [&] { showStep(step++, maximum); };
+        const auto fail = [&](const QString &message, CVResultIcon icon = CVResultIcon::Fail) {
+            setTaskLine((icon == CVResultIcon::Skip ? u"Skipping: %1"_s : u"Failed: %1"_s).arg(title));
+            addRow(track, icon, message);
+            finish();
+        };
 
+        // A destination drive that went away ends the copying; the rest is only reported.
+        if (m_destinationDriveGone.isEmpty() && !restore)
+            m_destinationDriveGone = driveGoneFor(m_runSpanLocation);
+        if (!m_destinationDriveGone.isEmpty()) {
+            fail(disconnectedText(m_destinationDriveGone), CVResultIcon::Skip);
+            continue;
+        }
+        const QString sourceGone = driveGoneFor(currentPath);
+        if (!sourceGone.isEmpty()) {
+            fail(u"The drive “%1” that holds this track's file was disconnected; nothing was done."_s.arg(sourceGone),
+                CVResultIcon::Skip);
+            continue;
+        }
+        if (restore) {
+            const QString gone = driveGoneFor(dest);
+            if (!gone.isEmpty()) {
+                fail(disconnectedText(gone), CVResultIcon::Skip);
+                continue;
+            }
+        }
+
+        struct stat destInfo { };
+        const bool destExists = !dest.isEmpty() && ::lstat(QFile::encodeName(dest).constData(), &destInfo) == 0;
         if (!track->flag(CVAttr::SymSpan)) {
-            bool proceed = true;
-            if (!exists(dest)) {
-                if (!restore && !exists(m_runSpanLocation)) {
-                    setTaskLine(u"Skipping: %1"_s.arg(title));
-                    addRow(track, CVResultIcon::Skip, u"Span location no longer existed at time of span."_s);
-                    proceed = false;
-                } else if (restore && !exists(getBasePathForPath(originalPath))) {
-                    setTaskLine(u"Failed: %1"_s.arg(title));
-                    addRow(track, CVResultIcon::Fail, u"Restore location no longer existed at time of restore."_s);
-                    proceed = false;
+            if (!destExists) {
+                if (!restore && !isPresent(m_runSpanLocation)) {
+                    fail(u"Span location no longer existed at time of span."_s, CVResultIcon::Skip);
+                    continue;
+                }
+                if (restore && !isPresent(getBasePathForPath(originalPath))) {
+                    fail(u"Restore location no longer existed at time of restore."_s);
+                    continue;
                 }
             } else if (known && !crashedWhileSpanningLastRun()) {
                 if (samePath(dest, track->text(CVAttr::SpanLocation))) {
@@ -154,53 +188,136 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
                     addRow(track, CVResultIcon::Skip,
                         sameAsOriginal
                             ? u"Track already restored."_s
-                            : u"Track already spanned to '%1'."_s.arg(track->text(CVAttr::DisplaySpanLocation)));
-                    proceed = false;
+                            : u"Track already spanned to '%1'."_s.arg(track->text(CVAttr::DisplaySpanLocation)),
+                        true);
+                    finish();
+                    continue;
                 }
             } else if (!known && sameAsOriginal) {
                 // After a crash a known track goes on: the interrupted run is finished.
                 setTaskLine(u"Skipping: %1"_s.arg(title));
-                addRow(track, CVResultIcon::Skip, u"No need to restore this track, it was not spanned."_s);
-                proceed = false;
-            }
-            if (!proceed) {
+                addRow(track, CVResultIcon::Skip, u"No need to restore this track, it was not spanned."_s, true);
                 finish();
                 continue;
             }
         }
 
-        // The copy.
-        bool copied = false;
-        if (!exists(currentPath) && !exists(dest)) {
-            setTaskLine(u"Failed: %1"_s.arg(title));
-            addRow(track, CVResultIcon::Fail, u"The original file could not be found."_s);
-            finish();
+        // What may be touched at all: the user's own regular files, outside the system's folders.
+        struct stat currentInfo { };
+        const bool currentExists
+            = !currentPath.isEmpty() && ::stat(QFile::encodeName(currentPath).constData(), &currentInfo) == 0;
+        const int currentError = currentExists ? 0 : errno;
+        if (!currentExists && !destExists) {
+            if (currentError == EACCES)
+                fail(u"The original file could not be found. “%1” cannot be reached: %2."_s.arg(
+                    currentPath, QString::fromLocal8Bit(strerror(currentError))));
+            else
+                fail(u"The original file could not be found."_s);
             continue;
         }
-        if (exists(dest)) {
-            if (!exists(currentPath)) {
+        if (currentExists) {
+            const QString notOurs = refusalForItem(currentPath);
+            if (!notOurs.isEmpty()) {
+                fail(notOurs);
+                continue;
+            }
+        }
+        if (isInSystemFolder(dest)) {
+            fail(u"“%1” lies in a system folder; Corvana puts files only where your own media belong."_s.arg(dest));
+            continue;
+        }
+
+        // The copy.
+        bool copied = false;
+        if (destExists) {
+            // A link at the destination that leads to this very file (the link of a dependent
+            // track) stands in for the file: the real file takes its place.
+            const bool linkToCurrent = S_ISLNK(destInfo.st_mode) && currentExists && [&] {
+                struct stat target { };
+                return ::stat(QFile::encodeName(dest).constData(), &target) == 0 && target.st_dev == currentInfo.st_dev
+                    && target.st_ino == currentInfo.st_ino;
+            }();
+            if (linkToCurrent) {
+                setTaskLine(u" Copying:\t%1"_s.arg(title));
+                const QString linkRefusal = refusalForItem(dest, false);
+                if (!linkRefusal.isEmpty()) {
+                    fail(linkRefusal);
+                    continue;
+                }
+                const CVTrash::Result moved = m_fileManager ? m_fileManager->moveToTrash(dest) : CVTrash::Result {};
+                if (!moved.ok) {
+                    fail(u"The original file could not be copied, an error occurred. The link at “%1” cannot be "
+                         "replaced: %2"_s.arg(dest, moved.error));
+                    continue;
+                }
+                const CopyAttempt attempt = copyWithRules(
+                    track, currentPath, dest, restore ? getBasePathForPath(originalPath) : m_runSpanLocation);
+                if (attempt.outcome != CopyOutcome::Copied) {
+                    // The link goes back, so that the player still finds the file.
+                    if (!QFile::link(currentPath, dest))
+                        CVLog::log(u"The link at %1 could not be made again"_s.arg(dest));
+                    fail(u"The original file could not be copied, an error occurred. %1"_s.arg(attempt.error));
+                    continue;
+                }
+                copied = true;
+                showStep(step++, maximum);
+            } else if (!currentExists) {
+                // Only a file the history already has at this place is taken as the track's.
+                const bool recorded
+                    = known && samePath(dest, track->text(CVAttr::SpanLocation)) && S_ISREG(destInfo.st_mode);
+                if (!recorded) {
+                    fail(u"The original file could not be found, and the file at “%1” is not known to be its copy; "
+                         "it was left as it is."_s.arg(dest));
+                    continue;
+                }
                 CVLog::log(u"File not at current path, but at new path. (%1)"_s.arg(dest));
             } else {
                 CVLog::log(u"File is at the new path too. (%1)"_s.arg(dest));
-                if (!sameFile(currentPath, dest)) {
-                    // Another file holds the destination's name: neither is touched.
-                    CVLog::log(u"File at new location is a different file. (%1)"_s.arg(dest));
-                    setTaskLine(u"Failed: %1"_s.arg(title));
-                    addRow(track, CVResultIcon::Fail, u"The original file could not be copied, an error occurred."_s);
-                    finish();
+                QString error;
+                const CVFileCopier::Comparison same = S_ISREG(destInfo.st_mode)
+                    ? CVFileCopier::compareContents(currentPath, dest, &error)
+                    : CVFileCopier::Comparison::Different;
+                if (same == CVFileCopier::Comparison::Unreadable) {
+                    fail(u"The file at “%1” cannot be compared with the original: %2"_s.arg(dest, error));
                     continue;
                 }
+                if (same == CVFileCopier::Comparison::Different) {
+                    // Another file holds the destination's name: neither is touched.
+                    CVLog::log(u"File at new location is a different file. (%1)"_s.arg(dest));
+                    fail(u"A different file already exists at “%1”; both files were left as they are."_s.arg(dest));
+                    continue;
+                }
+                m_copies.insert(pid, CVFileCopier::identityOf(dest));
             }
         } else {
             setTaskLine(u" Copying:\t%1"_s.arg(title));
-            const CopyOutcome outcome = copyWithRules(track, currentPath, dest);
-            if (outcome != CopyOutcome::Copied) {
-                setTaskLine(u"Failed: %1"_s.arg(title));
-                addRow(track, CVResultIcon::Fail,
-                    outcome == CopyOutcome::Failed
-                        ? u"The original file could not be copied, an error occurred."_s
-                        : u"File not copied, no more space available on destination drive."_s);
-                finish();
+            // The original leaves its folder once the copy is in use: find out now if it cannot.
+            const QString folder = QFileInfo(currentPath).absolutePath();
+            if (::access(QFile::encodeName(folder).constData(), W_OK) != 0) {
+                fail(u"The original file cannot be moved out of “%1” afterwards: %2. Nothing was copied."_s.arg(
+                    folder, QString::fromLocal8Bit(strerror(errno))));
+                continue;
+            }
+            const CopyAttempt attempt = copyWithRules(
+                track, currentPath, dest, restore ? getBasePathForPath(originalPath) : m_runSpanLocation);
+            if (attempt.outcome == CopyOutcome::DriveGone) {
+                if (!restore && attempt.drive == CVVolumes::driveRootOfPath(m_runSpanLocation))
+                    m_destinationDriveGone = attempt.drive;
+                fail(attempt.drive == CVVolumes::driveRootOfPath(currentPath)
+                        ? u"The drive “%1” that holds this track's file was disconnected; nothing was done."_s.arg(
+                            attempt.drive)
+                        : disconnectedText(attempt.drive),
+                    CVResultIcon::Skip);
+                continue;
+            }
+            if (attempt.outcome == CopyOutcome::NoSpace) {
+                fail(u"File not copied, no more space available on destination drive."_s);
+                continue;
+            }
+            if (attempt.outcome != CopyOutcome::Copied) {
+                fail(attempt.existing
+                        ? u"A different file already exists at “%1”; both files were left as they are."_s.arg(dest)
+                        : u"The original file could not be copied, an error occurred. %1"_s.arg(attempt.error));
                 continue;
             }
             copied = true;

@@ -1,5 +1,6 @@
 // Verification of CVMediaSpanner: the player writes its library, Corvana reads it back, and only
-// what the player really took has its old file trashed and its history written.
+// what the player really took, with its copy in place, is recorded; only once the records are
+// on disk do the old files go to the Trash.
 #include "Engine/CVMediaSpanner.h"
 
 #include "Engine/CVMediaSpannerThreads.h"
@@ -8,6 +9,7 @@
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVPresenter.h"
 #include "Platform/CVSettings.h"
@@ -17,6 +19,7 @@
 #include <QThread>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -35,23 +38,24 @@ bool inside(const QString &path, const QString &folder)
     return path.startsWith(prefix);
 }
 
-qint64 fileSize(const QString &path)
+bool itemExists(const QString &path)
 {
     struct stat info { };
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? qint64(info.st_size) : -1;
+    return !path.isEmpty() && ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+QString linkTarget(const QString &path)
+{
+    struct stat info { };
+    if (path.isEmpty() || ::lstat(QFile::encodeName(path).constData(), &info) != 0 || !S_ISLNK(info.st_mode))
+        return {};
+    return QFile::symLinkTarget(path);
 }
 
 } // namespace
 
-void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
+bool CVMediaSpanner::readPlayerLibrary(QHash<QString, QString> &locations, QString &mediaFolder)
 {
-    const int n = int(tracks.size());
-    Q_EMIT headerChanged(u"Verifying %1 Track%2"_s.arg(n).arg(n == 1 ? QString() : u"s"_s));
-    Q_EMIT progressChanged(0, 0, true);
-    syncCopies();
-    quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
-    setTaskLine(u"Reading Updated iTunes Library Information"_s);
-
     // The library file the player wrote; the program waits for one to be there.
     QString file;
     for (;;) {
@@ -70,35 +74,56 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
     }
     CVLibraryContents contents;
     CVLibraryFileReader reader;
+    if (!reader.readFile(file, contents)) {
+        // A library that cannot be read confirms nothing.
+        CVLog::log(u"The library file could not be read: %1"_s.arg(reader.errorString()));
+        return false;
+    }
+    locations.clear();
+    for (const CVTrack &t : contents.tracks)
+        locations.insert(t.text(CVAttr::PersistentID), t.text(CVAttr::Location));
+    mediaFolder = contents.mediaPath.value_or(QString());
+    return true;
+}
+
+void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
+{
+    const int n = int(tracks.size());
+    Q_EMIT headerChanged(u"Verifying %1 Track%2"_s.arg(n).arg(n == 1 ? QString() : u"s"_s));
+    Q_EMIT progressChanged(0, 0, true);
+    syncCopies();
+    quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+    setTaskLine(u"Reading Updated iTunes Library Information"_s);
     QHash<QString, QString> locations;
     QString mediaFolder;
-    const bool libraryRead = reader.readFile(file, contents);
-    if (libraryRead) {
-        for (const CVTrack &t : contents.tracks)
-            locations.insert(t.text(CVAttr::PersistentID), t.text(CVAttr::Location));
-        mediaFolder = contents.mediaPath.value_or(QString());
-    } else {
-        // A library that cannot be read confirms nothing: every track goes to the failed list.
-        CVLog::log(u"The library file could not be read: %1"_s.arg(reader.errorString()));
-    }
+    const bool libraryRead = readPlayerLibrary(locations, mediaFolder);
     const QVariantMap lastSpanned = lastTracksSpanned();
 
-    Q_EMIT progressChanged(1, n, false);
-    setTaskLine(u"Verifying Track Locations and Moving Successfully Copied Files to Trash"_s);
+    struct Confirmed {
+        CVTrack *track;
+        QString pid;
+        QString dest;
+        QString prev;
+        QString loc;
+        QString linkBefore; // the player's old place, when a link stood there
+        bool known;
+        bool isSpan;
+    };
+    QList<Confirmed> confirmed;
+    QList<PointBack> pointBack;
     QList<CVTrack *> failed;
-    int step = 1;
     for (CVTrack *t : tracks) {
         const QString pid = t->text(CVAttr::PersistentID);
         const auto spanned = m_spannedTracks.constFind(pid);
-        if (spanned == m_spannedTracks.cend()) {
-            showStep(step++, n);
+        if (spanned == m_spannedTracks.cend())
             continue;
-        }
         QString dest = *spanned;
         const bool known = t->flag(CVAttr::ItemIsSpanned) || t->flag(CVAttr::ItemIsRestored);
         const QString orig = t->text(CVAttr::OriginalLocation);
+        const QString before = t->text(CVAttr::Location);
+        const QString spanBefore = t->text(CVAttr::SpanLocation);
         // Without a readable library the player's place is unknown: the track keeps the one it had.
-        const QString loc = libraryRead ? locations.value(pid) : t->text(CVAttr::Location);
+        const QString loc = libraryRead ? locations.value(pid) : before;
         t->setText(CVAttr::Location, loc);
         t->setText(CVAttr::SpanLocation, dest);
         const bool isSpan = !samePath(orig, dest);
@@ -108,7 +133,6 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
             // media folder by itself.
             if (!inside(dest, mediaFolder) || !inside(loc, mediaFolder)) {
                 failed.append(t);
-                showStep(step++, n);
                 continue;
             }
             if (dest == orig)
@@ -118,36 +142,86 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
         }
 
         const QString prev = lastSpanned.value(pid).toString();
-        if (!prev.isEmpty() && prev != loc && prev != dest && QFileInfo::exists(prev)) {
-            // Only an old file with a whole copy at the destination goes to the Trash.
-            if (fileSize(prev) == fileSize(dest)) {
-                trashAndCleanUp(t, prev);
-                if (!QFileInfo::exists(prev))
-                    ++m_trashedFileCount;
-                else
-                    CVLog::log(u"Tried to trash file, but failed. (%1)"_s.arg(prev));
+        // The player takes a path, not a file: the copy must still be there as it was made.
+        QString why;
+        if (!CVFileCopier::identityOf(dest).valid) {
+            const QString drive = driveGoneFor(dest);
+            why = drive.isEmpty() ? u"it is no longer there"_s : u"its drive “%1” was disconnected"_s.arg(drive);
+        } else if (m_copies.contains(pid) && !isOurCopy(pid, dest, prev)) {
+            why = u"it was changed after Corvana made it"_s;
+        }
+        if (!why.isEmpty()) {
+            if (!prev.isEmpty() && prev != dest && QFileInfo::exists(prev)) {
+                pointBack.append({ t, pid, dest, prev, why, spanBefore });
             } else {
-                CVLog::log(u"This just happened... (%1)"_s.arg(dest));
+                CVLog::log(u"LOST A FILE - Not at iTunes Path AND Not at Span Path"_s);
+                addRow(t, CVResultIcon::Fail,
+                    u"The copy at “%1” cannot be used (%2), and the original file cannot be found."_s.arg(dest, why));
             }
+            continue;
         }
-
-        if (m_library) {
-            if (known)
-                m_library->updateItemInSpanStore(t, dest);
-            else
-                m_library->addItemToSpanStore(t, dest);
-        }
-        const QString where = m_runUnderWay ? displayTitleForPath(m_runSpanLocation)
-                                            : displayTitleForPath(t->text(CVAttr::BaseSpanPath));
-        addRow(t, CVResultIcon::FullSuccess,
-            isSpan ? u"Track successfully spanned to '%1'."_s.arg(where)
-                   : u"Track successfully restored to its original location."_s);
-        showStep(step++, n);
+        const QString linkBefore = t->flag(CVAttr::SymSpan) && before != dest ? before : QString();
+        confirmed.append({ t, pid, dest, prev, loc, linkBefore, known, isSpan });
     }
 
-    if (failed.size() < tracks.size() && m_host) {
-        CVSpannerHost *host = m_host;
-        CVMediaSpannerThreads::onMainThreadAndWait([host] { host->saveAction(); });
+    // The records go to disk before any original goes to the Trash: a file whose move is not
+    // recorded must still be where the user had it.
+    bool recorded = true;
+    if (!confirmed.isEmpty() && m_library) {
+        for (const Confirmed &c : std::as_const(confirmed)) {
+            if (c.known)
+                m_library->updateItemInSpanStore(c.track, c.dest);
+            else
+                m_library->addItemToSpanStore(c.track, c.dest);
+        }
+        recorded = saveHistory();
+    }
+
+    Q_EMIT progressChanged(1, n, false);
+    setTaskLine(u"Verifying Track Locations and Moving Successfully Copied Files to Trash"_s);
+    int step = 1;
+    const QString where = m_runUnderWay ? displayTitleForPath(m_runSpanLocation) : QString();
+    for (const Confirmed &c : std::as_const(confirmed)) {
+        showStep(step++, int(confirmed.size()));
+        const bool oldFileLeft = !c.prev.isEmpty() && c.prev != c.loc && c.prev != c.dest && itemExists(c.prev);
+        if (!recorded) {
+            addRow(c.track, CVResultIcon::Fail,
+                oldFileLeft
+                    ? u"The span history could not be written, so the original file was kept at “%1”."_s.arg(c.prev)
+                    : u"The span history could not be written."_s);
+            continue;
+        }
+        const QString place = m_runUnderWay ? where : displayTitleForPath(c.track->text(CVAttr::BaseSpanPath));
+        QString problem;
+        if (oldFileLeft) {
+            problem = trashOriginal(c.track, c.pid, c.prev, c.dest);
+            if (!problem.isEmpty())
+                CVLog::log(u"Tried to trash file, but failed. (%1) %2"_s.arg(c.prev, problem));
+        }
+        // The link that made a dependent track playable leads nowhere once its file is gone.
+        if (problem.isEmpty() && !c.linkBefore.isEmpty() && !c.prev.isEmpty() && linkTarget(c.linkBefore) == c.prev
+            && !QFileInfo::exists(c.prev) && m_fileManager)
+            m_fileManager->moveToTrash(c.linkBefore);
+        if (!problem.isEmpty()) {
+            addRow(c.track, CVResultIcon::Fail,
+                c.isSpan
+                    ? u"Track spanned to '%1', but its original file stays at “%2”: %3"_s.arg(place, c.prev, problem)
+                    : u"Track restored to its original location, but the spanned file stays at “%1”: %2"_s.arg(
+                        c.prev, problem));
+            continue;
+        }
+        addRow(c.track, CVResultIcon::FullSuccess,
+            c.isSpan ? u"Track successfully spanned to '%1'."_s.arg(place)
+                     : u"Track successfully restored to its original location."_s);
+    }
+    if (!pointBack.isEmpty())
+        pointBackAtOriginals(pointBack);
+
+    if (!recorded) {
+        // A run that cannot record stops: what the player did not take is only located.
+        resolveFailedSpanTracks(failed);
+        showResultsAfterSpan();
+        return;
     }
     if (failed.isEmpty()) {
         showResultsAfterSpan();
@@ -159,5 +233,41 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
         showResultsAfterSpan();
     } else {
         reattemptFailedSpanTracks(failed);
+    }
+}
+
+bool CVMediaSpanner::saveHistory()
+{
+    bool saved = false;
+    CVSpannerHost *host = m_host;
+    if (host)
+        CVMediaSpannerThreads::onMainThreadAndWait([host, &saved] { saved = host->saveAction(); });
+    if (!saved)
+        CVLog::log(u"The span history could not be saved: no original is moved to the Trash"_s);
+    return saved;
+}
+
+void CVMediaSpanner::pointBackAtOriginals(const QList<PointBack> &tracks)
+{
+    // The copy is of no use: the player goes back to the original, which was never touched.
+    for (const PointBack &p : tracks)
+        pointPlayerAt(p.track, p.original, createDisplayTitleForItem(p.track), true);
+    quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+    QHash<QString, QString> locations;
+    QString mediaFolder;
+    const bool read = readPlayerLibrary(locations, mediaFolder);
+    for (const PointBack &p : tracks) {
+        const QString loc = read ? locations.value(p.pid) : p.copy;
+        p.track->setText(CVAttr::Location, loc);
+        if (!p.spanBefore.isEmpty())
+            p.track->setText(CVAttr::SpanLocation, p.spanBefore);
+        else
+            p.track->clear(CVAttr::SpanLocation);
+        addRow(p.track, CVResultIcon::Fail,
+            loc == p.original
+                ? u"The copy at “%1” cannot be used (%2); the original file stays at “%3”, and the player points at "
+                  "it again."_s.arg(p.copy, p.why, p.original)
+                : u"The copy at “%1” cannot be used (%2); the original file is still at “%3”, but the player could "
+                  "not be pointed back at it."_s.arg(p.copy, p.why, p.original));
     }
 }

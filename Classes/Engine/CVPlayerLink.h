@@ -30,6 +30,9 @@ public:
     // Whether a track's location can be set without starting the player first.
     virtual bool isReady() { return isRunning(); }
 
+    // Why new locations cannot be taken and kept now (an empty text when they can): what a run
+    // checks with a real write before it copies anything.
+    virtual QString checkLocationsCanBeSet() { return {}; }
     // Points the player's file track at the path. False when the player does not hold the track.
     virtual bool setTrackLocation(const QString &persistentID, const QString &path) = 0;
     // The player's idea of where the track's file is (reading it makes the player look again).

@@ -13,6 +13,8 @@ struct CVResultRow {
     CVResultIcon icon = CVResultIcon::Fail;
     CVTrack *track = nullptr;
     QString message;
+    // The track ended where the run was asked to put it (already being there counts).
+    bool inPlace = false;
 };
 
 // A row as the results list shows it, with the keys it sorts by.
@@ -26,6 +28,7 @@ struct CVShownResultRow {
     QString sortAlbum;
     qint64 trackNumber = 0;
     QString sortName;
+    bool inPlace = false;
 };
 
 // What a finished run shows.
@@ -38,4 +41,6 @@ struct CVRunResults {
     int dependents = 0;
     int skips = 0;
     int failures = 0;
+    // Every track ended where the run was asked to put it.
+    bool allInPlace = true;
 };

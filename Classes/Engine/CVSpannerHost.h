@@ -30,8 +30,9 @@ public:
     virtual void setCrashedWhileSpanningLastRun(bool) { }
     virtual void tellCorvanaHelperToQuit() { }
     virtual void launchCorvanaHelper() { }
-    // Saves the span history store.
-    virtual void saveAction() { }
+    // Saves the span history store; true when every record is on disk. A run trashes no
+    // original whose record is not.
+    virtual bool saveAction() = 0;
     // After a locate run: read the library again and show it.
     virtual void loadCorvanaAndDisplayMainView() { }
 };

@@ -112,6 +112,7 @@ public:
     CVLibraryTrees &trees() { return m_trees; }
 
     // Span history (the caller saves the store).
+    bool checkSpanHistoryWritable(QString *error);
     std::vector<CVSpanRecord *> fetchAllSpannedItems();
     void addItemToSpanStore(CVTrack *track, const QString &spanPath);
     void updateItemInSpanStore(CVTrack *track, const QString &spanPath);

@@ -65,8 +65,15 @@ bool CVSpanHistoryContext::save(QString *error)
     for (CVSpanRecord &r : m_records)
         if (r.isChanged())
             changed.push_back(&r);
-    if (changed.empty() || !m_store || !m_store->isOpen())
+    if (changed.empty())
         return true;
+    if (!m_store || !m_store->isOpen()) {
+        // Changes that cannot be stored are not "saved": a run must not act as if they were.
+        if (error)
+            *error = m_store && !m_store->errorString().isEmpty() ? m_store->errorString()
+                                                                  : u"The span history is not open."_s;
+        return false;
+    }
     if (m_store->save(changed))
         return true;
     if (error)
@@ -145,15 +152,37 @@ CVSpanHistoryContext *CVSpanHistory::managedObjectContext(const QString &name)
     return m_context.get();
 }
 
-bool CVSpanHistory::saveAction()
+bool CVSpanHistory::save(QString *error)
 {
     if (!m_context || !m_context->hasChanges())
         return true;
+    return m_context->save(error);
+}
+
+bool CVSpanHistory::saveAction()
+{
     QString error;
-    if (m_context->save(&error))
+    if (save(&error))
         return true;
     CVLog::log(error);
     if (m_presenter)
         m_presenter->presentError(u"The span history could not be saved."_s, error);
     return false;
+}
+
+bool CVSpanHistory::checkWritable(QString *error)
+{
+    const auto refuse = [&](const QString &why) {
+        if (error)
+            *error = why;
+        return false;
+    };
+    CVSpanHistoryStore *store = persistentStoreCoordinator(kSpan);
+    if (!store)
+        return refuse(u"The span history cannot be opened: the library has no persistent ID."_s);
+    if (m_storeFailed || !store->isOpen())
+        return refuse(u"The span history cannot be opened: %1"_s.arg(m_storeError));
+    if (!store->checkWritable())
+        return refuse(store->errorString());
+    return true;
 }

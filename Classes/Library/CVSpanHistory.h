@@ -62,6 +62,10 @@ public:
     CVSpanHistoryContext *spanManagedObjectContext() const { return m_context.get(); }
     // Saves the context's changes; a failure is presented.
     bool saveAction();
+    // Saves without presenting; the reason in error. What a run relies on before it trashes.
+    bool save(QString *error);
+    // Whether records can be written now (the store opened, and a real write went through).
+    bool checkWritable(QString *error);
 
     // The store file could not be opened: the program goes on without history.
     bool storeFailed() const { return m_storeFailed; }

@@ -93,6 +93,16 @@ private:
 
 } // namespace
 
+bool CVLibraryManager::checkSpanHistoryWritable(QString *error)
+{
+    if (!m_history) {
+        if (error)
+            *error = u"No span history is open."_s;
+        return false;
+    }
+    return m_history->checkWritable(error);
+}
+
 std::vector<CVSpanRecord *> CVLibraryManager::fetchAllSpannedItems()
 {
     CVSpanHistoryContext *context = m_history ? m_history->managedObjectContext(u"Span"_s) : nullptr;

@@ -1,10 +1,13 @@
 #include "Library/CVSpanHistoryStore.h"
 
+#include "Platform/CVFaultInjection.h"
+
 #include <QFile>
 #include <QFileInfo>
 
 #include <sqlite3.h>
 
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -46,9 +49,24 @@ CVSpanHistoryStore::~CVSpanHistoryStore()
     sqlite3_close_v2(m_db);
 }
 
+// SQLite's words, and the system's reason behind them when there is one ("disk is full").
+QString CVSpanHistoryStore::reason() const
+{
+    if (!m_db)
+        return {};
+    QString text = QString::fromUtf8(sqlite3_errmsg(m_db));
+    const int system = sqlite3_system_errno(m_db);
+    if (system != 0) {
+        const QString why = QString::fromLocal8Bit(strerror(system));
+        if (!text.contains(why, Qt::CaseInsensitive))
+            text += u" ("_s + why + u')';
+    }
+    return text;
+}
+
 bool CVSpanHistoryStore::fail(const QString &what)
 {
-    m_error = m_db ? u"%1: %2"_s.arg(what, QString::fromUtf8(sqlite3_errmsg(m_db))) : what;
+    m_error = m_db ? u"%1: %2"_s.arg(what, reason()) : what;
     return false;
 }
 
@@ -57,13 +75,17 @@ bool CVSpanHistoryStore::exec(const char *sql)
     char *message = nullptr;
     if (sqlite3_exec(m_db, sql, nullptr, nullptr, &message) == SQLITE_OK)
         return true;
-    m_error = QString::fromUtf8(message ? message : sqlite3_errmsg(m_db));
+    m_error = message ? QString::fromUtf8(message) : reason();
+    const int system = sqlite3_system_errno(m_db);
+    if (message && system != 0)
+        m_error += u" ("_s + QString::fromLocal8Bit(strerror(system)) + u')';
     sqlite3_free(message);
     return false;
 }
 
 bool CVSpanHistoryStore::open(const QString &path)
 {
+    m_path = path;
     const QByteArray file = QFile::encodeName(path);
     int version = 0;
     const QFileInfo info(path);
@@ -124,9 +146,12 @@ bool CVSpanHistoryStore::open(const QString &path)
         return false;
     }
     sqlite3_busy_timeout(m_db, 5000);
-    // WAL with full syncs: a crash or a power cut keeps every committed save.
-    if (!exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"))
+    // Full syncs: a crash or a power cut keeps every committed save. A store that an earlier
+    // version kept with a write-ahead log is folded back into its one file here; when that
+    // cannot be done now (read-only, or the helper has it open), it is done after each save.
+    if (!exec("PRAGMA synchronous=FULL;"))
         return fail(u"Cannot set up %1"_s.arg(path));
+    exec("PRAGMA journal_mode=DELETE;");
     if (version < kSchemaVersion) {
         if (!exec("BEGIN IMMEDIATE"))
             return fail(u"Cannot update %1"_s.arg(path));
@@ -254,6 +279,11 @@ bool CVSpanHistoryStore::save(const std::vector<CVSpanRecord *> &records)
         }
         written.emplace_back(r, r->rowID() ? r->rowID() : sqlite3_last_insert_rowid(m_db));
     }
+    if (const int injected = CVFaultInjection::fault(CVFaultInjection::Point::HistoryCommit)) {
+        exec("ROLLBACK");
+        m_error = u"Cannot save the span history: %1"_s.arg(QString::fromLocal8Bit(strerror(injected)));
+        return false;
+    }
     if (!exec("COMMIT")) {
         const QString error = u"Cannot save the span history: "_s + m_error;
         exec("ROLLBACK");
@@ -263,5 +293,31 @@ bool CVSpanHistoryStore::save(const std::vector<CVSpanRecord *> &records)
     // Only a committed save marks the records written.
     for (const auto &[r, rowID] : written)
         r->setStored(rowID);
+    // A store still in write-ahead mode keeps its records in a side file until checkpointed.
+    exec("PRAGMA wal_checkpoint(TRUNCATE);");
+    return true;
+}
+
+bool CVSpanHistoryStore::checkWritable()
+{
+    if (!m_db) {
+        if (m_error.isEmpty())
+            m_error = u"The span history is not open."_s;
+        return false;
+    }
+    // Rewriting the schema version is a real write of the file's first page, through the journal.
+    const QByteArray probe = "BEGIN IMMEDIATE; PRAGMA user_version = " + QByteArray::number(kSchemaVersion) + ";";
+    if (!exec(probe.constData())) {
+        const QString error = m_error;
+        exec("ROLLBACK");
+        m_error = u"The span history “%1” cannot be written: %2"_s.arg(m_path, error);
+        return false;
+    }
+    if (!exec("COMMIT")) {
+        const QString error = m_error;
+        exec("ROLLBACK");
+        m_error = u"The span history “%1” cannot be written: %2"_s.arg(m_path, error);
+        return false;
+    }
     return true;
 }

@@ -1,5 +1,8 @@
 #include "Platform/CVFileCopier.h"
 
+#include "Platform/CVFaultInjection.h"
+#include "Platform/CVVolumes.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -13,11 +16,13 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <memory>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using CVFaultInjection::Point;
 
 namespace {
 
@@ -29,6 +34,13 @@ QString describe(int error)
 // Closes a descriptor when it goes out of scope.
 struct Descriptor {
     int fd = -1;
+    Descriptor() = default;
+    explicit Descriptor(int f)
+        : fd(f)
+    {
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
     ~Descriptor()
     {
         if (fd >= 0)
@@ -44,6 +56,30 @@ QSet<dev_t> &noReflink()
 }
 QMutex reflinkMutex;
 
+bool injected(Point point, int &error)
+{
+    error = CVFaultInjection::fault(point);
+    return error != 0;
+}
+
+bool writeAll(int to, const char *data, ssize_t size, int &error)
+{
+    ssize_t written = 0;
+    while (written < size) {
+        if (injected(Point::CopyWrite, error))
+            return false;
+        const ssize_t w = ::write(to, data + written, size_t(size - written));
+        if (w < 0 && errno == EINTR)
+            continue;
+        if (w <= 0) {
+            error = w < 0 ? errno : ENOSPC;
+            return false;
+        }
+        written += w;
+    }
+    return true;
+}
+
 bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
 {
     // A reflink shares the blocks: instant and no space used, where the filesystem can.
@@ -53,6 +89,8 @@ bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
         tryReflink = !noReflink().contains(device);
     }
     if (tryReflink) {
+        if (injected(Point::CopyWrite, error))
+            return false;
         if (::ioctl(to, FICLONE, from) == 0)
             return true;
         if (errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL || errno == EXDEV) {
@@ -65,6 +103,8 @@ bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
     while (done < size) {
         const size_t chunk = size_t(std::min<off_t>(size - done, off_t(1) << 30));
         ssize_t n;
+        if (injected(Point::CopyWrite, error))
+            return false;
         if (!plain) {
             n = ::copy_file_range(from, nullptr, to, nullptr, chunk, 0);
             if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL)) {
@@ -74,19 +114,8 @@ bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
         } else {
             static thread_local char buffer[1 << 20];
             n = ::read(from, buffer, std::min(chunk, sizeof buffer));
-            if (n > 0) {
-                ssize_t written = 0;
-                while (written < n) {
-                    const ssize_t w = ::write(to, buffer + written, size_t(n - written));
-                    if (w < 0 && errno == EINTR)
-                        continue;
-                    if (w <= 0) {
-                        error = w < 0 ? errno : ENOSPC;
-                        return false;
-                    }
-                    written += w;
-                }
-            }
+            if (n > 0 && !writeAll(to, buffer, n, error))
+                return false;
         }
         if (n < 0 && errno == EINTR)
             continue;
@@ -121,7 +150,103 @@ void removeStaleParts(const QString &folder)
     }
 }
 
+CVFileCopier::Identity identityFrom(const struct stat &info)
+{
+    CVFileCopier::Identity id;
+    id.valid = S_ISREG(info.st_mode);
+    id.device = info.st_dev;
+    id.inode = info.st_ino;
+    id.size = qint64(info.st_size);
+    id.modified = info.st_mtim;
+    id.changed = info.st_ctim;
+    return id;
+}
+
+bool sameTime(const struct timespec &a, const struct timespec &b)
+{
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+// Errors that say the filesystem cannot do what was asked, as opposed to a refusal.
+bool unsupported(int error)
+{
+    return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == ENOTSUP;
+}
+
+// Gives the finished temporary file the destination's name without ever replacing a file.
+// Filesystems differ in what they offer: "rename, but not over a file"; else a hard link, which
+// fails on an existing name just the same; else (exFAT, FAT, some shares) the name is claimed
+// first with an exclusive create, and the copy renamed over our own empty claim.
+bool placeCopy(const QByteArray &temporary, const QByteArray &destination, int &error)
+{
+    if (injected(Point::CopyRename, error))
+        return false;
+    if (::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD, destination.constData(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (!unsupported(errno)) {
+        error = errno;
+        return false;
+    }
+    if (::link(temporary.constData(), destination.constData()) == 0) {
+        ::unlink(temporary.constData());
+        return true;
+    }
+    if (errno != EPERM && !unsupported(errno) && errno != EMLINK) {
+        error = errno;
+        return false;
+    }
+    const int claim = ::open(destination.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (claim < 0) {
+        error = errno;
+        return false;
+    }
+    struct stat claimed { };
+    const bool known = ::fstat(claim, &claimed) == 0;
+    ::close(claim);
+    // The name must still be our empty claim when the copy takes it.
+    struct stat now { };
+    if (!known || ::lstat(destination.constData(), &now) != 0 || now.st_ino != claimed.st_ino || now.st_size != 0) {
+        error = EEXIST;
+        return false;
+    }
+    if (::rename(temporary.constData(), destination.constData()) != 0) {
+        error = errno;
+        ::unlink(destination.constData());
+        return false;
+    }
+    return true;
+}
+
 } // namespace
+
+QString CVFileCopier::kindOfItem(mode_t mode)
+{
+    if (S_ISDIR(mode))
+        return u"a folder"_s;
+    if (S_ISFIFO(mode))
+        return u"a FIFO"_s;
+    if (S_ISCHR(mode) || S_ISBLK(mode))
+        return u"a device"_s;
+    if (S_ISSOCK(mode))
+        return u"a socket"_s;
+    if (S_ISLNK(mode))
+        return u"a symbolic link"_s;
+    return u"a file"_s;
+}
+
+CVFileCopier::Identity CVFileCopier::identityOf(const QString &path)
+{
+    struct stat info { };
+    if (path.isEmpty() || ::lstat(QFile::encodeName(path).constData(), &info) != 0)
+        return {};
+    return identityFrom(info);
+}
+
+bool CVFileCopier::sameIdentity(const Identity &a, const Identity &b)
+{
+    return a.valid && b.valid && a.device == b.device && a.inode == b.inode && a.size == b.size
+        && sameTime(a.modified, b.modified) && sameTime(a.changed, b.changed);
+}
 
 bool CVFileCopier::syncFileSystemOf(const QString &path)
 {
@@ -138,17 +263,21 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     Result result;
     const QByteArray from = QFile::encodeName(source);
     const QByteArray to = QFile::encodeName(destination);
-    Descriptor in;
-    in.fd = ::open(from.constData(), O_RDONLY | O_CLOEXEC);
+    // Opened without waiting: a FIFO would otherwise block here until someone writes to it.
+    Descriptor in(::open(from.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat info { };
     if (in.fd < 0 || ::fstat(in.fd, &info) != 0) {
-        result.error = u"“%1” cannot be read: %2"_s.arg(source, describe(errno));
+        result.errorNumber = errno;
+        result.error = u"“%1” cannot be read: %2"_s.arg(source, describe(result.errorNumber));
         return result;
     }
     if (!S_ISREG(info.st_mode)) {
-        result.error = u"“%1” is not a file."_s.arg(source);
+        result.notAFile = true;
+        result.errorNumber = EINVAL;
+        result.error = u"“%1” is %2, not a file."_s.arg(source, kindOfItem(info.st_mode));
         return result;
     }
+    ::fcntl(in.fd, F_SETFL, ::fcntl(in.fd, F_GETFL) & ~O_NONBLOCK);
     // Small files gain nothing from read-ahead hints or a space reservation, and each is a call.
     constexpr off_t kLargeFile = 16 * 1024 * 1024;
     if (info.st_size >= kLargeFile)
@@ -161,28 +290,37 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     for (int attempt = 0; attempt < 100 && out.fd < 0; ++attempt) {
         temporary = QFile::encodeName(
             folder + u"/.corvana-copy-"_s + QString::number(::getpid()) + u'-' + QString::number(attempt) + u".part"_s);
-        out.fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        int error = 0;
+        if (injected(Point::CopyOpen, error))
+            errno = error;
+        else
+            out.fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (out.fd < 0 && errno != EEXIST) {
-            result.noSpace = errno == ENOSPC;
-            result.error = u"“%1” cannot be written: %2"_s.arg(destination, describe(errno));
+            result.errorNumber = errno;
+            result.noSpace = errno == ENOSPC || errno == EDQUOT;
+            result.error = u"“%1” cannot be written: %2"_s.arg(destination, describe(result.errorNumber));
             return result;
         }
     }
     if (out.fd < 0) {
+        result.errorNumber = EEXIST;
         result.error = u"“%1” cannot be written: no temporary name is free"_s.arg(destination);
         return result;
     }
     const auto fail = [&](int error) {
         ::unlink(temporary.constData());
-        result.noSpace = error == ENOSPC || error == EDQUOT;
-        result.error = u"“%1” could not be copied to “%2”: %3"_s.arg(source, destination, describe(error));
+        result.errorNumber = error;
+        result.noSpace = error == ENOSPC || error == EDQUOT || error == EFBIG;
+        result.error = error == EEXIST
+            ? u"“%1” already exists: another file took the name while the copy was made."_s.arg(destination)
+            : u"“%1” could not be copied to “%2”: %3"_s.arg(source, destination, describe(error));
         return result;
     };
 
     // Ask for the space first where the filesystem can tell, so a full drive fails at once.
     if (info.st_size >= kLargeFile) {
         if (::fallocate(out.fd, 0, 0, info.st_size) != 0) {
-            if (errno == ENOSPC || errno == EDQUOT)
+            if (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)
                 return fail(errno);
         } else if (::ftruncate(out.fd, 0) != 0) {
             return fail(errno);
@@ -201,25 +339,117 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     const struct timespec times[2] = { info.st_atim, info.st_mtim };
     ::futimens(out.fd, times);
     ::fchmod(out.fd, info.st_mode & 07777);
-    if (durability == Durability::Sync && ::fsync(out.fd) != 0)
-        return fail(errno);
-    ::close(out.fd);
-    out.fd = -1;
-
-    if (::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) != 0) {
-        if (errno != EINVAL && errno != ENOSYS)
-            return fail(errno);
-        // No "no replace" on this filesystem: a hard link fails on an existing name just the same.
-        if (::link(temporary.constData(), to.constData()) != 0)
-            return fail(errno);
-        ::unlink(temporary.constData());
-    }
+    if (durability == Durability::Sync && (injected(Point::CopyFsync, error) || ::fsync(out.fd) != 0))
+        return fail(error ? error : errno);
+    if (!placeCopy(temporary, to, error))
+        return fail(error);
+    // Taken after the name is in place: renaming changes the change time on most filesystems.
+    struct stat placed { };
+    if (::fstat(out.fd, &placed) == 0)
+        result.copy = identityFrom(placed);
     // The new name is on disk once its folder is.
     if (durability == Durability::Sync) {
-        Descriptor dir;
-        dir.fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        Descriptor dir(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (dir.fd >= 0)
             ::fsync(dir.fd);
+    }
+    result.ok = true;
+    return result;
+}
+
+CVFileCopier::Comparison CVFileCopier::compareContents(const QString &a, const QString &b, QString *error)
+{
+    const auto unreadable = [&](const QString &path, int number) {
+        if (error)
+            *error = u"“%1” cannot be read: %2"_s.arg(path, describe(number));
+        return Comparison::Unreadable;
+    };
+    Descriptor x(::open(QFile::encodeName(a).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (x.fd < 0)
+        return unreadable(a, errno);
+    Descriptor y(::open(QFile::encodeName(b).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (y.fd < 0)
+        return unreadable(b, errno);
+    struct stat xs { };
+    struct stat ys { };
+    if (::fstat(x.fd, &xs) != 0)
+        return unreadable(a, errno);
+    if (::fstat(y.fd, &ys) != 0)
+        return unreadable(b, errno);
+    if (!S_ISREG(xs.st_mode) || !S_ISREG(ys.st_mode))
+        return Comparison::Different;
+    if (xs.st_dev == ys.st_dev && xs.st_ino == ys.st_ino)
+        return Comparison::Same;
+    if (xs.st_size != ys.st_size)
+        return Comparison::Different;
+    ::fcntl(x.fd, F_SETFL, ::fcntl(x.fd, F_GETFL) & ~O_NONBLOCK);
+    ::fcntl(y.fd, F_SETFL, ::fcntl(y.fd, F_GETFL) & ~O_NONBLOCK);
+    constexpr size_t kChunk = 1 << 20;
+    const std::unique_ptr<char[]> left(new char[kChunk]);
+    const std::unique_ptr<char[]> right(new char[kChunk]);
+    for (;;) {
+        const auto readChunk = [](int fd, char *buffer, size_t size) -> ssize_t {
+            size_t got = 0;
+            while (got < size) {
+                const ssize_t n = ::read(fd, buffer + got, size - got);
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n < 0)
+                    return -1;
+                if (n == 0)
+                    break;
+                got += size_t(n);
+            }
+            return ssize_t(got);
+        };
+        const ssize_t n = readChunk(x.fd, left.get(), kChunk);
+        if (n < 0)
+            return unreadable(a, errno);
+        const ssize_t m = readChunk(y.fd, right.get(), kChunk);
+        if (m < 0)
+            return unreadable(b, errno);
+        if (n != m || std::memcmp(left.get(), right.get(), size_t(n)) != 0)
+            return Comparison::Different;
+        if (n == 0)
+            return Comparison::Same;
+    }
+}
+
+CVFileCopier::FolderResult CVFileCopier::makeFolders(const QString &folder, const QString &top)
+{
+    FolderResult result;
+    const QString clean = QDir::cleanPath(folder);
+    const QString base = QDir::cleanPath(top);
+    const auto fail = [&](const QString &which, int error, const QString &why = {}) {
+        result.failedFolder = which;
+        result.errorNumber = error;
+        result.error = u"The folder “%1” could not be made: %2."_s.arg(which, why.isEmpty() ? describe(error) : why);
+        return result;
+    };
+    struct stat info { };
+    if (base.isEmpty() || ::stat(QFile::encodeName(base).constData(), &info) != 0 || !S_ISDIR(info.st_mode))
+        return fail(base, ENOENT);
+    if (clean != base && !clean.startsWith(base == u"/"_s ? base : QString(base + u'/')))
+        return fail(clean, EINVAL, u"it does not lie inside “%1”"_s.arg(base));
+    const QString driveRoot = CVVolumes::driveRootOfPath(clean);
+    if (!driveRoot.isEmpty() && !CVVolumes::isMountPoint(driveRoot))
+        return fail(clean, ENODEV, u"the drive “%1” is not connected"_s.arg(driveRoot));
+
+    const QStringList below = clean.mid(base.size()).split(u'/', Qt::SkipEmptyParts);
+    QString current = base == u"/"_s ? QString() : base;
+    for (const QString &name : below) {
+        current += u'/' + name;
+        const QByteArray encoded = QFile::encodeName(current);
+        if (::lstat(encoded.constData(), &info) == 0) {
+            if (!S_ISDIR(info.st_mode))
+                return fail(current, ENOTDIR, u"%1 of that name is in the way"_s.arg(kindOfItem(info.st_mode)));
+            continue;
+        }
+        int error = 0;
+        if (injected(Point::FolderCreate, error))
+            return fail(current, error);
+        if (::mkdir(encoded.constData(), 0777) != 0 && errno != EEXIST)
+            return fail(current, errno);
     }
     result.ok = true;
     return result;

@@ -1,5 +1,8 @@
 #include "Platform/CVTrash.h"
 
+#include "Platform/CVFaultInjection.h"
+#include "Platform/CVVolumes.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -119,6 +122,10 @@ QString trashName(const QString &name, int attempt)
 
 bool renameNoReplace(const QByteArray &from, const QByteArray &to)
 {
+    if (const int injected = CVFaultInjection::fault(CVFaultInjection::Point::TrashRename)) {
+        errno = injected;
+        return false;
+    }
     if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
         return true;
     if (errno != EINVAL && errno != ENOSYS)
@@ -132,25 +139,6 @@ bool renameNoReplace(const QByteArray &from, const QByteArray &to)
     return ::rename(from.constData(), to.constData()) == 0;
 }
 
-QString mountPointText(const QByteArray &field)
-{
-    // /proc/self/mounts writes blanks, tabs, newlines and backslashes as octal escapes.
-    QByteArray out;
-    for (qsizetype i = 0; i < field.size(); ++i) {
-        if (field[i] == '\\' && i + 3 < field.size()) {
-            bool ok = false;
-            const int value = field.mid(i + 1, 3).toInt(&ok, 8);
-            if (ok) {
-                out += char(value);
-                i += 3;
-                continue;
-            }
-        }
-        out += field[i];
-    }
-    return QFile::decodeName(out);
-}
-
 std::function<bool(const QString &)> &mountPointFilter()
 {
     static std::function<bool(const QString &)> filter;
@@ -160,15 +148,8 @@ std::function<bool(const QString &)> &mountPointFilter()
 QStringList mountPoints()
 {
     QStringList points;
-    QFile mounts(u"/proc/self/mounts"_s);
-    if (!mounts.open(QIODevice::ReadOnly))
-        return points;
-    const QList<QByteArray> lines = mounts.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        const QList<QByteArray> fields = line.split(' ');
-        if (fields.size() < 3)
-            continue;
-        const QString point = mountPointText(fields[1]);
+    for (const CVVolumes::Mount &mount : CVVolumes::mounts()) {
+        const QString &point = mount.point;
         if (point.startsWith(u"/proc"_s) || point.startsWith(u"/sys"_s) || point.startsWith(u"/dev"_s))
             continue;
         if (mountPointFilter() && !mountPointFilter()(point))

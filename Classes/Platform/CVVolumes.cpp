@@ -1,11 +1,14 @@
 #include "Platform/CVVolumes.h"
 
+#include <QFile>
 #include <QHash>
 #include <QMutex>
 #include <QStringList>
 
+#include <algorithm>
 #include <cerrno>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -66,7 +69,66 @@ bool mayBeOnADrive(const QString &path)
         || path.startsWith(u"/mnt/"_s);
 }
 
+// The kernel writes blanks, tabs, newlines and backslashes of mount table fields as octal escapes.
+QString unescapedField(const QByteArray &field)
+{
+    QByteArray out;
+    out.reserve(field.size());
+    for (qsizetype i = 0; i < field.size(); ++i) {
+        if (field[i] == '\\' && i + 3 < field.size()) {
+            bool ok = false;
+            const int value = field.mid(i + 1, 3).toInt(&ok, 8);
+            if (ok) {
+                out += char(value);
+                i += 3;
+                continue;
+            }
+        }
+        out += field[i];
+    }
+    return QFile::decodeName(out);
+}
+
 } // namespace
+
+QList<CVVolumes::Mount> CVVolumes::mounts()
+{
+    QList<Mount> list;
+    QFile table(u"/proc/self/mountinfo"_s);
+    if (!table.open(QIODevice::ReadOnly))
+        return list;
+    // "36 35 98:0 /root /mnt/point options... - type source super-options"
+    const QList<QByteArray> lines = table.readAll().split('\n');
+    for (const QByteArray &line : lines) {
+        const QList<QByteArray> fields = line.split(' ');
+        const qsizetype separator = fields.indexOf(QByteArray("-"));
+        if (fields.size() < 5 || separator < 5 || separator + 2 >= fields.size())
+            continue;
+        list.append({ unescapedField(fields[4]), unescapedField(fields[separator + 1]),
+            unescapedField(fields[separator + 2]) });
+    }
+    return list;
+}
+
+bool CVVolumes::isMountPoint(const QString &path)
+{
+    if (path.isEmpty())
+        return false;
+    if (path == u"/"_s)
+        return true;
+    const QByteArray encoded = QFile::encodeName(path);
+    struct stat self { };
+    struct stat parent { };
+    if (::stat(encoded.constData(), &self) != 0)
+        return false;
+    const qsizetype slash = path.lastIndexOf(u'/');
+    const QByteArray up = QFile::encodeName(slash <= 0 ? u"/"_s : path.left(slash));
+    if (::stat(up.constData(), &parent) == 0 && parent.st_dev != self.st_dev)
+        return true;
+    // A bind mount of the same filesystem keeps the device: ask the table.
+    const QList<Mount> all = mounts();
+    return std::any_of(all.cbegin(), all.cend(), [&](const Mount &m) { return m.point == path; });
+}
 
 QString CVVolumes::driveRootOfPath(const QString &path)
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 
 // Drives other than the start-up drive, recognised from the path alone: /Volumes/<name>,
@@ -20,6 +21,18 @@ QString volumeRootOfPath(const QString &path);
 // Bytes free to this user on the volume that holds the path, asked afresh every call; a path
 // that does not exist yet is measured at its nearest existing folder. -1 when nothing can be had.
 qint64 freeSpaceForPath(const QString &path);
+// One line of the kernel's mount table.
+struct Mount {
+    QString point;
+    QString type; // "ext4", "fuseblk", ...
+    QString source;
+};
+// The mounts of this process, in the kernel's order (later mounts over earlier ones).
+QList<Mount> mounts();
+// Whether something is mounted at the path: listed in the mount table, or its device differs
+// from its parent folder's. An unplugged drive leaves its mount folder behind as a plain folder.
+bool isMountPoint(const QString &path);
+
 // The last path component; "/" shows the start-up drive's name.
 QString displayName(const QString &path, const QString &startupDriveName);
 

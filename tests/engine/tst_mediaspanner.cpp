@@ -41,6 +41,7 @@ struct Host : CVSpannerHost {
     bool isResultsViewOnScreen() const override { return results; }
     bool isSpanningViewOnScreen() const override { return spanning; }
     void telliTunesToQuit() override { ++quitRequests; }
+    bool saveAction() override { return true; }
     bool results = true;
     bool spanning = false;
     int quitRequests = 0;

@@ -76,8 +76,9 @@ private Q_SLOTS:
                 digests.insert(pid, digest(path));
         }
         QVERIFY(digests.size() > 30);
-        const QStringList spanArgs { u"span"_s, u"--to"_s, span, u"--yes"_s };
-        const QStringList restoreArgs { u"restore"_s, u"--span-filter"_s, u"All Spanned"_s, u"--yes"_s };
+        const QStringList spanArgs { u"span"_s, u"--to"_s, span, u"--yes"_s, u"--allow-root"_s };
+        const QStringList restoreArgs { u"restore"_s, u"--span-filter"_s, u"All Spanned"_s, u"--yes"_s,
+            u"--allow-root"_s };
 
         int killedInRun = 0;
         qint64 runMs = 300; // how long an undisturbed run takes; measured as we go

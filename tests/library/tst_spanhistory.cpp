@@ -172,10 +172,14 @@ private Q_SLOTS:
         QVERIFY(run.history.storeFailed());
         QCOMPARE(run.presenter.errors.size(), 1);
         QVERIFY(run.presenter.errors.first().startsWith(u"The span history could not be opened."_s));
-        // The program goes on without history, and writes nothing there.
+        // The program goes on without history, and writes nothing there: a record cannot be saved,
+        // and a run is refused before it starts.
         QCOMPARE(run.join.records, 0);
+        QString why;
+        QVERIFY(!run.history.checkWritable(&why));
+        QVERIFY2(why.startsWith(u"The span history cannot be opened: "_s), qPrintable(why));
         run.library.addItemToSpanStore(run.track(u"P1"_s), u"/y/a.mp3"_s);
-        QVERIFY(run.history.saveAction());
+        QVERIFY(!run.history.saveAction());
         QCOMPARE(readAll(path), before);
         QCOMPARE(QFileInfo(path).lastModified(), modified);
         QVERIFY(!QFile::exists(path + u"-wal"_s));

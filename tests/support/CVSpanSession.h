@@ -22,7 +22,7 @@ struct CVSessionHost : CVSpannerHost {
     void doSetSpanMode() override { restore = false; }
     bool crashedWhileSpanningLastRun() const override { return crashed; }
     void setCrashedWhileSpanningLastRun(bool c) override { crashed = c; }
-    void saveAction() override;
+    bool saveAction() override;
 
     bool restore = false;
     QString location;

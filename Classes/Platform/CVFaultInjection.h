@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QString>
+
+// A seam for tests of the file operations: makes the N-th call at a point fail with a chosen
+// errno, as a full drive, a pulled cable or a read-only folder would. Off unless a test sets it,
+// or CORVANA_FAULT_INJECTION names faults for a process ("copy-write=3:ENOSPC,trash-rename=1:EIO").
+namespace CVFaultInjection {
+
+enum class Point {
+    CopyOpen, // creating the temporary copy
+    CopyWrite, // each chunk of bytes written
+    CopyFsync,
+    CopyRename, // the copy taking its final name
+    FolderCreate,
+    TrashRename, // an item going into the Trash
+    HistoryCommit, // the span history's save
+};
+
+// The errno to fail with at this call, or 0 to go on. Each call at a point counts.
+int fault(Point point);
+
+// Fails the nth call from now at the point with the errno (nth 1 is the next call); repeat keeps
+// failing every call after it. A point can hold one fault at a time.
+void set(Point point, int nth, int error, bool repeat = false);
+void clear();
+// Reads faults in the form of CORVANA_FAULT_INJECTION; false when the text does not parse.
+bool parse(const QString &text);
+
+} // namespace CVFaultInjection
