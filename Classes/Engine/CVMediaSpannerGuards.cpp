@@ -149,8 +149,11 @@ QString CVMediaSpanner::trashOriginal(
             && target.st_ino == copy.st_ino;
     }();
     if (!leadsToCopy) {
-        if (!m_copies.contains(pid))
-            return u"“%1” was kept: Corvana did not copy it in this run."_s.arg(original);
+        // Not a file this run copied from: it is someone's, and stays.
+        if (!m_copies.contains(pid)) {
+            CVLog::log(u"Kept %1: not copied in this run"_s.arg(original));
+            return {};
+        }
         if (!isOurCopy(pid, dest, original))
             return u"“%1” was kept: its copy at “%2” is not there as Corvana made it."_s.arg(original, dest);
     }

@@ -7,6 +7,8 @@
 
 #include <QFileInfo>
 
+#include <cerrno>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -83,6 +85,22 @@ CVSpanChecks::RunCheck CVSpanChecks::checkBeforeRun(const Request &r) const
                  "another reason, neither Corvana nor iTunes will be able to locate them."_s;
         a.alternateButton = u"Locate Tracks"_s;
         a.otherButton = u"%1 Anyway"_s.arg(verb);
+        // A file in a folder that may not be opened is there, just out of reach: say so.
+        QString example;
+        int unreachable = 0;
+        for (const CVTrack *track : std::as_const(check.missing)) {
+            const QString path = m_spanner.getCurrentPathForItem(track);
+            struct stat info { };
+            if (!path.isEmpty() && ::stat(QFile::encodeName(path).constData(), &info) != 0 && errno == EACCES) {
+                ++unreachable;
+                if (example.isEmpty())
+                    example = QFileInfo(path).absolutePath();
+            }
+        }
+        if (unreachable > 0)
+            a.text += u"\n\n%1 of them cannot be reached: Corvana is not allowed to open the folders that hold "
+                      "them (such as “%2”). Giving yourself the permission to open them makes them available."_s.arg(
+                          unreachable == int(check.missing.size()) ? u"All"_s : QString::number(unreachable), example);
     }
     if (!enough && !r.restoreMode) {
         check.outcome = Outcome::NotEnoughSpace;

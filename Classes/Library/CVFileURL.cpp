@@ -63,7 +63,7 @@ std::optional<QString> CVFileURL::pathFromFileURL(std::string_view url)
     }
     const char *const begin = out;
     unsigned char high = 0;
-    bool nul = false;
+    bool invalid = false;
     for (std::size_t i = 0; i < rest.size(); ++i) {
         char c = rest[i];
         if (c == '?' || c == '#')
@@ -73,16 +73,26 @@ std::optional<QString> CVFileURL::pathFromFileURL(std::string_view url)
         if (c == '%' && i + 2 < rest.size() && (hi = hexValue(rest[i + 1])) >= 0 && (lo = hexValue(rest[i + 2])) >= 0) {
             c = char(hi * 16 + lo);
             i += 2;
+            // An escaped "/" would join two names into a path of another file.
+            invalid |= c == '/';
         }
         high |= static_cast<unsigned char>(c);
-        nul |= c == '\0';
+        invalid |= c == '\0';
         *out++ = c;
     }
     std::size_t length = std::size_t(out - begin);
-    if (nul)
+    if (invalid)
         return std::nullopt;
     if (length > 1 && begin[length - 1] == '/')
         --length;
+    // The player writes whole paths: "." and ".." would lead somewhere else than the name says.
+    for (std::size_t i = 0; i < length; ++i) {
+        if (begin[i] != '/' || i + 1 >= length || begin[i + 1] != '.')
+            continue;
+        const std::size_t dots = i + 2 < length && begin[i + 2] == '.' ? 2 : 1;
+        if (i + 1 + dots == length || begin[i + 1 + dots] == '/')
+            return std::nullopt;
+    }
     const QByteArrayView bytes(begin, qsizetype(length));
     if (high < 0x80)
         return QString::fromLatin1(bytes);

@@ -3,8 +3,11 @@
 #include "Platform/CVFullIO.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QMutex>
+#include <QStandardPaths>
 
 #include <cerrno>
 #include <csignal>
@@ -25,6 +28,8 @@ namespace {
 
 QMutex launcherMutex;
 QStringList configuredLauncher;
+QString configuredInstallFolder;
+QString configuredPackagedHelper;
 
 constexpr char kGreeting[] = "CORVANA-RUNNER 1\n";
 
@@ -56,6 +61,30 @@ QStringList CVAuthorization::launcher()
     return { u"/usr/bin/pkexec"_s, defaultRunnerPath() };
 }
 
+void CVAuthorization::setScope(const QString &installFolder, const QString &packagedHelper)
+{
+    QMutexLocker lock(&launcherMutex);
+    configuredInstallFolder = installFolder;
+    configuredPackagedHelper = packagedHelper;
+}
+
+QString CVAuthorization::installFolder()
+{
+    QMutexLocker lock(&launcherMutex);
+    if (!configuredInstallFolder.isEmpty())
+        return configuredInstallFolder;
+    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    return (data.isEmpty() ? QDir::tempPath() : data) + u"/Corvana/Corvana Helper"_s;
+}
+
+QString CVAuthorization::packagedHelper()
+{
+    QMutexLocker lock(&launcherMutex);
+    if (!configuredPackagedHelper.isEmpty())
+        return configuredPackagedHelper;
+    return QFileInfo(defaultRunnerPath()).absolutePath() + u"/Corvana Helper"_s;
+}
+
 QString CVAuthorization::defaultRunnerPath()
 {
     const QString name = u"corvana-privileged-runner"_s;
@@ -71,7 +100,7 @@ bool CVAuthorization::obtain(QString *error)
 {
     if (isValid())
         return true;
-    const QStringList command = launcher();
+    const QStringList command = launcher() + QStringList { installFolder(), packagedHelper() };
     int fds[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
         if (error)
@@ -107,10 +136,13 @@ bool CVAuthorization::obtain(QString *error)
         int status = 0;
         while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
         if (error) {
-            *error = WIFEXITED(status) && WEXITSTATUS(status) == 126
-                ? u"The request for administrator rights was dismissed."_s
+            const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            *error = code == 126 ? u"The request for administrator rights was dismissed."_s
+                : code == 2
+                ? u"The privileged runner refused to act for “%1”: it acts only in a folder "
+                  "named “Corvana Helper” below a folder of yours, reached without links."_s.arg(installFolder())
                 : u"Administrator rights were not granted (%1 exited with status %2)."_s.arg(
-                    command.value(0), QString::number(WIFEXITED(status) ? WEXITSTATUS(status) : -1));
+                    command.value(0), QString::number(code));
         }
         return false;
     }

@@ -20,6 +20,11 @@ public:
     static void setLauncher(const QStringList &command);
     static QStringList launcher();
     static QString defaultRunnerPath();
+    // Where the runner may act: the helper's install folder (everything it writes lies in it),
+    // and the packaged helper it copies from. Passed to the runner when it starts.
+    static void setScope(const QString &installFolder, const QString &packagedHelper);
+    static QString installFolder();
+    static QString packagedHelper();
 
     // Starts the runner (asking the user) and waits for its greeting.
     bool obtain(QString *error);

@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -39,7 +40,8 @@ const QHash<QString, int> &errorNames()
 {
     static const QHash<QString, int> names { { u"ENOSPC"_s, ENOSPC }, { u"EIO"_s, EIO }, { u"EACCES"_s, EACCES },
         { u"EPERM"_s, EPERM }, { u"EROFS"_s, EROFS }, { u"ENODEV"_s, ENODEV }, { u"ENOENT"_s, ENOENT },
-        { u"EDQUOT"_s, EDQUOT }, { u"EXDEV"_s, EXDEV }, { u"EINVAL"_s, EINVAL }, { u"ENOTCONN"_s, ENOTCONN } };
+        { u"EDQUOT"_s, EDQUOT }, { u"EXDEV"_s, EXDEV }, { u"EINVAL"_s, EINVAL }, { u"ENOTCONN"_s, ENOTCONN },
+        { u"KILL"_s, CVFaultInjection::Kill } };
     return names;
 }
 
@@ -102,6 +104,8 @@ int CVFaultInjection::fault(Point point)
     const int error = f.error;
     if (!f.repeat)
         f = {};
+    if (error == Kill)
+        ::raise(SIGKILL); // a crash at exactly this point, for the tests of recovery
     return error;
 }
 

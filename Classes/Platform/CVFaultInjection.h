@@ -4,7 +4,8 @@
 
 // A seam for tests of the file operations: makes the N-th call at a point fail with a chosen
 // errno, as a full drive, a pulled cable or a read-only folder would. Off unless a test sets it,
-// or CORVANA_FAULT_INJECTION names faults for a process ("copy-write=3:ENOSPC,trash-rename=1:EIO").
+// or CORVANA_FAULT_INJECTION names faults for a process ("copy-write=3:ENOSPC,trash-rename=1:EIO";
+// "N+" keeps failing from the N-th call on; "KILL" kills the process there).
 namespace CVFaultInjection {
 
 enum class Point {
@@ -16,6 +17,9 @@ enum class Point {
     TrashRename, // an item going into the Trash
     HistoryCommit, // the span history's save
 };
+
+// Instead of an errno: the process is killed at that call, as a crash or a pulled plug would.
+constexpr int Kill = -1;
 
 // The errno to fail with at this call, or 0 to go on. Each call at a point counts.
 int fault(Point point);

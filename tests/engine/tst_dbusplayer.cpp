@@ -317,6 +317,44 @@ private Q_SLOTS:
         QVERIFY(recorded().contains(u"Quit"_s));
     }
 
+    void copiesThatCannotBeUsedThroughTheBusPlayer()
+    {
+        startPlayer();
+        auto player = link();
+        CVSpanSession session(m_library);
+        session.usePlayerLink(player.get());
+        const QString span = m_home->filePath(u"Span"_s);
+        const QList<CVTrack *> tracks = session.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
+        QStringList originals;
+        for (const CVTrack *t : tracks)
+            originals.append(t->text(CVAttr::Location));
+        session.host.location = span;
+        // A stranger at the first destination; the second copy goes away before verification.
+        const QString stranger = session.spanner.createNewPathForItem(tracks[0], QFileInfo(originals[0]).fileName());
+        writeFile(stranger, "a stranger");
+        const QString lostCopy = session.spanner.createNewPathForItem(tracks[1], QFileInfo(originals[1]).fileName());
+        connect(&session.spanner, &CVMediaSpanner::headerChanged, this, [&](const QString &header) {
+            if (header.startsWith(u"Verifying"_s) && QFileInfo::exists(lostCopy))
+                QVERIFY(QFile::rename(lostCopy, m_home->filePath(u"taken away.m4a"_s)));
+        });
+        session.span(tracks, span);
+        const QStringList rows = session.messages();
+        QVERIFY2(rows.contains(
+                     u"A different file already exists at “%1”; both files were left as they are."_s.arg(stranger)),
+            qPrintable(rows.join(u'\n')));
+        QVERIFY2(rows.contains(u"The copy at “%1” cannot be used (it is no longer there); the original file stays at "
+                               "“%2”, and the player points at it again."_s.arg(lostCopy, originals[1])),
+            qPrintable(rows.join(u'\n')));
+        QCOMPARE(session.spanner.lastResults().successes, 1);
+        // The player was never sent to the stranger, and was sent back to the untouched original.
+        QVERIFY(recorded().filter(tracks[0]->text(CVAttr::PersistentID)).filter(u"SetTrackLocation"_s).isEmpty());
+        const QHash<QString, QString> after = libraryLocations();
+        QCOMPARE(after.value(tracks[0]->text(CVAttr::PersistentID)), originals[0]);
+        QCOMPARE(after.value(tracks[1]->text(CVAttr::PersistentID)), originals[1]);
+        QVERIFY(QFileInfo::exists(originals[0]) && QFileInfo::exists(originals[1]));
+        QCOMPARE(readAll(stranger), QByteArray("a stranger"));
+    }
+
 private:
     std::unique_ptr<CVTestHome> m_home;
     QString m_library;

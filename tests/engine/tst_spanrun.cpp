@@ -152,6 +152,13 @@ private Q_SLOTS:
         const QString longName = path({ { CVAttr::MediaType, u"Music"_s }, { CVAttr::Artist, QString(300, u'é') } });
         for (const QString &part : longName.split(u'/'))
             QVERIFY(part.toUtf8().size() <= 255);
+        // A name cut at 255 bytes is cleaned again: it never ends in a blank or a dot.
+        for (const QChar end : { u' ', u'.' }) {
+            const QString cut
+                = CVMediaSpanner::replaceChactersInStringForFolderName(QString(254, u'a') + end + QString(20, u'b'));
+            QCOMPARE(cut.toUtf8().size(), 255);
+            QVERIFY(cut.endsWith(u'_'));
+        }
 
         QCOMPARE(CVMediaSpanner::replaceChactersInStringForFolderName(u"What?"_s), u"What_"_s);
         QCOMPARE(CVMediaSpanner::replaceChactersInStringForFolderName(u".hidden"_s), u"_hidden"_s);

@@ -199,7 +199,12 @@ private Q_SLOTS:
         QTest::newRow("root") << QByteArray("file:///") << u"/"_s << true;
         QTest::newRow("windows") << QByteArray("file://localhost/C:/Music/a.mp3") << u"/C:/Music/a.mp3"_s << true;
         QTest::newRow("stray percent") << QByteArray("file:///100%") << u"/100%"_s << true;
-        QTest::newRow("escaped slash") << QByteArray("file:///a%2Fb") << u"/a/b"_s << true;
+        QTest::newRow("escaped slash") << QByteArray("file:///a%2Fb") << QString() << false;
+        QTest::newRow("dot dot") << QByteArray("file:///Music/../etc/passwd") << QString() << false;
+        QTest::newRow("escaped dot dot") << QByteArray("file:///Music/%2E%2E/x") << QString() << false;
+        QTest::newRow("dot") << QByteArray("file:///Music/./x") << QString() << false;
+        QTest::newRow("trailing dot dot") << QByteArray("file:///Music/..") << QString() << false;
+        QTest::newRow("dots in names") << QByteArray("file:///Music/..x/y../.z") << u"/Music/..x/y../.z"_s << true;
         QTest::newRow("fragment") << QByteArray("file:///a%23b#frag") << u"/a#b"_s << true;
         QTest::newRow("http") << QByteArray("http://example.com/a.mp3") << QString() << false;
         QTest::newRow("other host") << QByteArray("file://server/share/a.mp3") << QString() << false;

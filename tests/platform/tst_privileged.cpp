@@ -32,10 +32,15 @@ private:
     }
 
 private Q_SLOTS:
+    QString installed() const { return m_home->filePath(u"Support/Deep/Corvana Helper"_s); }
+    QString packaged() const { return m_home->filePath(u"Package/Corvana Helper"_s); }
+
     void init()
     {
         m_home = std::make_unique<CVTestHome>();
-        useLauncher(u"exec '%1'"_s.arg(QStringLiteral(CORVANA_RUNNER)));
+        useLauncher(u"exec '%1' \"$@\""_s.arg(QStringLiteral(CORVANA_RUNNER)));
+        CVAuthorization::setScope(installed(), packaged());
+        writeFile(packaged() + u"/Contents/Info.plist"_s, "plist");
         CVLog::setSink([this](const QString &line) { m_log.append(line); });
     }
 
@@ -43,6 +48,7 @@ private Q_SLOTS:
     {
         Ops::dropAuthorization();
         CVAuthorization::setLauncher({});
+        CVAuthorization::setScope({}, {});
         CVLog::setSink({});
         m_log.clear();
         m_home.reset();
@@ -50,33 +56,30 @@ private Q_SLOTS:
 
     void copyCreatesMissingFoldersAndAsksOnce()
     {
-        const QString source = m_home->filePath(u"Helper"_s);
-        writeFile(source + u"/Contents/Info.plist"_s, "plist");
-        const QString destination = m_home->filePath(u"Support/Deep/Corvana Helper"_s);
         QString error;
-        QVERIFY2(Ops::authorizedCopyItemAtPath(source, destination, &error), qPrintable(error));
-        QCOMPARE(readAll(destination + u"/Contents/Info.plist"_s), QByteArray("plist"));
-        QVERIFY(QFileInfo::exists(source));
+        QVERIFY2(Ops::authorizedCopyItemAtPath(packaged(), installed(), &error), qPrintable(error));
+        QCOMPARE(readAll(installed() + u"/Contents/Info.plist"_s), QByteArray("plist"));
+        QVERIFY(QFileInfo::exists(packaged()));
 
-        const QString moved = m_home->filePath(u"Moved Helper"_s);
-        QVERIFY(Ops::authorizedMoveItemAtPath(destination, moved, &error));
-        QVERIFY(!QFileInfo::exists(destination));
-        QVERIFY(Ops::authorizedRemoveItemAtPath(moved, &error));
-        QVERIFY(!QFileInfo::exists(moved));
+        const QString moved = installed() + u"/Moved"_s;
+        QVERIFY(Ops::authorizedMoveItemAtPath(installed() + u"/Contents"_s, moved, &error));
+        QVERIFY(!QFileInfo::exists(installed() + u"/Contents"_s));
+        QVERIFY(Ops::authorizedRemoveItemAtPath(installed(), &error));
+        QVERIFY(!QFileInfo::exists(installed()));
         QCOMPARE(timesAsked(), 1);
     }
 
     void nothingIsOverwritten()
     {
-        const QString source = m_home->filePath(u"new.txt"_s);
-        const QString existing = m_home->filePath(u"old.txt"_s);
+        const QString source = installed() + u"/new.txt"_s;
+        const QString existing = installed() + u"/old.txt"_s;
         writeFile(source, "new");
         writeFile(existing, "old");
         QVERIFY(!Ops::authorizedMoveItemAtPath(source, existing));
-        QVERIFY(!Ops::authorizedCopyItemAtPath(source, existing));
+        QVERIFY(!Ops::authorizedCopyItemAtPath(packaged(), installed()));
         QCOMPARE(readAll(existing), QByteArray("old"));
         QCOMPARE(readAll(source), QByteArray("new"));
-        QVERIFY(!Ops::authorizedMoveItemAtPath(m_home->filePath(u"missing"_s), m_home->filePath(u"x"_s)));
+        QVERIFY(!Ops::authorizedMoveItemAtPath(installed() + u"/missing"_s, installed() + u"/x"_s));
     }
 
     void removingWhatIsGoneNeverAsks()
@@ -98,41 +101,72 @@ private Q_SLOTS:
         QCOMPARE(timesAsked(), 2);
     }
 
-    void runnerRunsOnlyItsFourTools()
+    void runnerRunsOnlyItsFourToolsInItsFolder()
     {
         QVERIFY(Ops::getAuthorization());
         CVAuthorization &authorization = *Ops::sharedAuthorization();
         QString error;
+        const auto refused = [&](const QString &tool, const QStringList &arguments) {
+            return !CVOneLineTasks::stringByLaunchingPath(tool, arguments, authorization, &error)
+                && error.endsWith(u"is not allowed"_s);
+        };
         const QString marker = m_home->filePath(u"marker"_s);
         QVERIFY(!CVOneLineTasks::stringByLaunchingPath(
             u"/bin/sh"_s, { u"-c"_s, u"touch "_s + marker }, authorization, &error));
         QVERIFY(error.startsWith(QLatin1StringView(CVOneLineTasks::ErrorDomain)));
         // Relative paths could pass for options; other options are not ours.
-        QVERIFY(!CVOneLineTasks::stringByLaunchingPath(
-            u"/bin/rm"_s, { u"-d"_s, u"-R"_s, u"-rf"_s }, authorization, &error));
-        QVERIFY(
-            !CVOneLineTasks::stringByLaunchingPath(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, u"/"_s }, authorization, &error));
+        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, u"-rf"_s }));
+        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, u"/"_s }));
         QVERIFY(!QFileInfo::exists(marker));
+
+        // Nothing outside the install folder, not by "..", not through a link, not copied from elsewhere.
+        writeFile(m_home->filePath(u"precious"_s), "mine");
+        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, m_home->filePath(u"precious"_s) }));
+        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, installed() + u"/../../../precious"_s }));
+        QVERIFY(refused(u"/bin/mkdir"_s, { u"-p"_s, m_home->filePath(u"elsewhere"_s) }));
+        QVERIFY(refused(u"/bin/cp"_s, { u"-R"_s, m_home->filePath(u"precious"_s), installed() + u"/p"_s }));
+        QVERIFY(refused(u"/bin/mv"_s, { u"-n"_s, m_home->filePath(u"precious"_s), installed() + u"/p"_s }));
+        QVERIFY(QDir().mkpath(installed()));
+        QVERIFY(QFile::link(m_home->path(), installed() + u"/link"_s));
+        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, installed() + u"/link/precious"_s }));
+        QCOMPARE(readAll(m_home->filePath(u"precious"_s)), QByteArray("mine"));
+        QVERIFY(!QFileInfo::exists(m_home->filePath(u"elsewhere"_s)));
+
         int status = -1;
         const auto output = CVOneLineTasks::stringByLaunchingPath(
-            u"/bin/mkdir"_s, { u"-p"_s, m_home->filePath(u"made/here"_s) }, authorization, &error, &status);
+            u"/bin/mkdir"_s, { u"-p"_s, installed() + u"/made/here"_s }, authorization, &error, &status);
         QVERIFY(output);
         QCOMPARE(status, 0);
-        QVERIFY(error.isEmpty());
-        QVERIFY(QFileInfo(m_home->filePath(u"made/here"_s)).isDir());
+        QVERIFY(QFileInfo(installed() + u"/made/here"_s).isDir());
+    }
+
+    void runnerRefusesAFolderThatIsNotTheHelpers()
+    {
+        // Named otherwise, or below no folder of the asking user's: the runner does not start.
+        CVAuthorization::setScope(m_home->filePath(u"Support/Anything"_s), packaged());
+        QVERIFY(!Ops::getAuthorization());
+        QVERIFY(m_log.last().contains(u"refused"_s));
+        CVAuthorization::setScope(u"/Corvana Helper"_s, packaged());
+        useLauncher(u"PKEXEC_UID=65534 exec '%1' \"$@\""_s.arg(QStringLiteral(CORVANA_RUNNER)));
+        QVERIFY(!Ops::getAuthorization());
     }
 
     void resultsBelongToTheUserWhoAsked()
     {
         if (::geteuid() != 0)
             QSKIP("needs root to see ownership change");
-        useLauncher(u"PKEXEC_UID=65534 exec '%1'"_s.arg(QStringLiteral(CORVANA_RUNNER)));
-        const QString source = m_home->filePath(u"src"_s);
+        useLauncher(u"PKEXEC_UID=65534 exec '%1' \"$@\""_s.arg(QStringLiteral(CORVANA_RUNNER)));
+        // The asking user's own folder holds the install folder and the package.
+        const QString own = m_home->filePath(u"nobody"_s);
+        QVERIFY(QDir().mkpath(own));
+        QVERIFY(::chown(QFile::encodeName(own).constData(), 65534, 65534) == 0);
+        const QString source = own + u"/Corvana Helper"_s;
         writeFile(source + u"/inner"_s, "x");
-        const QString destination = m_home->filePath(u"new parent/dest"_s);
+        QVERIFY(::chown(QFile::encodeName(source).constData(), 65534, 65534) == 0);
+        const QString destination = own + u"/new parent/Corvana Helper"_s;
+        CVAuthorization::setScope(destination, source);
         QVERIFY(Ops::authorizedCopyItemAtPath(source, destination));
-        for (const QString &path :
-            QStringList { destination, destination + u"/inner"_s, m_home->filePath(u"new parent"_s) }) {
+        for (const QString &path : QStringList { destination, destination + u"/inner"_s, own + u"/new parent"_s }) {
             struct stat info { };
             QVERIFY(::lstat(QFile::encodeName(path).constData(), &info) == 0);
             QCOMPARE(info.st_uid, uid_t(65534));

@@ -195,7 +195,10 @@ bool CVLibraryGenerator::write(const QString &libraryFile, CVLibraryGeneratorRes
     };
 
     const QString mediaFolder = m_options.mediaRoot + u"/iTunes Media"_s;
-    const QString secondDrive = m_options.secondDrive.isEmpty() ? u"/Volumes/Archive"_s : m_options.secondDrive;
+    // With files on disk, nothing is written outside the media root unless a drive was given.
+    const QString secondDrive = !m_options.secondDrive.isEmpty() ? m_options.secondDrive
+        : m_options.createMediaFiles                             ? m_options.mediaRoot + u"/Archive"_s
+                                                                 : u"/Volumes/Archive"_s;
     CVLibraryGeneratorResult res;
 
     // Artists and albums in proportions of a real collection: about 12 tracks an album.

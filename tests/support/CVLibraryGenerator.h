@@ -13,7 +13,8 @@ struct CVLibraryGeneratorOptions {
     std::uint64_t seed = 1;
     // Where the media folder lies; "<mediaRoot>/iTunes Media" becomes the "Music Folder".
     QString mediaRoot = QStringLiteral("/Users/demo/Music/iTunes");
-    // A second drive that holds about a tenth of the tracks; empty: "/Volumes/Archive".
+    // A second drive that holds about a tenth of the tracks; empty: "/Volumes/Archive", or with
+    // media files "<mediaRoot>/Archive".
     QString secondDrive;
     // Creates a small file on disk for every file track (its "Size" is the real size).
     bool createMediaFiles = false;

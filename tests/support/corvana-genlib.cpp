@@ -4,6 +4,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 
 #include <cstdio>
 
@@ -17,8 +18,11 @@ int main(int argc, char *argv[])
     parser.addHelpOption();
     const QCommandLineOption tracks(u"tracks"_s, u"Number of tracks."_s, u"N"_s, u"1000"_s);
     const QCommandLineOption seed(u"seed"_s, u"Random seed."_s, u"S"_s, u"1"_s);
-    const QCommandLineOption mediaRoot(u"media-root"_s, u"Folder that holds \"iTunes Media\"."_s, u"DIR"_s);
-    const QCommandLineOption secondDrive(u"second-drive"_s, u"Drive root for a tenth of the tracks."_s, u"DIR"_s);
+    const QCommandLineOption mediaRoot(u"media-root"_s,
+        u"Folder that holds \"iTunes Media\" (with --create-media: default the library file's folder)."_s, u"DIR"_s);
+    const QCommandLineOption secondDrive(u"second-drive"_s,
+        u"Drive root for a tenth of the tracks (with --create-media: default DIR/Archive of --media-root)."_s,
+        u"DIR"_s);
     const QCommandLineOption createMedia(u"create-media"_s, u"Write a small media file for every file track."_s);
     const QCommandLineOption mediaBytes(u"media-bytes"_s, u"With --create-media: about N bytes per file."_s, u"N"_s);
     parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia, mediaBytes });
@@ -31,11 +35,16 @@ int main(int argc, char *argv[])
     CVLibraryGeneratorOptions options;
     options.tracks = parser.value(tracks).toInt();
     options.seed = parser.value(seed).toULongLong();
+    options.createMediaFiles = parser.isSet(createMedia);
+    // Files are written only below the folders given, never at the made-up paths of the library.
     if (parser.isSet(mediaRoot))
         options.mediaRoot = QDir(parser.value(mediaRoot)).absolutePath();
+    else if (options.createMediaFiles)
+        options.mediaRoot = QFileInfo(parser.positionalArguments().first()).absolutePath();
     if (parser.isSet(secondDrive))
         options.secondDrive = QDir(parser.value(secondDrive)).absolutePath();
-    options.createMediaFiles = parser.isSet(createMedia);
+    else if (options.createMediaFiles)
+        options.secondDrive = options.mediaRoot + u"/Archive"_s;
     options.mediaFileBytes = parser.value(mediaBytes).toLongLong();
     CVLibraryGenerator generator(options);
     CVLibraryGeneratorResult result;

@@ -1,0 +1,853 @@
+// Hostile drives, files and libraries. Every case builds a library with real files, runs a span or
+// a restore into a fault, and then checks that every file's bytes are still where the user can
+// find them (at the original place, at the span location or in the Trash), that the player's
+// location names an existing file unless the run said which track it does not, and the rows.
+// Drives are tmpfs mounts in a private mount namespace (as root, or in a user namespace), so the
+// machine's own mounts are never touched; the cases that need them are skipped where neither can
+// be had. Other faults are injected at the copier, the Trash and the history.
+#include "CVLibraryGenerator.h"
+#include "CVSpanSession.h"
+#include "CVTestFiles.h"
+#include "CVTestHome.h"
+#include "Engine/CVLibraryFilePlayerLink.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Library/CVLibraryFileReader.h"
+#include "Library/CVSpanHistory.h"
+#include "Library/CVTrack.h"
+#include "Platform/CVFaultInjection.h"
+#include "Platform/CVLog.h"
+#include "Platform/CVTrash.h"
+
+#include <QCryptographicHash>
+#include <QDirIterator>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStorageInfo>
+#include <QtTest>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sched.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using CVFaultInjection::Point;
+
+namespace {
+
+// Set by main() before Qt starts a thread: whether this process has mounts of its own.
+bool g_ownMounts = false;
+QString g_noMountsWhy;
+bool g_realRoot = false; // root of the machine, not of a user namespace
+
+bool writeProcFile(const char *path, const QByteArray &text)
+{
+    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool ok = ::write(fd, text.constData(), size_t(text.size())) == text.size();
+    ::close(fd);
+    return ok;
+}
+
+// A mount namespace of our own with an empty tmpfs over /mnt, where the test's drives go.
+bool enterPrivateMounts(QString *why)
+{
+    if (::geteuid() == 0) {
+        if (::unshare(CLONE_NEWNS) != 0) {
+            *why = u"no mount namespace: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
+            return false;
+        }
+    } else {
+        const uid_t uid = ::getuid();
+        const gid_t gid = ::getgid();
+        if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+            *why = u"not root, and no user namespace: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
+            return false;
+        }
+        writeProcFile("/proc/self/setgroups", "deny");
+        if (!writeProcFile("/proc/self/uid_map", "0 " + QByteArray::number(uid) + " 1")
+            || !writeProcFile("/proc/self/gid_map", "0 " + QByteArray::number(gid) + " 1")) {
+            *why = u"the user namespace cannot be mapped"_s;
+            return false;
+        }
+    }
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+        || ::mount("tmpfs", "/mnt", "tmpfs", 0, "size=1g,mode=0755") != 0) {
+        *why = u"tmpfs cannot be mounted: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
+        return false;
+    }
+    return true;
+}
+
+// A removable drive: a tmpfs of its own kept at /mnt/.disks/NAME and shown at /mnt/NAME, so that
+// unplugging it (the mount at /mnt/NAME goes) keeps its files, as a real drive does.
+struct Drive {
+    QString name;
+    QString store;
+    QString root;
+
+    bool plug() const { return ::mount(qPrintable(store), qPrintable(root), nullptr, MS_BIND, nullptr) == 0; }
+    bool unplug() const { return ::umount2(qPrintable(root), MNT_DETACH) == 0; }
+    bool makeReadOnly() const
+    {
+        return ::mount(nullptr, qPrintable(root), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
+    }
+    // Leaves about `room` bytes free (none at all for 0).
+    void fill(qint64 room) const
+    {
+        QFile filler(store + u"/.filler"_s);
+        QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered));
+        for (;;) {
+            QStorageInfo info(store);
+            info.refresh();
+            const qint64 free = info.bytesAvailable();
+            if (free <= room)
+                break;
+            const QByteArray block(qsizetype(qMin<qint64>(free - room, 1 << 20)), 'f');
+            if (filler.write(block) != block.size())
+                break;
+        }
+    }
+};
+
+QByteArray digest(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    hash.addData(&file);
+    return hash.result();
+}
+
+QHash<QString, QString> libraryLocations(const QString &library)
+{
+    CVLibraryContents contents;
+    CVLibraryFileReader().readFile(library, contents);
+    QHash<QString, QString> locations;
+    for (const CVTrack &track : contents.tracks)
+        if (track.has(CVAttr::Location))
+            locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
+    return locations;
+}
+
+struct CliRun {
+    int status = -1;
+    bool killed = false;
+    QByteArray out;
+    QByteArray err;
+};
+
+CliRun runCli(const QStringList &arguments, const QString &faults = {})
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    if (!faults.isEmpty())
+        env.insert(u"CORVANA_FAULT_INJECTION"_s, faults);
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(CORVANA_CLI), arguments + QStringList { u"--allow-root"_s });
+    process.waitForFinished(300000);
+    CliRun run;
+    run.killed = process.exitStatus() != QProcess::NormalExit;
+    run.status = run.killed ? -1 : process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
+
+// A player that keeps the old place of some tracks.
+struct StubbornLink : CVLibraryFilePlayerLink {
+    using CVLibraryFilePlayerLink::CVLibraryFilePlayerLink;
+    bool setTrackLocation(const QString &pid, const QString &path) override
+    {
+        return ignored.contains(pid) || CVLibraryFilePlayerLink::setTrackLocation(pid, path);
+    }
+    QSet<QString> ignored;
+};
+
+struct Session : CVSpanSession {
+    explicit Session(const QString &libraryFile, bool crashed = false)
+        : CVSpanSession(libraryFile, crashed)
+        , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
+    {
+        usePlayerLink(&link);
+    }
+    StubbornLink link;
+
+    QString row(const CVTrack *track) const
+    {
+        for (const CVShownResultRow &r : spanner.lastResults().rows)
+            if (r.trackObject == track)
+                return r.message;
+        return {};
+    }
+};
+
+} // namespace
+
+class TestFaults : public QObject {
+    Q_OBJECT
+
+private:
+    QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
+    QString spanFolder() const { return m_home->filePath(u"Span Drive/Spanned"_s); }
+
+    void makeLibrary(int tracks, const QString &secondDrive = {}, qint64 bytes = 0)
+    {
+        CVLibraryGeneratorOptions options;
+        options.tracks = tracks;
+        options.seed = 11;
+        options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
+        options.secondDrive = secondDrive.isEmpty() ? m_home->filePath(u"Archive"_s) : secondDrive;
+        options.createMediaFiles = true;
+        options.mediaFileBytes = bytes;
+        QDir().mkpath(QFileInfo(libraryFile()).path());
+        CVLibraryGenerator generator(options);
+        QVERIFY2(generator.write(libraryFile()), qPrintable(generator.errorString()));
+        m_before.clear();
+        for (auto [pid, path] : libraryLocations(libraryFile()).asKeyValueRange())
+            if (QFileInfo(path).isFile())
+                m_before.insert(pid, digest(path));
+        QVERIFY(m_before.size() > tracks / 2);
+    }
+
+    // Roomy enough for the 100 MB that every drive keeps free; a tmpfs takes memory only as it fills.
+    Drive makeDrive(const QString &name, const char *size = "size=512m")
+    {
+        Drive drive { name, u"/mnt/.disks/"_s + name, u"/mnt/"_s + name };
+        QDir().mkpath(drive.store);
+        QDir().mkpath(drive.root);
+        if (::mount("tmpfs", qPrintable(drive.store), "tmpfs", 0, size) != 0 || !drive.plug())
+            qFatal("cannot mount %s: %s", qPrintable(drive.root), strerror(errno));
+        m_drives.append(drive);
+        return drive;
+    }
+
+    // Every file the library had is somewhere the user can find it, with its bytes; and every
+    // track whose player location names no file has a row that says it did not end where asked.
+    void checkNothingLost(const CVRunResults *results = nullptr)
+    {
+        QSet<QByteArray> found;
+        QSet<qint64> sizes;
+        QStringList roots { m_home->path() };
+        if (QFileInfo::exists(u"/mnt/.disks"_s))
+            roots.append(u"/mnt/.disks"_s);
+        for (const QString &root : std::as_const(roots)) {
+            QDirIterator it(
+                root, QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks, QDirIterator::Subdirectories);
+            while (it.hasNext()) {
+                const QString path = it.next();
+                if (!path.endsWith(u".xml"_s) && !path.endsWith(u".trashinfo"_s))
+                    found.insert(digest(path));
+            }
+        }
+        QStringList lost;
+        for (auto [pid, bytes] : m_before.asKeyValueRange())
+            if (!found.contains(bytes))
+                lost.append(pid);
+        QVERIFY2(lost.isEmpty(), qPrintable(u"lost: "_s + lost.join(u", "_s)));
+
+        const QHash<QString, QString> now = libraryLocations(libraryFile());
+        for (auto [pid, bytes] : m_before.asKeyValueRange()) {
+            const QString location = now.value(pid);
+            if (QFileInfo::exists(location)) {
+                QVERIFY2(digest(location) == bytes, qPrintable(u"the player's file of %1 changed"_s.arg(pid)));
+                continue;
+            }
+            bool said = false;
+            if (results)
+                for (const CVShownResultRow &row : results->rows)
+                    said |= row.trackObject && row.trackObject->text(CVAttr::PersistentID) == pid && !row.inPlace;
+            QVERIFY2(said, qPrintable(u"the player points %1 at %2, and no row says so"_s.arg(pid, location)));
+        }
+    }
+
+    void checkNothingTrashed()
+    {
+        const QString trash = CVTrash::homeTrashFolder() + u"/files"_s;
+        QVERIFY2(QDir(trash).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+            qPrintable(QDir(trash).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).join(u", "_s)));
+    }
+
+    static QString rowsText(const Session &s) { return s.messages().join(u'\n'); }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_home = std::make_unique<CVTestHome>();
+        const QString home = m_home->path();
+        CVTrash::setMountPointFilter(
+            [home](const QString &point) { return point.startsWith(home) || point.startsWith(u"/mnt/"_s); });
+        CVLog::setSink([this](const QString &line) { m_log.append(line); });
+    }
+
+    void cleanup()
+    {
+        CVFaultInjection::clear();
+        for (auto it = m_drives.crbegin(); it != m_drives.crend(); ++it) {
+            ::umount2(qPrintable(it->root), MNT_DETACH);
+            ::umount2(qPrintable(it->store), MNT_DETACH);
+            if (!it->store.isEmpty()) {
+                QDir().rmdir(it->root);
+                QDir().rmdir(it->store);
+            }
+        }
+        m_drives.clear();
+        CVLog::setSink({});
+        m_log.clear();
+        CVTrash::setMountPointFilter({});
+        m_home.reset();
+    }
+
+    void aForeignFileIsNeverTakenForTheCopy()
+    {
+        makeLibrary(24);
+        QString foreignPath;
+        QByteArray foreign;
+        QString sameOriginal;
+        {
+            Session s(libraryFile());
+            const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
+            s.host.location = spanFolder();
+            const auto destinationOf = [&](const CVTrack *t) {
+                return s.spanner.createNewPathForItem(t, QFileInfo(t->text(CVAttr::Location)).fileName());
+            };
+            // Same size, same modification time, other bytes.
+            const QString original = tracks[0]->text(CVAttr::Location);
+            foreignPath = destinationOf(tracks[0]);
+            foreign = readAll(original);
+            foreign[0] = char(foreign[0] ^ 0x55);
+            writeFile(foreignPath, foreign);
+            struct stat info { };
+            QVERIFY(::stat(QFile::encodeName(original).constData(), &info) == 0);
+            const struct timespec times[2] = { info.st_atim, info.st_mtim };
+            QVERIFY(::utimensat(AT_FDCWD, QFile::encodeName(foreignPath).constData(), times, 0) == 0);
+            // The very same bytes: that one is the copy already.
+            sameOriginal = tracks[1]->text(CVAttr::Location);
+            QVERIFY(QFile::copy(sameOriginal, destinationOf(tracks[1])));
+
+            s.span(tracks, spanFolder());
+            QCOMPARE(s.row(tracks[0]),
+                u"A different file already exists at “%1”; both files were left as they are."_s.arg(foreignPath));
+            QVERIFY(s.row(tracks[1]).startsWith(u"Track successfully spanned to 'Spanned"_s));
+            QCOMPARE(s.spanner.lastResults().successes, 2);
+            QCOMPARE(readAll(foreignPath), foreign);
+            QVERIFY(QFileInfo::exists(original));
+            QVERIFY(!QFileInfo::exists(sameOriginal));
+            checkNothingLost(&s.spanner.lastResults());
+        }
+        QCOMPARE(libraryLocations(libraryFile()).value(m_before.keys().first()).isEmpty(), false);
+
+        // The original gone and a stranger at the destination: nothing is taken, even "anyway".
+        QString pid;
+        QString stranger;
+        {
+            Session s(libraryFile());
+            CVTrack *t = s.select(u"( MediaType == 'Music' AND ItemIsSpanned == 0 )"_s).first();
+            pid = t->text(CVAttr::PersistentID);
+            s.host.location = spanFolder();
+            stranger = s.spanner.createNewPathForItem(t, QFileInfo(t->text(CVAttr::Location)).fileName());
+            QVERIFY(QFile::rename(t->text(CVAttr::Location), m_home->filePath(u"moved away.m4a"_s)));
+        }
+        writeFile(stranger, "not the track");
+        const QString before = libraryLocations(libraryFile()).value(pid);
+        const CliRun run = runCli({ u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
+            u"--anyway"_s, u"{\"PersistentID\": [\"%1\"]}"_s.arg(pid) });
+        QCOMPARE(run.status, 1);
+        QVERIFY2(run.out.contains("is not known to be its copy; it was left as it is."), run.out.constData());
+        QCOMPARE(readAll(stranger), QByteArray("not the track"));
+        QCOMPARE(libraryLocations(libraryFile()).value(pid), before);
+    }
+
+    void aRunNeedsAWritableHistory_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::newRow("support folder on a full drive") << u"full"_s;
+        QTest::newRow("support folder read-only") << u"read-only"_s;
+    }
+
+    void aRunNeedsAWritableHistory()
+    {
+        QFETCH(QString, fault);
+        if (!g_ownMounts)
+            QSKIP(qPrintable(g_noMountsWhy));
+        makeLibrary(16);
+        {
+            Session s(libraryFile());
+        } // the store exists, with the join saved
+        const QString support = CVSpanHistory::applicationSupportFolder();
+        // The support folder becomes a drive of its own, with the store on it.
+        const Drive drive = makeDrive(u"Support"_s, "size=1m");
+        QVERIFY(QFile::copy(support + u"/SpanRestoreHistory.cvcddb"_s, drive.root + u"/SpanRestoreHistory.cvcddb"_s));
+        QVERIFY(::mount(qPrintable(drive.root), qPrintable(support), nullptr, MS_BIND, nullptr) == 0);
+        m_drives.append({ u"support bind"_s, QString(), support });
+        if (fault == u"full"_s)
+            drive.fill(0);
+        else
+            QVERIFY(::mount(nullptr, qPrintable(support), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0);
+        QDir().mkpath(spanFolder());
+        const CliRun run = runCli({ u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
+            u"( MediaType == 'Music' )"_s });
+        QCOMPARE(run.status, 2);
+        QVERIFY2(run.err.contains("The span history cannot be written"), run.err.constData());
+        QVERIFY2(run.err.contains(fault == u"full"_s ? "full" : "read"), run.err.constData());
+        QVERIFY(QDir(spanFolder()).isEmpty());
+        checkNothingTrashed();
+        checkNothingLost();
+    }
+
+    void aHistoryThatFailsMidRunStopsTheTrash()
+    {
+        makeLibrary(20);
+        Session s(libraryFile());
+        const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 4);
+        QStringList originals;
+        for (const CVTrack *t : tracks)
+            originals.append(t->text(CVAttr::Location));
+        CVFaultInjection::set(Point::HistoryCommit, 1, EIO);
+        s.span(tracks, spanFolder());
+        QCOMPARE(s.spanner.lastResults().successes, 0);
+        QCOMPARE(s.spanner.trashedFileCount(), 0);
+        for (int i = 0; i < tracks.size(); ++i) {
+            QCOMPARE(s.row(tracks[i]),
+                u"The span history could not be written, so the original file was kept at “%1”."_s.arg(originals[i]));
+            QVERIFY(QFileInfo::exists(originals[i]));
+        }
+        QVERIFY(m_log.filter(u"Cannot save the span history"_s).size() == 1);
+        checkNothingTrashed();
+        checkNothingLost(&s.spanner.lastResults());
+    }
+
+    void aDriveThatGoesAwayMidSpan()
+    {
+        if (!g_ownMounts)
+            QSKIP(qPrintable(g_noMountsWhy));
+        makeLibrary(30);
+        const Drive drive = makeDrive(u"Span Disk"_s);
+        const QString span = drive.root + u"/Spanned"_s;
+        Session s(libraryFile());
+        const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 6);
+        QStringList originals;
+        for (const CVTrack *t : tracks)
+            originals.append(t->text(CVAttr::Location));
+        int copies = 0;
+        connect(&s.spanner, &CVMediaSpanner::fileCopied, this, [&] {
+            if (++copies == 2)
+                QVERIFY(drive.unplug());
+        });
+        s.span(tracks, span);
+        const QStringList rows = s.messages();
+        QCOMPARE(
+            rows.count(u"The drive “%1” was disconnected during the run; this track was not copied."_s.arg(drive.root)),
+            4);
+        QCOMPARE(rows.filter(u"cannot be used (its drive “%1” was disconnected); the original file stays at"_s.arg(
+                                 drive.root))
+                     .size(),
+            2);
+        QVERIFY(!s.spanner.lastResults().headline.startsWith(u"All"_s));
+        // Nothing was made on the system disk under the unplugged drive's folder, nothing trashed.
+        QVERIFY(QDir(drive.root).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
+        QCOMPARE(s.spanner.trashedFileCount(), 0);
+        for (const QString &original : std::as_const(originals))
+            QVERIFY(QFileInfo::exists(original));
+        checkNothingLost(&s.spanner.lastResults());
+        QVERIFY(drive.plug());
+    }
+
+    void aDriveThatGoesAwayMidRestore()
+    {
+        if (!g_ownMounts)
+            QSKIP(qPrintable(g_noMountsWhy));
+        makeLibrary(30);
+        const Drive drive = makeDrive(u"Span Disk"_s);
+        const QString span = drive.root + u"/Spanned"_s;
+        {
+            Session s(libraryFile());
+            s.span(s.select(u"( MediaType == 'Music' )"_s).mid(0, 6), span);
+            QVERIFY2(s.spanner.lastResults().successes == 6, qPrintable(rowsText(s)));
+        }
+        Session s(libraryFile());
+        const QList<CVTrack *> spanned = s.select(u"( ItemIsSpanned == 1 )"_s);
+        QCOMPARE(spanned.size(), 6);
+        int copies = 0;
+        connect(&s.spanner, &CVMediaSpanner::fileCopied, this, [&] {
+            if (++copies == 2)
+                QVERIFY(drive.unplug());
+        });
+        s.restore(spanned);
+        QCOMPARE(s.spanner.lastResults().successes, 2);
+        QCOMPARE(s.messages()
+                     .filter(u"The drive “%1” that holds this track's file was disconnected; nothing was done."_s.arg(
+                         drive.root))
+                     .size(),
+            4);
+        checkNothingLost(&s.spanner.lastResults());
+        QVERIFY(drive.plug());
+    }
+
+    void aFullOrReadOnlyDriveToRestoreTo_data()
+    {
+        QTest::addColumn<bool>("readOnly");
+        QTest::newRow("full") << false;
+        QTest::newRow("read-only") << true;
+    }
+
+    void aFullOrReadOnlyDriveToRestoreTo()
+    {
+        QFETCH(bool, readOnly);
+        if (!g_ownMounts)
+            QSKIP(qPrintable(g_noMountsWhy));
+        // The originals of the second drive's tracks go back to a drive that cannot take them.
+        const Drive archive = makeDrive(u"Archive"_s, "size=220m");
+        makeLibrary(60, archive.root, 20000);
+        {
+            Session s(libraryFile());
+            const QList<CVTrack *> onDrive = s.select(u"( Location LIKE '%1/*' )"_s.arg(archive.root));
+            QVERIFY(!onDrive.isEmpty());
+            s.span(onDrive, spanFolder());
+            QCOMPARE(s.spanner.lastResults().successes, int(onDrive.size()));
+        }
+        if (readOnly)
+            QVERIFY(archive.makeReadOnly());
+        else
+            archive.fill(50000);
+        Session s(libraryFile());
+        const QList<CVTrack *> spanned = s.select(u"( ItemIsSpanned == 1 )"_s);
+        s.restore(spanned);
+        QCOMPARE(s.spanner.lastResults().successes, 0);
+        const QString expected = readOnly ? u"Read-only file system"_s
+                                          : u"File not copied, no more space available on destination drive."_s;
+        QVERIFY2(s.messages().first().contains(expected), qPrintable(rowsText(s)));
+        checkNothingLost(&s.spanner.lastResults());
+    }
+
+    void onlyTheUsersOwnRegularFiles()
+    {
+        makeLibrary(24);
+        QString fifoPid, folderPid, systemPid;
+        {
+            Session s(libraryFile());
+            const QList<CVTrack *> music = s.select(u"( MediaType == 'Music' )"_s);
+            fifoPid = music[0]->text(CVAttr::PersistentID);
+            folderPid = music[1]->text(CVAttr::PersistentID);
+            systemPid = music[2]->text(CVAttr::PersistentID);
+            // A FIFO and a folder where files were (the files moved aside, not lost).
+            for (int i = 0; i < 2; ++i) {
+                const QString path = music[i]->text(CVAttr::Location);
+                QVERIFY(QFile::rename(path, path + u".aside"_s));
+            }
+            QVERIFY(::mkfifo(QFile::encodeName(music[0]->text(CVAttr::Location)).constData(), 0644) == 0);
+            QVERIFY(QDir().mkdir(music[1]->text(CVAttr::Location)));
+            // A track that names a system file.
+            CVLibraryFilePlayerLink link(libraryFile(), CVSpanHistory::applicationSupportFolder(), nullptr);
+            QVERIFY(link.setTrackLocation(systemPid, u"/etc/hostname"_s));
+            QVERIFY(link.applyJournal());
+        }
+        const QByteArray hostname = readAll(u"/etc/hostname"_s);
+        Session s(libraryFile());
+        const QList<CVTrack *> three { s.track(fifoPid), s.track(folderPid), s.track(systemPid) };
+        s.span(three, spanFolder());
+        QCOMPARE(s.row(three[0]),
+            u"“%1” is a FIFO, not a file; only files are spanned and restored."_s.arg(
+                three[0]->text(CVAttr::Location)));
+        QCOMPARE(s.row(three[1]),
+            u"“%1” is a folder, not a file; only files are spanned and restored."_s.arg(
+                three[1]->text(CVAttr::Location)));
+        QCOMPARE(
+            s.row(three[2]), u"“/etc/hostname” lies in a system folder; Corvana moves only your own media files."_s);
+        QCOMPARE(readAll(u"/etc/hostname"_s), hostname);
+        QVERIFY(!QFileInfo::exists(spanFolder() + u"/Music"_s));
+        checkNothingTrashed();
+    }
+
+    void anEscapedSlashIsNotAPath()
+    {
+        makeLibrary(12);
+        // "a%2Fb.m4a" names one file; decoded as a path it would be another one: b.m4a in a/.
+        const QString decoy = m_home->filePath(u"Music/a/b.m4a"_s);
+        writeFile(decoy, "decoy");
+        QByteArray xml = readAll(libraryFile());
+        const qsizetype at = xml.indexOf("<key>Location</key><string>file://");
+        QVERIFY(at > 0);
+        const qsizetype start = xml.indexOf("<string>", at) + 8;
+        const qsizetype end = xml.indexOf("</string>", start);
+        const QByteArray escaped = "file://localhost" + QFile::encodeName(m_home->filePath(u"Music"_s)) + "/a%2Fb.m4a";
+        xml.replace(start, end - start, escaped);
+        writeFile(libraryFile(), xml);
+        Session s(libraryFile());
+        s.span(s.select(u"( MediaType == 'Music' )"_s), spanFolder());
+        QCOMPARE(readAll(decoy), QByteArray("decoy"));
+        QVERIFY(s.messages().contains(u"The original file could not be found."_s));
+    }
+
+    void injectedFaultsKeepEveryFile_data()
+    {
+        QTest::addColumn<int>("point");
+        QTest::addColumn<int>("nth");
+        QTest::addColumn<bool>("repeat");
+        QTest::addColumn<int>("error");
+        QTest::addColumn<QString>("row");
+        QTest::newRow("write fails once: tried again")
+            << int(Point::CopyWrite) << 1 << false << EIO << u"Track successfully spanned to 'Spanned"_s;
+        QTest::newRow("write fails") << int(Point::CopyWrite) << 1 << true << EIO
+                                     << u"The original file could not be copied, an error occurred. “"_s;
+        QTest::newRow("drive fills while copying")
+            << int(Point::CopyWrite) << 2 << true << ENOSPC
+            << u"File not copied, no more space available on destination drive."_s;
+        QTest::newRow("rename fails") << int(Point::CopyRename) << 1 << true << EIO << u"Input/output error"_s;
+        QTest::newRow("folder cannot be made")
+            << int(Point::FolderCreate) << 1 << true << EACCES << u"could not be made: Permission denied."_s;
+        QTest::newRow("trash fails") << int(Point::TrashRename) << 1 << true << EIO
+                                     << u"Track spanned to 'Spanned (on Computer)', but its original file stays at “"_s;
+    }
+
+    void injectedFaultsKeepEveryFile()
+    {
+        QFETCH(int, point);
+        QFETCH(int, nth);
+        QFETCH(bool, repeat);
+        QFETCH(int, error);
+        QFETCH(QString, row);
+        makeLibrary(20);
+        Session s(libraryFile());
+        const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
+        CVFaultInjection::set(Point(point), nth, error, repeat);
+        s.span(tracks, spanFolder());
+        QVERIFY2(rowsText(s).contains(row), qPrintable(rowsText(s)));
+        if (Point(point) == Point::TrashRename) {
+            QVERIFY2(s.row(tracks[0]).endsWith(u"Input/output error."_s), qPrintable(s.row(tracks[0])));
+            for (const CVTrack *t : tracks)
+                QVERIFY(QFileInfo::exists(t->text(CVAttr::Location)));
+        }
+        // No half-made copy is left under any name.
+        QDirIterator parts(
+            spanFolder(), { u".corvana-copy-*"_s }, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        QVERIFY(!parts.hasNext());
+        checkNothingLost(&s.spanner.lastResults());
+    }
+
+    void aKilledRunLosesNothing_data()
+    {
+        QTest::addColumn<QString>("faults");
+        QTest::newRow("while copying") << u"copy-rename=3:KILL"_s;
+        QTest::newRow("while saving the history") << u"history-commit=1:KILL"_s;
+        QTest::newRow("while trashing") << u"trash-rename=3:KILL"_s;
+    }
+
+    void aKilledRunLosesNothing()
+    {
+        QFETCH(QString, faults);
+        makeLibrary(24);
+        QDir().mkpath(spanFolder());
+        const QStringList span { u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
+            u"( MediaType == 'Music' )"_s };
+        const CliRun killed = runCli(span, faults);
+        QVERIFY2(killed.killed, killed.err.constData());
+        checkNothingLost();
+        // The next start finishes the work: every track at the span location, its bytes intact.
+        const CliRun again = runCli(span);
+        QVERIFY2(again.status == 0, QByteArray(again.out + again.err).constData());
+        const CliRun third = runCli(span);
+        QVERIFY2(third.status == 0, QByteArray(third.out + third.err).constData());
+        QVERIFY2(third.out.contains("Track already spanned to"), third.out.constData());
+        checkNothingLost();
+        const QHash<QString, QString> now = libraryLocations(libraryFile());
+        Session s(libraryFile());
+        for (CVTrack *t : s.select(u"( MediaType == 'Music' )"_s))
+            QVERIFY2(
+                now.value(t->text(CVAttr::PersistentID)).startsWith(spanFolder()), qPrintable(t->text(CVAttr::Name)));
+    }
+
+    void theHistoryLivesInItsOneFile()
+    {
+        makeLibrary(16);
+        {
+            Session s(libraryFile());
+            s.span(s.select(u"( MediaType == 'Music' )"_s), spanFolder());
+            QVERIFY(s.spanner.lastResults().successes > 3);
+        }
+        const QString store = CVSpanHistory::applicationSupportFolder() + u"/SpanRestoreHistory.cvcddb"_s;
+        QVERIFY(!QFileInfo::exists(store + u"-wal"_s));
+        QVERIFY(!QFileInfo::exists(store + u"-journal"_s));
+        // The file alone, copied elsewhere, holds every record.
+        const QString copy = m_home->filePath(u"copy.cvcddb"_s);
+        QVERIFY(QFile::copy(store, copy));
+        sqlite3 *db = nullptr;
+        QCOMPARE(sqlite3_open_v2(QFile::encodeName(copy).constData(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        sqlite3_stmt *stmt = nullptr;
+        QCOMPARE(
+            sqlite3_prepare_v2(db, "SELECT count(*) FROM Tracks WHERE FullSpan = 1", -1, &stmt, nullptr), SQLITE_OK);
+        QCOMPARE(sqlite3_step(stmt), SQLITE_ROW);
+        const int records = sqlite3_column_int(stmt, 0);
+        sqlite3_finalize(stmt);
+        sqlite3_close(db);
+        Session s(libraryFile());
+        QCOMPARE(records, int(s.select(u"( FullSpan == 1 )"_s).size()));
+    }
+
+    void dependentlySpannedTracksAreRecorded()
+    {
+        makeLibrary(20);
+        QString pid;
+        {
+            Session s(libraryFile());
+            s.settings.setValue(u"CVFullSpanReattempts"_s, 0);
+            CVTrack *t = s.select(u"( MediaType == 'Music' )"_s).first();
+            pid = t->text(CVAttr::PersistentID);
+            const QString original = t->text(CVAttr::Location);
+            // The player keeps the old place, and the original goes away after its copy was made.
+            s.link.ignored.insert(pid);
+            connect(&s.spanner, &CVMediaSpanner::fileCopied, this,
+                [&] { QVERIFY(QFile::rename(original, m_home->filePath(u"gone.m4a"_s))); });
+            s.span({ t }, spanFolder());
+            QCOMPARE(
+                s.messages(), QStringList { u"Track dependently spanned. Another reattempt is highly recommended."_s });
+        }
+        Session s(libraryFile());
+        CVTrack *t = s.track(pid);
+        QVERIFY(t->flag(CVAttr::SymSpan));
+        QVERIFY(t->text(CVAttr::SpanLocation).startsWith(spanFolder()));
+        // Now update-dependent finds it and points the player at its file.
+        s.spanner.updateDependentTracks();
+        QCOMPARE(s.spanner.lastResults().successes, 1);
+        QCOMPARE(libraryLocations(libraryFile()).value(pid), t->text(CVAttr::SpanLocation));
+    }
+
+    void rowsNameTheCause()
+    {
+        makeLibrary(20);
+        Session s(libraryFile());
+        const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 2);
+        // A file where a folder must go.
+        writeFile(spanFolder() + u"/Music"_s, "in the way");
+        s.span(tracks, spanFolder());
+        QCOMPARE(s.row(tracks[0]),
+            u"The original file could not be copied, an error occurred. The folder “%1/Music” could not be made: a "
+            u"file "
+            "of that name is in the way."_s.arg(spanFolder()));
+        checkNothingLost(&s.spanner.lastResults());
+    }
+
+    void theRunAsAnotherUser()
+    {
+        if (!g_realRoot || !QFileInfo::exists(u"/usr/bin/setpriv"_s))
+            QSKIP("needs root, to run the tool as an unprivileged user");
+        // A home of the user "nobody" with a library of its own.
+        QTemporaryDir top;
+        QFile::setPermissions(top.path(),
+            QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ExeOther | QFile::ReadOther
+                | QFile::ExeGroup | QFile::ReadGroup);
+        const QString home = top.filePath(u"nobody"_s);
+        const QString library = home + u"/Music/iTunes/iTunes Library.xml"_s;
+        CVLibraryGeneratorOptions options;
+        options.tracks = 24;
+        options.seed = 3;
+        options.mediaRoot = home + u"/Music/iTunes"_s;
+        options.secondDrive = home + u"/Archive"_s;
+        options.createMediaFiles = true;
+        QDir().mkpath(QFileInfo(library).path());
+        QVERIFY(CVLibraryGenerator(options).write(library));
+        QProcess::execute(u"chown"_s, { u"-R"_s, u"65534:65534"_s, home });
+        const QString span = home + u"/Span"_s;
+        QDir().mkpath(span);
+        QProcess::execute(u"chown"_s, { u"65534:65534"_s, span });
+        const auto asNobody = [&](const QStringList &arguments) {
+            QProcess process;
+            QProcessEnvironment env;
+            env.insert(u"HOME"_s, home);
+            env.insert(u"XDG_RUNTIME_DIR"_s, home + u"/.runtime"_s);
+            env.insert(u"PATH"_s, u"/usr/bin:/bin"_s);
+            process.setProcessEnvironment(env);
+            process.start(u"/usr/bin/setpriv"_s,
+                QStringList { u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, QStringLiteral(CORVANA_CLI),
+                    u"--library"_s, library }
+                    + arguments);
+            process.waitForFinished(120000);
+            return CliRun { process.exitCode(), false, process.readAllStandardOutput(),
+                process.readAllStandardError() };
+        };
+        const QHash<QString, QString> locations = libraryLocations(library);
+        // Three tracks in three folders.
+        QStringList music;
+        QSet<QString> folders;
+        for (auto [pid, path] : locations.asKeyValueRange()) {
+            const QString folder = QFileInfo(path).absolutePath();
+            if (path.contains(u"/iTunes Media/Music/"_s) && QFileInfo(path).isFile() && !folders.contains(folder)
+                && music.size() < 3) {
+                music.append(pid);
+                folders.insert(folder);
+            }
+        }
+        QCOMPARE(music.size(), 3);
+        // Not the user's: a file of root's; out of reach: a folder that may not be opened; one that
+        // could not be moved out of its folder afterwards.
+        const QString rootsFile = locations.value(music[0]);
+        QVERIFY(::chown(QFile::encodeName(rootsFile).constData(), 0, 0) == 0);
+        const QString hidden = locations.value(music[1]);
+        const QString lockedFolder = locations.value(music[2]);
+        const auto selectThree = u"{\"PersistentID\": [\"%1\", \"%2\", \"%3\"]}"_s.arg(music[0], music[1], music[2]);
+        QVERIFY(::chmod(QFile::encodeName(QFileInfo(hidden).absolutePath()).constData(), 0) == 0);
+        CliRun run = asNobody({ u"span"_s, u"--to"_s, span, u"--yes"_s, selectThree });
+        QCOMPARE(run.status, 2);
+        QVERIFY2(
+            run.err.contains("cannot be reached: Corvana is not allowed to open the folders"), run.err.constData());
+        QVERIFY(::chmod(QFile::encodeName(QFileInfo(lockedFolder).absolutePath()).constData(), 0555) == 0);
+        run = asNobody({ u"span"_s, u"--to"_s, span, u"--yes"_s, u"--anyway"_s, selectThree });
+        QCOMPARE(run.status, 1);
+        QVERIFY2(run.out.contains(
+                     qPrintable(u"“%1” belongs to another user; Corvana moves only files you own."_s.arg(rootsFile))),
+            run.out.constData());
+        QVERIFY2(run.out.contains("cannot be reached: Permission denied."), run.out.constData());
+        ::chmod(QFile::encodeName(QFileInfo(hidden).absolutePath()).constData(), 0755);
+        QVERIFY(QFileInfo::exists(rootsFile));
+        QVERIFY(QFileInfo::exists(hidden));
+        QVERIFY2(run.out.contains("cannot be moved out of"), run.out.constData());
+        QVERIFY(QFileInfo::exists(lockedFolder));
+        // A read-only store refuses the run before a copy.
+        const QString store = home + u"/.local/share/Corvana/SpanRestoreHistory.cvcddb"_s;
+        QVERIFY(QFileInfo::exists(store));
+        QVERIFY(::chmod(QFile::encodeName(store).constData(), 0444) == 0);
+        run = asNobody({ u"span"_s, u"--to"_s, span, u"--yes"_s, u"( MediaType == 'Music' )"_s });
+        QCOMPARE(run.status, 2);
+        QVERIFY2(run.err.contains("The span history cannot be written"), run.err.constData());
+    }
+
+    void rootIsAskedToRunAsTheUser()
+    {
+        if (::geteuid() != 0)
+            QSKIP("only root is refused");
+        makeLibrary(8);
+        QDir().mkpath(spanFolder());
+        QProcess process;
+        process.start(QStringLiteral(CORVANA_CLI),
+            { u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
+                u"( MediaType == 'Music' )"_s });
+        QVERIFY(process.waitForFinished(60000));
+        QCOMPARE(process.exitCode(), 2);
+        QVERIFY(process.readAllStandardError().contains("--allow-root"));
+        QVERIFY(QDir(spanFolder()).isEmpty());
+    }
+
+private:
+    std::unique_ptr<CVTestHome> m_home;
+    QHash<QString, QByteArray> m_before;
+    QList<Drive> m_drives;
+    QStringList m_log;
+};
+
+int main(int argc, char *argv[])
+{
+    // Before any thread exists: a user namespace can only be entered by a single thread.
+    g_realRoot = ::geteuid() == 0;
+    g_ownMounts = enterPrivateMounts(&g_noMountsWhy);
+    QCoreApplication app(argc, argv);
+    TestFaults test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_faults.moc"
