@@ -2,6 +2,7 @@
 #include "Platform/CVFileCopier.h"
 
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtTest>
 
 #include <sys/mount.h>
@@ -73,6 +74,64 @@ private Q_SLOTS:
         writeFile(dir.filePath(u"d"_s), "d");
         QVERIFY(CVFileCopier::copyFile(dir.filePath(u"d"_s), dir.filePath(u"sub/d"_s)).ok);
         QVERIFY(leftovers(dir.filePath(u"sub"_s)).isEmpty());
+    }
+
+    void onlyFilesAreCopiedAndNothingHangs()
+    {
+        QTemporaryDir dir;
+        // Reading a FIFO would wait for a writer forever; a folder or a device is no media file.
+        const QString fifo = dir.filePath(u"pipe"_s);
+        QVERIFY(::mkfifo(QFile::encodeName(fifo).constData(), 0644) == 0);
+        QDir().mkpath(dir.filePath(u"folder"_s));
+        for (const QString &source : { fifo, dir.filePath(u"folder"_s), u"/dev/null"_s }) {
+            const auto result = CVFileCopier::copyFile(source, dir.filePath(u"copy"_s));
+            QVERIFY(!result.ok);
+            QVERIFY(result.notAFile);
+            QVERIFY2(result.error.contains(u", not a file."_s), qPrintable(result.error));
+            QVERIFY(!QFileInfo::exists(dir.filePath(u"copy"_s)));
+        }
+    }
+
+    void contentsAndIdentity()
+    {
+        QTemporaryDir dir;
+        writeFile(dir.filePath(u"a"_s), QByteArray(3 << 20, 'x') + "end");
+        writeFile(dir.filePath(u"same"_s), QByteArray(3 << 20, 'x') + "end");
+        writeFile(dir.filePath(u"other"_s), QByteArray(3 << 20, 'x') + "END");
+        using C = CVFileCopier::Comparison;
+        QCOMPARE(CVFileCopier::compareContents(dir.filePath(u"a"_s), dir.filePath(u"same"_s)), C::Same);
+        QCOMPARE(CVFileCopier::compareContents(dir.filePath(u"a"_s), dir.filePath(u"other"_s)), C::Different);
+        QCOMPARE(CVFileCopier::compareContents(dir.filePath(u"a"_s), dir.filePath(u"gone"_s)), C::Unreadable);
+
+        // The identity of a copy is what the kernel shows for the file under its real name, and
+        // any later write changes it.
+        const auto result = CVFileCopier::copyFile(dir.filePath(u"a"_s), dir.filePath(u"copy"_s));
+        QVERIFY(result.ok);
+        QVERIFY(CVFileCopier::sameIdentity(result.copy, CVFileCopier::identityOf(dir.filePath(u"copy"_s))));
+        QThread::msleep(20);
+        QFile copy(dir.filePath(u"copy"_s));
+        QVERIFY(copy.open(QIODevice::ReadWrite));
+        copy.seek(10);
+        copy.write("y");
+        copy.close();
+        QVERIFY(!CVFileCopier::sameIdentity(result.copy, CVFileCopier::identityOf(dir.filePath(u"copy"_s))));
+    }
+
+    void foldersAreMadeOnlyBelowTheirTop()
+    {
+        QTemporaryDir dir;
+        const QString top = dir.filePath(u"Span"_s);
+        auto made = CVFileCopier::makeFolders(top + u"/Music/A"_s, top);
+        QVERIFY(!made.ok); // the top itself is never made
+        QDir().mkpath(top);
+        made = CVFileCopier::makeFolders(top + u"/Music/A/B"_s, top);
+        QVERIFY2(made.ok, qPrintable(made.error));
+        QVERIFY(QFileInfo(top + u"/Music/A/B"_s).isDir());
+        QVERIFY(!CVFileCopier::makeFolders(dir.filePath(u"elsewhere"_s), top).ok);
+        writeFile(top + u"/Movies"_s, "a file");
+        made = CVFileCopier::makeFolders(top + u"/Movies/X"_s, top);
+        QCOMPARE(
+            made.error, u"The folder “%1/Movies” could not be made: a file of that name is in the way."_s.arg(top));
     }
 
     void aFullDriveFailsCleanly()
