@@ -94,26 +94,41 @@ bool CVSpanHistoryStore::open(const QString &path)
             return fail(u"%1 is not a file"_s.arg(path));
         // Look first, read-only, so that a file we must refuse is never written to.
         sqlite3 *probe = nullptr;
-        int rc = sqlite3_open_v2(file.constData(), &probe, SQLITE_OPEN_READONLY, nullptr);
-        sqlite3_stmt *stmt = nullptr;
-        if (rc == SQLITE_OK)
-            rc = sqlite3_prepare_v2(probe, "PRAGMA user_version", -1, &stmt, nullptr);
-        if (rc == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
-            version = sqlite3_column_int(stmt, 0);
-        else if (rc == SQLITE_OK)
-            rc = sqlite3_errcode(probe);
-        sqlite3_finalize(stmt);
+        int rc = SQLITE_OK;
         bool foreign = false;
-        if (rc == SQLITE_OK) {
-            // A store of ours has its table; a database with other tables is not ours to change.
-            rc = sqlite3_prepare_v2(probe,
-                version >= 1 ? "SELECT count(*) FROM Tracks" : "SELECT count(*) FROM sqlite_master", -1, &stmt,
-                nullptr);
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            sqlite3_close_v2(probe);
+            probe = nullptr;
+            foreign = false;
+            rc = sqlite3_open_v2(file.constData(), &probe, SQLITE_OPEN_READONLY, nullptr);
+            sqlite3_extended_result_codes(probe, 1);
+            sqlite3_stmt *stmt = nullptr;
+            if (rc == SQLITE_OK)
+                rc = sqlite3_prepare_v2(probe, "PRAGMA user_version", -1, &stmt, nullptr);
             if (rc == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
-                foreign = version == 0 && sqlite3_column_int(stmt, 0) > 0;
+                version = sqlite3_column_int(stmt, 0);
             else if (rc == SQLITE_OK)
-                rc = sqlite3_errcode(probe);
+                rc = sqlite3_extended_errcode(probe);
             sqlite3_finalize(stmt);
+            if (rc == SQLITE_OK) {
+                // A store of ours has its table; a database with other tables is not ours to change.
+                rc = sqlite3_prepare_v2(probe,
+                    version >= 1 ? "SELECT count(*) FROM Tracks" : "SELECT count(*) FROM sqlite_master", -1, &stmt,
+                    nullptr);
+                if (rc == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
+                    foreign = version == 0 && sqlite3_column_int(stmt, 0) > 0;
+                else if (rc == SQLITE_OK)
+                    rc = sqlite3_extended_errcode(probe);
+                sqlite3_finalize(stmt);
+            }
+            if (rc != SQLITE_READONLY_ROLLBACK)
+                break;
+            // A save cut short by a crash left its journal: only a connection that may write
+            // rolls it back, to the last save that completed. Then look again.
+            sqlite3 *recovery = nullptr;
+            if (sqlite3_open_v2(file.constData(), &recovery, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK)
+                sqlite3_exec(recovery, "PRAGMA user_version", nullptr, nullptr, nullptr);
+            sqlite3_close_v2(recovery);
         }
         const QString probeError = QString::fromUtf8(sqlite3_errmsg(probe));
         sqlite3_close_v2(probe);

@@ -4,6 +4,7 @@
 #include "Library/CVFileURL.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSpanHistory.h"
+#include "Library/CVSpanHistoryStore.h"
 #include "Library/CVSpanRunState.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
@@ -183,6 +184,49 @@ private Q_SLOTS:
         QCOMPARE(readAll(path), before);
         QCOMPARE(QFileInfo(path).lastModified(), modified);
         QVERIFY(!QFile::exists(path + u"-wal"_s));
+    }
+
+    void aSaveCutShortIsRolledBack()
+    {
+        // A store with records, and a save of another process caught in the middle: its journal
+        // is on disk and changed pages are in the file, as a crash or a pulled plug leaves them.
+        const QString folder = m_home->filePath(u"crashed"_s);
+        QDir().mkpath(folder);
+        const QString path = folder + u"/SpanRestoreHistory.cvcddb"_s;
+        {
+            CVSpanHistoryStore store;
+            QVERIFY(store.open(path));
+            std::deque<CVSpanRecord> records(400);
+            std::vector<CVSpanRecord *> changed;
+            for (std::size_t i = 0; i < records.size(); ++i) {
+                records[i].setValue(CVSpanAttr::PersistentID, QString::number(i));
+                records[i].setValue(CVSpanAttr::Name, QString(500, u'n'));
+                changed.push_back(&records[i]);
+            }
+            QVERIFY(store.save(changed));
+        }
+        const QString crashed = m_home->filePath(u"copy/SpanRestoreHistory.cvcddb"_s);
+        QDir().mkpath(QFileInfo(crashed).path());
+        sqlite3 *db = nullptr;
+        QCOMPARE(sqlite3_open(QFile::encodeName(path).constData(), &db), SQLITE_OK);
+        QCOMPARE(
+            sqlite3_exec(db, "PRAGMA cache_size=1; BEGIN; UPDATE Tracks SET Name = 'half';", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+        QVERIFY(QFile::exists(path + u"-journal"_s));
+        QVERIFY(QFile::copy(path, crashed));
+        QVERIFY(QFile::copy(path + u"-journal"_s, crashed + u"-journal"_s));
+        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+
+        CVSpanHistoryStore store;
+        QVERIFY2(store.open(crashed), qPrintable(store.errorString()));
+        std::deque<CVSpanRecord> records;
+        QVERIFY(store.fetchAll(records));
+        QCOMPARE(records.size(), std::size_t(400));
+        for (const CVSpanRecord &r : records)
+            QCOMPARE(r.text(CVSpanAttr::Name), QString(500, u'n'));
+        QVERIFY(store.checkWritable());
+        QVERIFY(!QFile::exists(crashed + u"-journal"_s));
     }
 
     void writesRecordsThatSurviveARestart()
