@@ -15,6 +15,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSet>
 #include <QStandardPaths>
 #include <QThread>
@@ -155,26 +156,90 @@ QString CVMediaSpanner::createNewPathForItem(const CVTrack *track, const QString
     const QString season = safeComponent(first({ CVAttr::Season }, u"No Season"_s));
     const QString file = safeComponent(fileName);
 
-    QString relative;
+    QStringList parts;
     if (mediaType == u"Music"_s) {
         const bool compilation = track->value(CVAttr::Compilation).toInt() == 1;
-        relative = u"Music/%1/%2/%3"_s.arg(compilation ? u"Compilations"_s : artist, album, file);
+        parts = { u"Music"_s, compilation ? u"Compilations"_s : artist, album, file };
     } else if (mediaType == u"Movies"_s) {
-        relative = u"Movies/%1/%2"_s.arg(
-            replaceChactersInStringForFolderName(first({ CVAttr::Name }, u"Untitled Movie"_s)), file);
+        parts
+            = { u"Movies"_s, replaceChactersInStringForFolderName(first({ CVAttr::Name }, u"Untitled Movie"_s)), file };
     } else if (mediaType == u"TV Shows"_s) {
-        relative = u"TV Shows/%1/%2/%3"_s.arg(show, season, file);
+        parts = { u"TV Shows"_s, show, season, file };
     } else if (mediaType == u"Podcasts"_s) {
-        relative = u"Podcasts/%1/%2"_s.arg(album, file);
+        parts = { u"Podcasts"_s, album, file };
     } else if (mediaType == u"iTunes U"_s) {
-        relative = u"iTunes U/%1/%2"_s.arg(album, file);
+        parts = { u"iTunes U"_s, album, file };
     } else if (mediaType == u"Books"_s) {
-        relative = u"Audiobooks/%1/%2"_s.arg(artist, file);
+        parts = { u"Audiobooks"_s, artist, file };
     } else {
         CVLog::log(u"UNCAUGHT MEDIATYPE!"_s);
-        relative = u"%1/%2/%3/%4"_s.arg(safeComponent(mediaType), artist, album, file);
+        parts = { safeComponent(mediaType), artist, album, file };
     }
-    return u"%1/%2"_s.arg(spanLocation(), relative);
+    // A drive that follows Windows rules refuses some names that Linux takes.
+    if (usesWindowsNames()) {
+        for (QString &part : parts)
+            part = windowsSafeName(part);
+    }
+    return spanLocation() + u'/' + parts.join(u'/');
+}
+
+QString CVMediaSpanner::windowsSafeName(const QString &name)
+{
+    QString s = name;
+    for (QChar &c : s) {
+        const char16_t u = c.unicode();
+        if (u < 0x20 || u == 0x7F || u == u'"' || u == u'*' || u == u':' || u == u'<' || u == u'>' || u == u'?'
+            || u == u'\\' || u == u'|' || u == u'/')
+            c = u'_';
+    }
+    const auto dropTrailing = [](QString &text) {
+        qsizetype end = text.size();
+        while (end > 0 && (text[end - 1] == u'.' || text[end - 1] == u' '))
+            --end;
+        text.truncate(end);
+    };
+    dropTrailing(s);
+    if (s.isEmpty())
+        return u"_"_s;
+    // The device names, with or without an extension: "CON", "aux.m4a", "com1.x" become "CON_", ...
+    static const QRegularExpression reserved(
+        u"^(CON|PRN|AUX|NUL|COM[1-9]|LPT[1-9])(\\..*)?$"_s, QRegularExpression::CaseInsensitiveOption);
+    const QRegularExpressionMatch match = reserved.match(s);
+    if (match.hasMatch())
+        s.insert(match.capturedEnd(1), u'_');
+    s = truncatedToNameLimit(s);
+    dropTrailing(s);
+    return s.isEmpty() ? u"_"_s : s;
+}
+
+bool CVMediaSpanner::usesWindowsNames() const
+{
+    const WindowsNames mode = windowsNamesMode();
+    if (mode != WindowsNames::Auto)
+        return mode == WindowsNames::Always;
+    const QString location = spanLocation();
+    if (location.isEmpty())
+        return false;
+    // The filesystem is asked once per location: a dry run or a queue asks for every track.
+    QMutexLocker lock(&m_windowsNamesMutex);
+    const auto it = m_windowsNamesByLocation.constFind(location);
+    if (it != m_windowsNamesByLocation.cend())
+        return *it;
+    const bool windows = CVVolumes::fileSystemOf(location).windowsNames;
+    m_windowsNamesByLocation.insert(location, windows);
+    return windows;
+}
+
+CVMediaSpanner::WindowsNames CVMediaSpanner::windowsNamesMode() const
+{
+    if (m_windowsNames)
+        return *m_windowsNames;
+    const QString setting = m_settings ? m_settings->stringValue(u"CVWindowsFileNames"_s) : QString();
+    if (setting == u"always"_s)
+        return WindowsNames::Always;
+    if (setting == u"never"_s)
+        return WindowsNames::Never;
+    return WindowsNames::Auto;
 }
 
 QString CVMediaSpanner::createDisplayTitleForItem(const CVTrack *track)

@@ -7,12 +7,14 @@
 
 #include <QHash>
 #include <QList>
+#include <QMutex>
 #include <QObject>
 #include <QSet>
 #include <QString>
 #include <QVariantMap>
 
 #include <atomic>
+#include <optional>
 
 class CVFileManagerLink;
 class CVLibraryManager;
@@ -65,6 +67,15 @@ public:
     // Destination paths and titles.
     QString createNewPathForItem(const CVTrack *track, const QString &fileName) const;
     static QString replaceChactersInStringForFolderName(const QString &text);
+    // A name a drive with Windows rules takes: no " * : < > ? \ | or control characters, no
+    // trailing dots or blanks, "_" after the reserved device names (CON, AUX, COM1, ...).
+    static QString windowsSafeName(const QString &name);
+    // When destination names follow Windows rules: "auto" (the setting "CVWindowsFileNames", by
+    // default) when the span location's filesystem wants them, or always, or never.
+    enum class WindowsNames { Auto, Always, Never };
+    void setWindowsNames(WindowsNames mode) { m_windowsNames = mode; }
+    WindowsNames windowsNamesMode() const;
+    bool usesWindowsNames() const;
     static QString getBasePathForPath(const QString &path);
     static QString getOriginalPathForItem(const CVTrack *track);
     QString getITunesPathForItem(const CVTrack *track) const;
@@ -226,6 +237,13 @@ private:
     QHash<QString, dev_t> m_driveDevices;
     QString m_destinationDriveGone; // once set, the rest of the run is skipped
     bool m_allowRoot = false;
+    std::optional<WindowsNames> m_windowsNames;
+    mutable QMutex m_windowsNamesMutex;
+    mutable QHash<QString, bool> m_windowsNamesByLocation;
+    // Destinations of this run by their case-folded path, on a drive that ignores letter case.
+    bool m_destinationIgnoresCase = false;
+    QHash<QString, QString> m_claimedDestinations;
+    QHash<quint64, qint64> m_maxFileSizes; // by device
     QList<CVResultRow> m_rawContentForResults;
     CVRunResults m_lastResults;
     QString m_taskLine;

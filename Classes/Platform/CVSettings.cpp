@@ -59,6 +59,8 @@ void CVSettings::registerStandardDefaults()
         { u"CVFilterPathOrder"_s, defaultFilterPathOrder() },
         // The name "/" is shown under; Linux has no volume name for it.
         { u"CVStartupDriveName"_s, u"Computer"_s },
+        // Names of spanned files follow Windows rules: "auto" where the drive wants them, "always", "never".
+        { u"CVWindowsFileNames"_s, u"auto"_s },
     });
 }
 

@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -104,8 +106,10 @@ QList<CVVolumes::Mount> CVVolumes::mounts()
         const qsizetype separator = fields.indexOf(QByteArray("-"));
         if (fields.size() < 5 || separator < 5 || separator + 2 >= fields.size())
             continue;
+        const QList<QByteArray> numbers = fields[2].split(':');
+        const quint64 device = numbers.size() == 2 ? quint64(makedev(numbers[0].toUInt(), numbers[1].toUInt())) : 0;
         list.append({ unescapedField(fields[4]), unescapedField(fields[separator + 1]),
-            unescapedField(fields[separator + 2]) });
+            unescapedField(fields[separator + 2]), device });
     }
     return list;
 }
@@ -199,6 +203,53 @@ qint64 CVVolumes::freeSpaceForPath(const QString &path)
         probe = slash <= 0 ? u"/"_s : probe.left(slash);
     }
     return -1;
+}
+
+CVVolumes::FileSystem CVVolumes::fileSystemOf(const QString &path)
+{
+    FileSystem fs;
+    QString probe = path;
+    struct stat info { };
+    while (!probe.isEmpty() && ::stat(QFile::encodeName(probe).constData(), &info) != 0) {
+        if (probe == u"/"_s)
+            return fs;
+        const qsizetype slash = probe.lastIndexOf(u'/');
+        probe = slash <= 0 ? u"/"_s : probe.left(slash);
+    }
+    if (probe.isEmpty())
+        return fs;
+    const QList<Mount> all = mounts();
+    // The last mount of that device is the one on top.
+    for (auto it = all.crbegin(); it != all.crend(); ++it) {
+        if (it->device == quint64(info.st_dev)) {
+            fs.type = it->type;
+            break;
+        }
+    }
+    static const QStringList windows { u"vfat"_s, u"msdos"_s, u"exfat"_s, u"ntfs"_s, u"ntfs3"_s, u"cifs"_s, u"smb3"_s,
+        u"smbfs"_s };
+    const QString base = fs.type.section(u'.', 0, 0);
+    const QString subtype = fs.type.section(u'.', 1);
+    fs.windowsNames = windows.contains(fs.type) || base == u"fuseblk"_s
+        || (base == u"fuse"_s && (subtype.startsWith(u"exfat"_s) || subtype.startsWith(u"ntfs"_s)));
+    if (fs.type == u"vfat"_s || fs.type == u"msdos"_s)
+        fs.maxFileSize = (qint64(1) << 32) - 1;
+    return fs;
+}
+
+bool CVVolumes::ignoresLetterCase(const QString &folder)
+{
+    const QString name = u"/.corvana-Case-Probe-"_s + QString::number(::getpid());
+    const QByteArray mixed = QFile::encodeName(folder + name);
+    const QByteArray lower = QFile::encodeName(folder + name.toLower());
+    const int fd = ::open(mixed.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return false;
+    ::close(fd);
+    struct stat info { };
+    const bool folded = ::lstat(lower.constData(), &info) == 0;
+    ::unlink(mixed.constData());
+    return folded;
 }
 
 QString CVVolumes::displayName(const QString &path, const QString &startupDriveName)

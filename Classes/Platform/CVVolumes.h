@@ -26,12 +26,28 @@ struct Mount {
     QString point;
     QString type; // "ext4", "fuseblk", ...
     QString source;
+    quint64 device = 0; // the device number of its files (st_dev)
 };
 // The mounts of this process, in the kernel's order (later mounts over earlier ones).
 QList<Mount> mounts();
 // Whether something is mounted at the path: listed in the mount table, or its device differs
 // from its parent folder's. An unplugged drive leaves its mount folder behind as a plain folder.
 bool isMountPoint(const QString &path);
+
+// What a filesystem allows, from its type in the mount table.
+struct FileSystem {
+    QString type; // empty when it cannot be told
+    // Windows rules for names: no " * : < > ? \ | or control characters, no trailing dot or blank,
+    // no reserved device names. FAT, exFAT, NTFS (also through FUSE, where the table shows only
+    // "fuseblk") and SMB shares.
+    bool windowsNames = false;
+    qint64 maxFileSize = -1; // bytes; -1 when no limit matters (FAT: 4 GiB - 1)
+};
+// The filesystem that holds the path (or would hold it: the nearest existing folder counts).
+FileSystem fileSystemOf(const QString &path);
+// Whether names in the folder are told apart by letter case: a file made under one case and looked
+// for under another. False when the folder cannot be written (nothing then meets there anyway).
+bool ignoresLetterCase(const QString &folder);
 
 // The last path component; "/" shows the start-up drive's name.
 QString displayName(const QString &path, const QString &startupDriveName);
