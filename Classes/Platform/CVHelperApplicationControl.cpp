@@ -1,6 +1,7 @@
 #include "Platform/CVHelperApplicationControl.h"
 
 #include "Library/CVSpanHistory.h"
+#include "Platform/CVHUserDefaults.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVLoginItems.h"
 #include "Platform/CVPresenter.h"
@@ -227,6 +228,10 @@ void CVHelperApplicationControl::launchCorvanaHelper()
 {
     if (!QFileInfo(installedHelperExecutable()).isExecutable())
         return;
+    // A Corvana with a window is the one the helper's "Open Corvana" starts.
+    if (QCoreApplication::instance() && QCoreApplication::instance()->inherits("QGuiApplication"))
+        CVHUserDefaults::standardUserDefaults().setObject(
+            QCoreApplication::applicationFilePath(), u"CVHCorvanaApplication"_s);
     QString error;
     if (!startInstalledHelper(&error))
         CVLog::log(error);
