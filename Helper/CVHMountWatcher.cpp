@@ -83,10 +83,10 @@ void CVHMountWatcher::reread()
     const QHash<int, QString> now = parseMountInfo(readTable());
     QStringList appeared, disappeared;
     for (auto it = m_mounts.cbegin(); it != m_mounts.cend(); ++it)
-        if (!now.contains(it.key()) && !disappeared.contains(it.value()))
+        if (now.value(it.key()) != it.value() && !disappeared.contains(it.value()))
             disappeared.append(it.value());
     for (auto it = now.cbegin(); it != now.cend(); ++it)
-        if (!m_mounts.contains(it.key()) && !appeared.contains(it.value()))
+        if (m_mounts.value(it.key()) != it.value() && !appeared.contains(it.value()))
             appeared.append(it.value());
     m_mounts = now;
     m_mountPoints = QSet<QString>(m_mounts.cbegin(), m_mounts.cend());

@@ -22,7 +22,8 @@ public:
     QSet<QString> mountPoints() const { return m_mountPoints; }
 
     // Mount ID -> mount point in the text of mountinfo, with its octal escapes undone. A drive
-    // unplugged and plugged again between two reads comes back under a new ID.
+    // unplugged and plugged again between two reads comes back under a new ID; a mount moved
+    // elsewhere keeps its ID.
     static QHash<int, QString> parseMountInfo(const QByteArray &text);
 
 Q_SIGNALS:
