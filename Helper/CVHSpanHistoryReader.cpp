@@ -8,6 +8,7 @@
 
 #include <deque>
 #include <malloc.h>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -16,11 +17,10 @@ QString CVHSpanHistoryReader::defaultStorePath()
     return CVSpanHistory::applicationSupportFolder() + u"/SpanRestoreHistory.cvcddb"_s;
 }
 
-bool CVHSpanHistoryReader::read(const QString &storePath, std::vector<CVHDependentTrack> &tracks, QString *error)
+namespace {
+
+bool readDependentTracks(const QString &storePath, std::vector<CVHDependentTrack> &tracks, QString *error)
 {
-    tracks.clear();
-    if (!QFileInfo(storePath).isFile())
-        return true;
     {
         CVSpanHistoryStore store;
         std::deque<CVSpanRecord> records;
@@ -54,7 +54,28 @@ bool CVHSpanHistoryReader::read(const QString &storePath, std::vector<CVHDepende
         }
         std::erase_if(tracks, [](const CVHDependentTrack &t) { return t.playerLocation.isEmpty(); });
     }
-    // The records were many small allocations: give the memory back while the helper idles.
-    malloc_trim(0);
     return true;
+}
+
+} // namespace
+
+bool CVHSpanHistoryReader::read(const QString &storePath, std::vector<CVHDependentTrack> &tracks, QString *error)
+{
+    tracks.clear();
+    if (!QFileInfo(storePath).isFile())
+        return true;
+    // The records are read on a thread of their own, so that their many small blocks live in
+    // that thread's heap. Only the texts kept are copied into ours; then the other heap is
+    // given back whole, and an idle helper keeps only what it needs.
+    std::vector<CVHDependentTrack> read;
+    bool ok = false;
+    std::thread reader([&] { ok = readDependentTracks(storePath, read, error); });
+    reader.join();
+    const auto copy = [](const QString &text) { return QString(text.constData(), text.size()); };
+    tracks.reserve(read.size());
+    for (const CVHDependentTrack &t : read)
+        tracks.push_back({ copy(t.persistentID), copy(t.name), copy(t.playerLocation), copy(t.spanLocation) });
+    std::vector<CVHDependentTrack>().swap(read);
+    malloc_trim(0);
+    return ok;
 }
