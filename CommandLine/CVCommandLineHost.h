@@ -2,6 +2,7 @@
 
 #include "Engine/CVSpannerHost.h"
 #include "Library/CVLibraryHost.h"
+#include "Platform/CVHelperApplicationControl.h"
 
 #include <QString>
 
@@ -33,6 +34,8 @@ public:
     bool crashedWhileSpanningLastRun() const override { return m_crashedWhileSpanning; }
     void setCrashedWhileSpanningLastRun(bool crashed) override { m_crashedWhileSpanning = crashed; }
     bool saveAction() override;
+    void tellCorvanaHelperToQuit() override { m_helper.tellCorvanaHelperToQuit(); }
+    void launchCorvanaHelper() override { m_helper.launchCorvanaHelper(); }
     void loadCorvanaAndDisplayMainView() override;
 
     // CVLibraryHost
@@ -49,4 +52,5 @@ private:
     CVPlayerLink *m_link = nullptr;
     CVLibraryManager *m_library = nullptr;
     CVSpanHistory *m_history = nullptr;
+    CVHelperApplicationControl m_helper;
 };

@@ -1,6 +1,7 @@
 #include "CVCommandLineTool.h"
 
 #include "CVCommandLineHost.h"
+#include "CVHelperCommands.h"
 #include "CVJsonWriter.h"
 #include "CVRecordJson.h"
 #include "CVSelectionCommands.h"
@@ -74,7 +75,8 @@ int CVCommandLineTool::run(const QStringList &arguments)
         sortField, title, to, anyway, yes, dryRun, allowRoot });
     parser.addPositionalArgument(u"command"_s,
         u"info | tracks | playlists | show | load | history | select | browse | summary | locations | "
-        "playlist-groups | span | restore | update-dependent | locate"_s);
+        "playlist-groups | span | restore | update-dependent | locate | "_s
+            + CVHelperCommands::usage());
     parser.addPositionalArgument(u"predicate"_s, u"A filter text or a JSON dictionary predicate."_s, u"[PREDICATE]"_s);
     if (!parser.parse(arguments)) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(parser.errorText()));
@@ -85,6 +87,9 @@ int CVCommandLineTool::run(const QStringList &arguments)
         return 0;
     }
     const QStringList positional = parser.positionalArguments();
+    // The helper's operations need neither the library nor the instance lock.
+    if (positional.value(0) == u"helper"_s)
+        return CVHelperCommands().run(positional.mid(1));
     static const QStringList selecting { u"select"_s, u"browse"_s, u"summary"_s, u"locations"_s, u"playlist-groups"_s,
         u"span"_s, u"restore"_s, u"locate"_s };
     const bool selects = !positional.isEmpty() && selecting.contains(positional.first());

@@ -114,6 +114,11 @@ bool CVSettings::contains(const QString &key) const
     return m_settings->contains(key);
 }
 
+QStringList CVSettings::storedKeys() const
+{
+    return m_settings->allKeys();
+}
+
 QVariant CVSettings::value(const QString &key) const
 {
     if (const auto it = m_transient.constFind(key); it != m_transient.cend())

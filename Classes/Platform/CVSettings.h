@@ -25,6 +25,7 @@ public:
     void applyLaunchRepairs();
 
     bool contains(const QString &key) const; // a value of the user's own is stored
+    QStringList storedKeys() const;
     QVariant value(const QString &key) const; // the stored value, else the default
     bool boolValue(const QString &key) const;
     qint64 integerValue(const QString &key) const;
