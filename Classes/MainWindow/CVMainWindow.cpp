@@ -247,8 +247,11 @@ QAction *CVMainWindow::makeAction(QMenu *menu, const QString &name, const QStrin
 {
     auto *a = menu->addAction(title);
     a->setObjectName(name);
-    if (!shortcut.isEmpty())
+    if (!shortcut.isEmpty()) {
         a->setShortcut(shortcut);
+        // Shortcuts work wherever the focus is in the window, menu bar or not.
+        QWidget::addAction(a);
+    }
     m_actions.insert(name, a);
     return a;
 }

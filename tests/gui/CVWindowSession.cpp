@@ -1,0 +1,80 @@
+#include "CVWindowSession.h"
+
+#include "CVLibraryGenerator.h"
+#include "Platform/CVLog.h"
+
+#include <QDir>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+CVWindowSession::CVWindowSession(Options options)
+    : m_options(options)
+{
+    CVLibraryGeneratorOptions generator;
+    generator.tracks = options.tracks;
+    generator.seed = 11;
+    generator.mediaRoot = home.filePath(u"Music/iTunes"_s);
+    generator.secondDrive = home.filePath(u"Volumes/Archive"_s);
+    generator.createMediaFiles = true;
+    QDir().mkpath(home.filePath(u"Music/iTunes"_s));
+    if (!CVLibraryGenerator(generator).write(libraryFile(), &generated))
+        qFatal("the library could not be written");
+    CVLog::setSink([this](const QString &line) { log.append(line); });
+    if (options.start) {
+        awake();
+        launch();
+    }
+}
+
+CVWindowSession::~CVWindowSession()
+{
+    m_app.reset();
+    CVLog::setSink({});
+}
+
+QString CVWindowSession::libraryFile() const
+{
+    return home.filePath(u"Music/iTunes/iTunes Library.xml"_s);
+}
+
+CVApplicationDelegate &CVWindowSession::app()
+{
+    if (!m_app) {
+        CVApplicationDelegate::Options options;
+        options.answerDialogs = true;
+        options.mainViewDelayMs = 0;
+        m_app = std::make_unique<CVApplicationDelegate>(options);
+        m_app->setQuitHandler([this] { ++quits; });
+    }
+    return *m_app;
+}
+
+void CVWindowSession::awake()
+{
+    app().awakeFromNib();
+}
+
+void CVWindowSession::launch()
+{
+    QSignalSpy finished(&app(), &CVApplicationDelegate::loadFinished);
+    app().applicationDidFinishLaunching();
+    if (!finished.wait(120000))
+        qFatal("the first load did not end");
+}
+
+bool CVWindowSession::waitForLoad()
+{
+    if (!app().isLoadingCorvana())
+        return true;
+    QSignalSpy finished(&app(), &CVApplicationDelegate::loadFinished);
+    return finished.wait(120000);
+}
+
+void CVWindowSession::restart()
+{
+    m_app.reset();
+    awake();
+    launch();
+}
