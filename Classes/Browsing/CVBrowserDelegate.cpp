@@ -712,11 +712,14 @@ void CVBrowserDelegate::restoreTrackListColumns()
     if (identifiers.isEmpty()) {
         identifiers = CVTrackColumns::defaultIdentifiers();
         const QFontMetrics fm = m_window->trackView->fontMetrics();
-        header->resizeSection(CVTrackColumns::indexOf(u"Name"_s), fm.horizontalAdvance(u'x') * 34);
+        const int x = fm.horizontalAdvance(u'x');
+        header->resizeSection(CVTrackColumns::indexOf(u"Name"_s), x * 28);
         for (const QString &id : { u"Artist"_s, u"Album"_s })
-            header->resizeSection(CVTrackColumns::indexOf(id), fm.horizontalAdvance(u'x') * 24);
+            header->resizeSection(CVTrackColumns::indexOf(id), x * 20);
+        header->resizeSection(CVTrackColumns::indexOf(u"Genre"_s), x * 13);
+        header->resizeSection(CVTrackColumns::indexOf(u"Rating"_s), x * 11);
         for (const QString &id : { u"Time"_s, u"Plays"_s, u"ItemIsSpanned"_s })
-            header->resizeSection(CVTrackColumns::indexOf(id), fm.horizontalAdvance(u'x') * 9);
+            header->resizeSection(CVTrackColumns::indexOf(id), x * 8);
     }
     setTableColumns(identifiers);
     const QStringList sort = m_settings->stringValue(kSortKey).split(u' ');

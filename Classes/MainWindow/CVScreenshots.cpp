@@ -98,6 +98,9 @@ void CVScreenshots::takeMainViewShots()
     if (!m_loadingTaken)
         save(window, u"loading"_s);
     window->resize(kShotSize);
+    // As a person sees it: the window in front, nothing dimmed.
+    QApplication::setActiveWindow(window);
+    delegate->windowDidBecomeMain();
     settle();
     browser->setMediaFilter(u"All"_s);
     settle();
@@ -112,7 +115,9 @@ void CVScreenshots::takeMainViewShots()
     browser->selectRow(CVBrowserDelegate::ArtistColumn, 1);
     settle();
     save(window, u"tv-shows"_s);
-    browser->setMediaFilter(u"Music"_s);
+    browser->setMediaFilter(u"All"_s);
+    browser->selectRow(CVBrowserDelegate::ArtistColumn, 0);
+    browser->setSpanFilter(u"All Spanned"_s);
     settle();
 
     // The information panel on a spanned track when there is one.
@@ -137,6 +142,7 @@ void CVScreenshots::takeMainViewShots()
         save(info->window(), u"information-span"_s);
         info->window()->hide();
     }
+    browser->setSpanFilter(u"All Tracks"_s);
 
     const QPalette light = QApplication::palette();
     QApplication::setPalette(darkPalette());
