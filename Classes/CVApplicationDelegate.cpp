@@ -224,10 +224,17 @@ void CVApplicationDelegate::runLoadSequence()
     m_history->managedObjectContext(u"Span"_s);
     m_library->joinSpanHistory();
 
+    // Two cores: the main thread works out the first lists while this one builds the location
+    // table. From here on the selections are the main thread's alone (the next wait is behind it).
+    QMetaObject::invokeMethod(
+        this, [window] { window->warmSelections(); }, Qt::QueuedConnection);
     m_library->compileAllKeyedLocationInformation();
     m_presenter->setProgressIndeterminate(true);
 
-    if (!m_library->selectPredicate(CVPredicate::fromText(u"( SymSpan == 1 )"_s))->tracks.empty())
+    bool dependent = false;
+    onMainThread(
+        [&] { dependent = !m_library->selectPredicate(CVPredicate::fromText(u"( SymSpan == 1 )"_s))->tracks.empty(); });
+    if (dependent)
         m_presenter->setStatusText(u"Relaunching Corvana Helper"_s);
     onMainThread([this] { tellCorvanaHelperToQuit(); });
 

@@ -331,6 +331,17 @@ void CVWindowDelegate::clearAllForReload()
     m_window->showLoadingView();
 }
 
+void CVWindowDelegate::warmSelections()
+{
+    // The lists the main view shows first, worked out while the load thread builds the location
+    // table (which they do not need): prepareContentAfterLoad then finds them in the memo.
+    m_library->prepareSearch();
+    m_browser->refreshSpanFilters();
+    m_browser->refreshMediaFilters();
+    m_library->filterEmptyPlaylist();
+    m_browser->refreshLibraryBrowser();
+}
+
 void CVWindowDelegate::prepareContentAfterLoad()
 {
     m_manualReload = false;

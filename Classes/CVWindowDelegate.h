@@ -60,6 +60,7 @@ public:
     void saveWindowFrame();
     void saveInitialSizeAndResizeWindowForLoading();
     void clearAllForReload();
+    void warmSelections();
     void prepareContentAfterLoad();
     void displayMainViewAfterLoad();
     void displayMainViewBeforeQuit();

@@ -54,6 +54,7 @@ public:
     void setSpanFilterAction(QAction *item);
     void refreshMediaFilters();
     void refreshSpanFilters();
+    void refreshSpanFilterCounts(bool everyItem);
     void addOrRemoveClickedMediaTypeFromQueue(const QString &title);
     const QString &selectedMedia() const { return m_selectedMedia; }
     const QString &selectedSpanFilter() const { return m_selectedSpanFilter; }

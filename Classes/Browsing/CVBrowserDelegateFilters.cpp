@@ -135,7 +135,16 @@ void CVBrowserDelegate::refreshSpanFilters()
             connect(item, &QAction::triggered, this, [this, item] { setSpanFilterAction(item); });
         }
         m_window->spanFilterButton->setText(u"Span Filter: %1"_s.arg(m_selectedSpanFilter));
+        connect(menu, &QMenu::aboutToShow, this, [this] { refreshSpanFilterCounts(true); });
     }
+    refreshSpanFilterCounts(menu->isVisible());
+}
+
+void CVBrowserDelegate::refreshSpanFilterCounts(bool everyItem)
+{
+    // The counts show only in the open menu: while it is closed only the chosen filter is
+    // counted (it falls back to "All Tracks" at 0); the rest are counted when the menu opens.
+    QMenu *menu = m_window->spanFilterMenu;
     const CVPredicate search = CVPredicate::fromText(m_library->getSearchPredicate());
     const CVPredicate media = getMediaTypePredicate();
     const CVPredicate location = m_locations ? m_locations->getLocationPredicate() : CVPredicate::fromText(u""_s);
@@ -147,6 +156,8 @@ void CVBrowserDelegate::refreshSpanFilters()
         if (item->isSeparator() || item->text().isEmpty())
             continue;
         const QString name = spanFilterNameIn(item->text());
+        if (!everyItem && name != m_selectedSpanFilter)
+            continue;
         const CVTrackList tracks = m_library->selectPredicateStack(
             { search, CVPredicate::fromText(getPredicateForSpanFilter(name)), media, location, queue, playlist });
         const int count = int(tracks->tracks.size());

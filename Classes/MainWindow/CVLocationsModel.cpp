@@ -39,39 +39,37 @@ void CVLocationsModel::reload()
     m_nodes = m_library->filterEmptyLocations();
     const std::vector<int> &nodes = *m_nodes;
     m_items.reserve(nodes.size());
-    int lastFolder = -1;
+    // Nodes of one lower-case path share a key; a node's parent is the item of its parent's key.
+    std::vector<int> itemOfKey;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const CVLocationNode &n = m_library->locationNode(nodes[i]);
         Item it;
         it.node = nodes[i];
         if (i > 0) {
-            // The root is the first node; every other node finds its parent by lcParentPath,
-            // most often the folder met last.
-            if (n.lcParentPath == u"locations"_s) {
+            // The root comes first; a top node (a drive) hangs under it.
+            if (n.parentKey < 0) {
                 it.parent = 0;
                 ++m_drives;
-            } else if (lastFolder >= 0
-                && m_library->locationNode(m_items[std::size_t(lastFolder)].node).lcPath == n.lcParentPath) {
-                it.parent = lastFolder;
             } else {
-                it.parent = m_folderItems.value(n.lcParentPath, -1);
+                it.parent = std::size_t(n.parentKey) < itemOfKey.size() ? itemOfKey[std::size_t(n.parentKey)] : -1;
+                if (it.parent < 0)
+                    continue; // the tree lists every folder above a file: never happens
+                if (n.isFile)
+                    ++m_files;
+                else
+                    ++m_folders;
             }
-            if (it.parent < 0)
-                continue; // a node whose parent is not listed: never made by the tree
-            if (n.isFile)
-                ++m_files;
-            else if (n.lcParentPath != u"locations"_s)
-                ++m_folders;
             it.row = int(m_items[std::size_t(it.parent)].children.size());
         }
         m_items.push_back(std::move(it));
         const int index = int(m_items.size() - 1);
         if (i > 0)
             m_items[std::size_t(m_items[std::size_t(index)].parent)].children.push_back(index);
-        if (!n.isFile) {
+        if (!n.isFile && n.key >= 0) {
+            if (std::size_t(n.key) >= itemOfKey.size())
+                itemOfKey.resize(std::size_t(n.key) + 1024, -1);
+            itemOfKey[std::size_t(n.key)] = index;
             m_folderItems.insert(n.lcPath, index);
-            if (i > 0)
-                lastFolder = index;
         }
     }
     endResetModel();
