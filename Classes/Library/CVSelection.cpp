@@ -62,8 +62,10 @@ void CVSelection::reset(std::vector<CVTrack *> allTracks)
     m_ranks[1].clear();
     m_inOrder[0].clear();
     m_inOrder[1].clear();
-    m_folded.clear();
-    m_foldedDone.clear();
+    for (auto &texts : m_folded)
+        texts.clear();
+    for (auto &done : m_foldedDone)
+        done.clear();
     clearMemoization();
 }
 
@@ -248,8 +250,8 @@ const QString &CVSelection::foldedText(CVAttr attr, quint8 fold, const CVTrack &
         return m_scratch;
     }
     const int key = int(attr) * 4 + fold;
-    std::vector<QString> &texts = m_folded[key];
-    std::vector<bool> &done = m_foldedDone[key];
+    std::vector<QString> &texts = m_folded[std::size_t(key)];
+    std::vector<bool> &done = m_foldedDone[std::size_t(key)];
     if (texts.empty()) {
         texts.resize(m_all->tracks.size());
         done.resize(m_all->tracks.size());

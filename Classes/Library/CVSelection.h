@@ -106,7 +106,8 @@ private:
     // Kept for the whole load: the two sort orders as ranks, and folded texts per attribute.
     std::vector<int> m_ranks[2];
     std::vector<CVTrack *> m_inOrder[2];
-    QHash<int, std::vector<QString>> m_folded;
-    QHash<int, std::vector<bool>> m_foldedDone;
+    // By attribute and fold (attribute * 4 + fold): an index, as this is asked per track and clause.
+    std::vector<std::vector<QString>> m_folded = std::vector<std::vector<QString>>(kCVAttrCount * 4);
+    std::vector<std::vector<bool>> m_foldedDone = std::vector<std::vector<bool>>(kCVAttrCount * 4);
     QString m_scratch;
 };
