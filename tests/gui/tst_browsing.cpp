@@ -10,6 +10,7 @@
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
+#include "Library/CVFilter.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPredicateArchive.h"
 #include "Library/CVTrack.h"
@@ -49,14 +50,6 @@ void spanBeforeStart(CVWindowSession &session, const QString &predicate, const Q
 int rowOf(const CVBrowserColumnModel *model, const QString &text)
 {
     return int(model->browserList().rows.indexOf(text));
-}
-
-QStringList tracksOf(const CVTrackListModel *model, CVAttr attr)
-{
-    QStringList out;
-    for (int r = 0; r < model->rowCount(); ++r)
-        out.append(model->track(r)->text(attr));
-    return out;
 }
 
 } // namespace
@@ -316,16 +309,13 @@ void TestBrowsing::searchNarrowsEveryPaneAndShowsInThePath()
     QCOMPARE(session.app().libraryManager()->searchString(), u"ro"_s);
     const int narrowed = browser->trackModel()->rowCount();
     QVERIFY(narrowed > 0 && narrowed < allTracks);
-    for (const QString &name : tracksOf(browser->trackModel(), CVAttr::Name))
-        Q_UNUSED(name);
     for (int r = 0; r < narrowed; ++r) {
         const CVTrack *t = browser->trackModel()->track(r);
-        const QString text
-            = (t->text(CVAttr::Name) + t->text(CVAttr::Artist) + t->text(CVAttr::Album) + t->text(CVAttr::Genre))
-                  .toLower();
-        QVERIFY2(text.contains(u"ro"_s) || text.contains(u"r"_s), qPrintable(text));
+        const QString text = CVFilter::foldText(t->text(CVAttr::Name) + u'|' + t->text(CVAttr::Artist) + u'|'
+                + t->text(CVAttr::Album) + u'|' + t->text(CVAttr::Genre),
+            CVFilter::CaseFold | CVFilter::DiacriticFold);
+        QVERIFY2(text.contains(u"ro"_s), qPrintable(text));
     }
-    QVERIFY(browser->columnModel(0)->rowCount() <= 1 + 30);
     QVERIFY(w->locationsSummary->text() != locationsBefore);
     Q_UNUSED(playlistsBefore);
     QCOMPARE(w->filterPathBar->lineOneString(), u"Browsing Library"_s);
