@@ -282,6 +282,25 @@ private:
             }
         }
         flush();
+        // Without "?" a pattern is literal runs between stars, found by plain text search.
+        pattern.runsOnly = std::none_of(
+            pattern.pieces.cbegin(), pattern.pieces.cend(), [](const auto &p) { return p.first == Piece::AnyOne; });
+        if (pattern.runsOnly) {
+            pattern.anchoredStart = !pattern.pieces.empty() && pattern.pieces.front().first != Piece::AnyRun;
+            pattern.anchoredEnd = !pattern.pieces.empty() && pattern.pieces.back().first != Piece::AnyRun;
+            QString run;
+            for (const auto &[piece, c] : pattern.pieces) {
+                if (piece == Piece::AnyRun) {
+                    if (!run.isEmpty())
+                        pattern.runs.push_back(run);
+                    run.clear();
+                } else {
+                    run += c;
+                }
+            }
+            if (!run.isEmpty())
+                pattern.runs.push_back(run);
+        }
         return pattern;
     }
 
@@ -446,6 +465,40 @@ QString CVFilter::foldText(const QString &text, quint8 fold)
 
 bool CVFilter::likeMatch(const Pattern &pattern, QStringView text)
 {
+    if (pattern.runsOnly) {
+        const std::vector<QString> &runs = pattern.runs;
+        if (pattern.pieces.empty())
+            return text.isEmpty();
+        if (runs.empty())
+            return true; // stars only
+        std::size_t first = 0, last = runs.size();
+        qsizetype from = 0, end = text.size();
+        if (pattern.anchoredStart) {
+            if (!text.startsWith(runs.front()))
+                return false;
+            from = runs.front().size();
+            first = 1;
+        }
+        if (pattern.anchoredEnd) {
+            if (runs.size() == 1 && pattern.anchoredStart)
+                return text.size() == runs.front().size();
+            if (!text.endsWith(runs.back()))
+                return false;
+            end = text.size() - runs.back().size();
+            last = runs.size() - 1;
+            if (end < from)
+                return false;
+        }
+        // Leftmost first: each run found earliest leaves the most room for the rest.
+        const QStringView middle = text.left(end);
+        for (std::size_t r = first; r < last; ++r) {
+            const qsizetype at = middle.indexOf(runs[r], from);
+            if (at < 0)
+                return false;
+            from = at + runs[r].size();
+        }
+        return true;
+    }
     using Piece = Pattern::Piece;
     const auto &pat = pattern.pieces;
     const std::size_t m = pat.size();

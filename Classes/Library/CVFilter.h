@@ -36,6 +36,12 @@ public:
     struct Pattern {
         enum class Piece : quint8 { Literal, AnyRun, AnyOne };
         std::vector<std::pair<Piece, QChar>> pieces; // one character a literal piece, already folded
+        // Patterns without "?": the literal runs between the stars, and whether the text must
+        // begin or end with the first or last run.
+        bool runsOnly = false;
+        bool anchoredStart = false;
+        bool anchoredEnd = false;
+        std::vector<QString> runs;
     };
 
     struct Leaf {

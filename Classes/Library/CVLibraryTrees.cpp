@@ -108,6 +108,7 @@ int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
         const CVLocationNode &p = m_nodes[std::size_t(parent)];
         node.parentPath = p.path;
         node.lcParentPath = p.lcPath;
+        node.parentKey = p.key;
         appendLowered(node.lcPath, p.lcPath, QStringView(path).mid(p.path.size()));
     } else {
         node.parentPath = kLocations;

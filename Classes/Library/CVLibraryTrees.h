@@ -25,6 +25,7 @@ struct CVLocationNode {
     bool isFile = false;
     bool hasParent = false;
     int key = -1; // the lcPath's number, for merging and sorting without texts
+    int parentKey = -1; // the enclosing node's key; -1 for a top node, the root and the placeholder
 };
 
 // The location and playlist trees of the selected tracks: every track's path split once

@@ -60,14 +60,19 @@ void CVSelection::reset(std::vector<CVTrack *> allTracks)
     m_all = all;
     m_ranks[0].clear();
     m_ranks[1].clear();
-    m_folded.clear();
-    m_foldedDone.clear();
+    m_inOrder[0].clear();
+    m_inOrder[1].clear();
+    for (auto &texts : m_folded)
+        texts.clear();
+    for (auto &done : m_foldedDone)
+        done.clear();
     clearMemoization();
 }
 
 void CVSelection::clearMemoization()
 {
     ++m_generation;
+    m_lastSearch = {};
     m_selections.clear();
     m_stacks.clear();
     m_browserLists.clear();
@@ -227,6 +232,16 @@ bool CVSelection::trackMatches(const CVFilter &filter, const CVTrack &track)
     return filter.matches(get, folded);
 }
 
+void CVSelection::prepareSearch()
+{
+    // The fields a search can look at, folded as its LIKE[cd] clauses fold them.
+    constexpr quint8 fold = CVFilter::CaseFold | CVFilter::DiacriticFold;
+    for (const CVAttr attr : { CVAttr::Name, CVAttr::Album, CVAttr::Artist, CVAttr::Genre })
+        for (const CVTrack *t : m_all->tracks)
+            if (t->has(attr))
+                foldedText(attr, fold, *t, t->textRef(attr));
+}
+
 const QString &CVSelection::foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text)
 {
     // Searches fold the same texts at every keystroke: fold each once per load.
@@ -235,8 +250,8 @@ const QString &CVSelection::foldedText(CVAttr attr, quint8 fold, const CVTrack &
         return m_scratch;
     }
     const int key = int(attr) * 4 + fold;
-    std::vector<QString> &texts = m_folded[key];
-    std::vector<bool> &done = m_foldedDone[key];
+    std::vector<QString> &texts = m_folded[std::size_t(key)];
+    std::vector<bool> &done = m_foldedDone[std::size_t(key)];
     if (texts.empty()) {
         texts.resize(m_all->tracks.size());
         done.resize(m_all->tracks.size());
@@ -247,6 +262,18 @@ const QString &CVSelection::foldedText(CVAttr attr, quint8 fold, const CVTrack &
         done[i] = true;
     }
     return texts[i];
+}
+
+const std::vector<CVTrack *> &CVSelection::inOrder(Order order)
+{
+    std::vector<CVTrack *> &sorted = m_inOrder[order == Order::ArtistFirst ? 0 : 1];
+    if (sorted.size() == m_all->tracks.size())
+        return sorted;
+    const std::vector<int> &rank = ranks(order);
+    sorted.assign(m_all->tracks.size(), nullptr);
+    for (CVTrack *t : m_all->tracks)
+        sorted[std::size_t(rank[std::size_t(t->index())])] = t;
+    return sorted;
 }
 
 const std::vector<int> &CVSelection::ranks(Order order)
@@ -295,6 +322,17 @@ void CVSelection::sortTracks(std::vector<CVTrack *> &tracks, Order order)
         std::sort(tracks.begin(), tracks.end(), before);
 }
 
+QString CVSelection::predicateWithText(const QString &predicate, const QString &from, const QString &to)
+{
+    // The search predicate repeats the escaped text once per field; the same fields give the
+    // same predicate with the text replaced.
+    QString fromSafe = makeSafe(from), toSafe = makeSafe(to);
+    fromSafe.replace(u' ', u'*');
+    toSafe.replace(u' ', u'*');
+    QString out = predicate;
+    return out.replace(u"'*"_s + fromSafe + u"*'"_s, u"'*"_s + toSafe + u"*'"_s);
+}
+
 CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVTrackList &sourceOrNull)
 {
     const CVTrackList source = sourceOrNull ? sourceOrNull : m_all;
@@ -313,10 +351,29 @@ CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVT
         } else if (text == kEmpty) {
             sorted = true;
         } else {
+            // A search typed on from the last one (same fields, its text extended) matches a subset
+            // of what the last one matched: only those tracks need a look.
+            const bool isSearch = source == m_all && !m_searchString.isEmpty() && text == getSearchPredicate();
+            // From all tracks, walk them in the result's order: the result needs no sort.
+            const bool albumFirst = text.contains(u"( Compilation == 1 )"_s);
+            const std::vector<CVTrack *> *candidates
+                = source == m_all ? &inOrder(albumFirst ? Order::AlbumFirst : Order::ArtistFirst) : &source->tracks;
+            if (isSearch && m_lastSearch.tracks && !m_lastSearch.text.isEmpty()
+                && m_searchString.startsWith(m_lastSearch.text)
+                && predicateWithText(m_lastSearch.predicate, m_lastSearch.text, m_searchString) == text)
+                candidates = &m_lastSearch.tracks->tracks;
             const std::shared_ptr<const CVFilter> filter = CVFilter::compile(text);
-            for (CVTrack *t : source->tracks)
+            for (CVTrack *t : *candidates)
                 if (trackMatches(*filter, *t))
                     result.push_back(t);
+            if (isSearch) {
+                sortTracks(result, Order::ArtistFirst);
+                CVTrackList list = makeList(std::move(result));
+                m_lastSearch = { m_searchString, text, list };
+                if (generation == m_generation)
+                    m_selections[source->id].insert(key, list);
+                return list;
+            }
         }
     } else if (predicate.identifierField() == CVAttr::TrackID) {
         QHash<qint64, CVTrack *> byID;
@@ -367,6 +424,16 @@ CVBrowserList CVSelection::getBrowserListForField(
     const bool artist = field == u"Artist"_s;
     QMap<QString, QString> values; // sort value -> display value, in plain text order
     bool compilationSeen = false;
+    // Repeated texts of a load share their characters: a sort value met before is found by its
+    // address (with no text compared), and only a new one goes into the ordered map. The display
+    // value is kept per slot and put in at the end; the last track with a sort value gives it.
+    struct Slot {
+        QString sort;
+        QString display;
+    };
+    std::vector<Slot> slots;
+    QHash<std::pair<const QChar *, qsizetype>, int> byAddress;
+    QHash<QString, int> byText;
     for (const CVTrack *t : source->tracks) {
         const bool compilation = t->has(CVAttr::Compilation) && t->integer(CVAttr::Compilation) != 0;
         compilationSeen |= compilation;
@@ -380,9 +447,35 @@ CVBrowserList CVSelection::getBrowserListForField(
         }
         if (display == CVAttr::Count || !t->has(display))
             continue;
-        // The last track with a sort value gives its display value.
-        values.insert(sort == CVAttr::Count ? QString() : t->displayText(sort), t->displayText(display));
+        const bool storedSort = sort != CVAttr::Count && CVAttribute::type(sort) == CVAttrType::Text;
+        int slot = -1;
+        if (storedSort) {
+            const QString &value = t->textRef(sort);
+            const auto address = std::pair(value.constData(), value.size());
+            slot = byAddress.value(address, -1);
+            if (slot < 0) {
+                slot = byText.value(value, -1);
+                if (slot < 0) {
+                    slots.push_back({ value, QString() });
+                    slot = int(slots.size() - 1);
+                    byText.insert(value, slot);
+                }
+                byAddress.insert(address, slot);
+            }
+        } else {
+            const QString value = sort == CVAttr::Count ? QString() : t->displayText(sort);
+            slot = byText.value(value, -1);
+            if (slot < 0) {
+                slots.push_back({ value, QString() });
+                slot = int(slots.size() - 1);
+                byText.insert(value, slot);
+            }
+        }
+        slots[std::size_t(slot)].display
+            = CVAttribute::type(display) == CVAttrType::Text ? t->textRef(display) : t->displayText(display);
     }
+    for (const Slot &slot : slots)
+        values.insert(slot.sort, slot.display);
     const qsizetype n = values.size();
     const QString noun = field == u"DisplaySpanLocation"_s ? u"Span Location"_s : field;
     CVBrowserList list;

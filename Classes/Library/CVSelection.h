@@ -64,6 +64,9 @@ public:
     void setMemo(const QString &key, std::shared_ptr<const void> value, quint64 generation);
     quint64 generation() const { return m_generation; }
 
+    // Folds the texts a search looks at, once per load, so that the first search does not.
+    void prepareSearch();
+
     // Tests one track against a filter text (used for records the memo does not cover).
     bool trackMatches(const CVFilter &filter, const CVTrack &track);
 
@@ -71,8 +74,11 @@ private:
     enum class Order { ArtistFirst, AlbumFirst };
 
     CVTrackList makeList(std::vector<CVTrack *> tracks);
+    static QString predicateWithText(const QString &predicate, const QString &from, const QString &to);
     void sortTracks(std::vector<CVTrack *> &tracks, Order order);
     const std::vector<int> &ranks(Order order);
+    // All tracks in an order, for selections from all tracks that come out sorted.
+    const std::vector<CVTrack *> &inOrder(Order order);
     const QString &foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text);
 
     CVSettings *m_settings;
@@ -90,9 +96,18 @@ private:
     QHash<QString, QVariantMap> m_summaryLines;
     QHash<QString, std::shared_ptr<const void>> m_kindMemo;
 
+    // The last search's tracks: a search that extends its text can only narrow them.
+    struct LastSearch {
+        QString text;
+        QString predicate;
+        CVTrackList tracks;
+    } m_lastSearch;
+
     // Kept for the whole load: the two sort orders as ranks, and folded texts per attribute.
     std::vector<int> m_ranks[2];
-    QHash<int, std::vector<QString>> m_folded;
-    QHash<int, std::vector<bool>> m_foldedDone;
+    std::vector<CVTrack *> m_inOrder[2];
+    // By attribute and fold (attribute * 4 + fold): an index, as this is asked per track and clause.
+    std::vector<std::vector<QString>> m_folded = std::vector<std::vector<QString>>(kCVAttrCount * 4);
+    std::vector<std::vector<bool>> m_foldedDone = std::vector<std::vector<bool>>(kCVAttrCount * 4);
     QString m_scratch;
 };

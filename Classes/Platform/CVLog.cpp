@@ -19,11 +19,20 @@ std::function<void(const QString &)> &sink()
     return s;
 }
 
+QStringList &recent()
+{
+    static QStringList lines;
+    return lines;
+}
+
 } // namespace
 
 void CVLog::log(const QString &line)
 {
     QMutexLocker lock(&sinkMutex());
+    recent().append(line);
+    if (recent().size() > 50)
+        recent().removeFirst();
     if (sink()) {
         sink()(line);
         return;
@@ -42,4 +51,10 @@ void CVLog::setSink(std::function<void(const QString &)> s)
 {
     QMutexLocker lock(&sinkMutex());
     sink() = std::move(s);
+}
+
+QStringList CVLog::recentLines()
+{
+    QMutexLocker lock(&sinkMutex());
+    return recent();
 }

@@ -287,6 +287,33 @@ private Q_SLOTS:
                 u"DDDDDDDDDDDDDDDD"_s }));
     }
 
+    void searchTypedOnNarrowsTheLastResult()
+    {
+        // Typed a key at a time, including blanks, quotes and a field change, each result is
+        // exactly what a fresh search for the whole text finds.
+        m_library->setLibraryFilePath(kEdgeLibrary);
+        QCOMPARE(m_library->loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
+        const CVPredicate none = CVPredicate::fromText(u""_s);
+        const QStringList typed { u"e"_s, u"e "_s, u"e b"_s, u"o'"_s, u"o'b"_s, u"a*"_s, u"a*b"_s, u"e"_s };
+        for (qsizetype i = 0; i < typed.size(); ++i) {
+            if (i == 6)
+                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s });
+            m_library->setSearchString(typed[i]);
+            const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
+            CVLibraryManager fresh(m_settings.get());
+            fresh.setPanes(&m_panes);
+            fresh.setLibraryFilePath(kEdgeLibrary);
+            QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
+            fresh.setSearchString(typed[i]);
+            QCOMPARE(narrowed, ids(fresh.smartSelectPredicate(none)));
+        }
+        // Folding the search fields ahead changes no result.
+        const QStringList before = ids(m_library->smartSelectPredicate(none));
+        m_library->clearMemoization();
+        m_library->prepareSearch();
+        QCOMPARE(ids(m_library->smartSelectPredicate(none)), before);
+    }
+
 private:
     void load(const QByteArray &xml)
     {

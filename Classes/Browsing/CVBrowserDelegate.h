@@ -1,0 +1,142 @@
+#pragma once
+
+#include "Library/CVPredicate.h"
+#include "Library/CVSelection.h"
+#include "Library/CVTrackList.h"
+
+#include <QHash>
+#include <QObject>
+#include <QStringList>
+
+class CVBrowserColumnModel;
+class CVItemInformationDelegate;
+class CVLibraryManager;
+class CVLocationsDelegate;
+class CVMainWindow;
+class CVPlaylistsDelegate;
+class CVSettings;
+class CVTrack;
+class CVTrackListModel;
+class CVWindowDelegate;
+class QAction;
+class QListView;
+
+// The library browser (genre, artist and album columns above the track list), the span filter
+// and the media filter. Each column is filled from the column to its left; the track list shows
+// the tracks of the three selections and every other pane's filter; selections survive
+// refreshes as long as their value is still listed.
+class CVBrowserDelegate : public QObject {
+    Q_OBJECT
+
+public:
+    enum Column { GenreColumn = 0, ArtistColumn = 1, AlbumColumn = 2, TrackList = -1 };
+    static const QStringList &mediaNames();
+    static const QStringList &spanFilterNames();
+
+    CVBrowserDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent = nullptr);
+    ~CVBrowserDelegate() override;
+
+    void setParts(CVMainWindow *window, CVWindowDelegate *windowDelegate, CVPlaylistsDelegate *playlists,
+        CVLocationsDelegate *locations, CVItemInformationDelegate *information);
+
+    // Predicates of the stack.
+    CVPredicate getSpanFilterPredicate() const;
+    CVPredicate getMediaTypePredicate() const;
+    static QString getPredicateForSpanFilter(const QString &title)
+    {
+        return CVSelection::predicateForSpanFilter(title);
+    }
+
+    // Filters.
+    void setMediaFilter(const QString &text);
+    void setSpanFilter(const QString &text);
+    void setMediaFilterAction(int buttonIndex);
+    void setSpanFilterAction(QAction *item);
+    void refreshMediaFilters();
+    void refreshSpanFilters();
+    void refreshSpanFilterCounts(bool everyItem);
+    void addOrRemoveClickedMediaTypeFromQueue(const QString &title);
+    const QString &selectedMedia() const { return m_selectedMedia; }
+    const QString &selectedSpanFilter() const { return m_selectedSpanFilter; }
+
+    // The browser.
+    void refreshLibraryBrowser();
+    void updateDataSourceForLibraryBrowserColumn(int column);
+    CVBrowserList retrieveDataSourceForBrowserColumn(int column);
+    void setBrowserSelectionsForColumnAndUpdateTrackTable(int column);
+    void retrieveDataSourceForTrackTable();
+    void updateDataSourceForTrackTable();
+    void genreListAction();
+    void artistListAction();
+    void albumListAction();
+    void trackListAction();
+    void scrollTrackListToTop();
+    void refreshBrowserDependentText();
+    void adjustBrowserForNewSize();
+    bool shouldShowSpanLocationColumn() const { return m_showSpanLocationColumn; }
+    void setShouldShowSpanLocationColumn(bool show);
+    void clearAllForReload();
+
+    const CVTrackList &trackSource() const { return m_trackSource; }
+    const QString &selectedGenre() const { return m_selectedGenre; }
+    const QString &selectedArtist() const { return m_selectedArtist; }
+    const QString &selectedAlbum() const { return m_selectedAlbum; }
+    QListView *columnView(int column) const;
+    CVBrowserColumnModel *columnModel(int column) const { return m_columns[column]; }
+    CVTrackListModel *trackModel() const { return m_trackModel; }
+    int columnIndexForBrowserTable(const QObject *view) const;
+    // Selects a column's row as a click would (tests and keyboard).
+    void selectRow(int column, int row);
+
+    // Predicates of rows.
+    CVPredicate retrievePredicateForTrackTableRowIndexes(const QList<int> &rows) const;
+    CVPredicate retrievePredicateForRowBeingDragged(int row, int column);
+    QList<int> selectedTrackRows() const;
+
+    // Track actions, on the first selected track.
+    void trackListMenuAction(int tag, int clickedRow);
+    void playSelectionInITunes();
+    void revealSelectionInITunes();
+    void showSelectionInFinder();
+    const CVTrack *firstSelectedTrack() const;
+
+    // The track list's columns, kept across starts.
+    void setTableColumns(const QStringList &identifiers);
+    QStringList getVisibleColumns() const;
+    void saveTrackListColumns();
+    void restoreTrackListColumns();
+
+    // The context menus, titled for the clicked row; exposed for tests.
+    QString queueMenuTitle(int column, int clickedRow) const;
+    void showColumnMenu(int column, const QPoint &at);
+    void showTrackListMenu(const QPoint &at);
+
+private:
+    QString genreClause() const;
+    QString artistClause(const QString &key) const;
+    QString albumClause(const QString &key) const;
+    QString readSelectedKey(int column) const;
+    int selectedRow(int column) const;
+    void connectViews();
+    QString playlistNameForTrack(const CVTrack &track) const;
+
+    CVLibraryManager *m_library;
+    CVSettings *m_settings;
+    CVMainWindow *m_window = nullptr;
+    CVWindowDelegate *m_windowDelegate = nullptr;
+    CVPlaylistsDelegate *m_playlists = nullptr;
+    CVLocationsDelegate *m_locations = nullptr;
+    CVItemInformationDelegate *m_information = nullptr;
+
+    CVBrowserColumnModel *m_columns[3] = {};
+    CVTrackListModel *m_trackModel = nullptr;
+    CVTrackList m_trackSource;
+    QString m_selectedGenre = QStringLiteral(".");
+    QString m_selectedArtist = QStringLiteral(".");
+    QString m_selectedAlbum = QStringLiteral(".");
+    QString m_selectedMedia = QStringLiteral(".");
+    QString m_selectedSpanFilter = QStringLiteral("All Tracks");
+    QHash<int, QString> m_currentBrowserSelectionObjects;
+    bool m_showSpanLocationColumn = false;
+    bool m_cascading = false; // selection changes made by the cascade itself are not user actions
+};

@@ -1,0 +1,289 @@
+#include "Browsing/CVPlaylistsDelegate.h"
+
+#include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVPlaylistsModel.h"
+#include "CVWindowDelegate.h"
+#include "Library/CVLibraryManager.h"
+#include "Library/CVPlaylist.h"
+#include "MainWindow/CVLocationsDelegate.h"
+#include "MainWindow/CVMainWindow.h"
+#include "Platform/CVSettings.h"
+
+#include <QAction>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QMenu>
+#include <QSplitter>
+#include <QTreeView>
+
+using namespace Qt::StringLiterals;
+
+CVPlaylistsDelegate::CVPlaylistsDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent)
+    : QObject(parent)
+    , m_library(library)
+    , m_settings(settings)
+    , m_model(new CVPlaylistsModel(library, this))
+{
+    m_collapsedPlaylistFolders = m_settings->mapValue(u"CVCollapsedPlaylistFolders"_s);
+    m_settle.setSingleShot(true);
+    m_settle.setInterval(SelectionSettleMs);
+    connect(&m_settle, &QTimer::timeout, this, &CVPlaylistsDelegate::selectionSettled);
+}
+
+CVPlaylistsDelegate::~CVPlaylistsDelegate() = default;
+
+void CVPlaylistsDelegate::setParts(
+    CVMainWindow *window, CVWindowDelegate *windowDelegate, CVBrowserDelegate *browser, CVLocationsDelegate *locations)
+{
+    m_window = window;
+    m_windowDelegate = windowDelegate;
+    m_browser = browser;
+    m_locations = locations;
+    QTreeView *view = window->playlistsView;
+    view->setModel(m_model);
+    connect(
+        view->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CVPlaylistsDelegate::selectionChanged);
+    connect(view, &QAbstractItemView::clicked, this, [this] { playlistAction(); });
+    connect(view, &QTreeView::collapsed, this, [this](const QModelIndex &index) {
+        if (!m_saveCollapsedFolders)
+            return;
+        const QString key = m_model->isHeading(index) ? index.data(CVPlaylistsModel::GroupRole).toString()
+                                                      : index.data(CVPlaylistsModel::PersistentIDRole).toString();
+        m_collapsedPlaylistFolders.insert(key, u""_s);
+        saveCollapsed();
+    });
+    connect(view, &QTreeView::expanded, this, [this](const QModelIndex &index) {
+        if (!m_saveCollapsedFolders)
+            return;
+        const QString key = m_model->isHeading(index) ? index.data(CVPlaylistsModel::GroupRole).toString()
+                                                      : index.data(CVPlaylistsModel::PersistentIDRole).toString();
+        m_collapsedPlaylistFolders.remove(key);
+        saveCollapsed();
+    });
+    connect(view, &QWidget::customContextMenuRequested, this, &CVPlaylistsDelegate::showContextMenu);
+}
+
+QModelIndex CVPlaylistsDelegate::selectedIndex() const
+{
+    if (!m_window)
+        return {};
+    const QModelIndexList rows = m_window->playlistsView->selectionModel()->selectedRows();
+    return rows.isEmpty() ? QModelIndex() : rows.first();
+}
+
+CVPredicate CVPlaylistsDelegate::retrieveItemsPredicateForPlaylist(const QModelIndex &row) const
+{
+    const CVPlaylist *p = m_model->playlist(row);
+    return p ? p->tracksPredicate : CVPredicate::fromText(u""_s);
+}
+
+CVPredicate CVPlaylistsDelegate::getPlaylistPredicate() const
+{
+    return retrieveItemsPredicateForPlaylist(selectedIndex());
+}
+
+void CVPlaylistsDelegate::saveCollapsed()
+{
+    m_settings->setValue(u"CVCollapsedPlaylistFolders"_s, m_collapsedPlaylistFolders);
+}
+
+void CVPlaylistsDelegate::refreshPlaylists()
+{
+    if (!m_window)
+        return;
+    QTreeView *view = m_window->playlistsView;
+    const QModelIndex before = selectedIndex();
+    const bool hadSelection = before.isValid();
+    const QString persistentID = hadSelection ? before.data(CVPlaylistsModel::PersistentIDRole).toString() : QString();
+    m_saveCollapsedFolders = false;
+    m_model->reload();
+    view->expandAll();
+    for (auto it = m_collapsedPlaylistFolders.cbegin(); it != m_collapsedPlaylistFolders.cend(); ++it) {
+        // A key with a blank is a heading ("2 PLAYLISTS"); any other is a folder's persistent ID.
+        const QModelIndex index
+            = it.key().contains(u' ') ? m_model->indexForGroup(it.key()) : m_model->indexForPersistentID(it.key());
+        if (index.isValid() && view->isExpanded(index))
+            view->collapse(index);
+    }
+    // "0 NO PLAYLISTS" is no heading to open.
+    const QModelIndex none = m_model->indexForGroup(u"0 NO PLAYLISTS"_s);
+    if (none.isValid())
+        view->collapse(none);
+    QModelIndex again = hadSelection ? m_model->indexForPersistentID(persistentID) : QModelIndex();
+    if (again.isValid()) {
+        view->selectionModel()->setCurrentIndex(again, QItemSelectionModel::ClearAndSelect);
+        view->scrollTo(again);
+    } else {
+        view->scrollToTop();
+    }
+    m_saveCollapsedFolders = true;
+    // A playlist that is gone no longer narrows the window.
+    if (hadSelection && !again.isValid())
+        refreshItemsForPlaylists();
+    const QModelIndex now = selectedIndex();
+    m_selectedPersistentID = now.isValid() ? now.data(CVPlaylistsModel::PersistentIDRole).toString() : QString();
+    m_selectedPlaylist = now.isValid() ? now.data(Qt::DisplayRole).toString() : QString();
+    m_window->playlistsSummary->setText(summary());
+    updateToggleTitles();
+}
+
+QString CVPlaylistsDelegate::summary() const
+{
+    const int playlists = m_model->playlistCount();
+    const int folders = m_model->folderCount();
+    if (playlists == 0)
+        return {};
+    const QString folderPart
+        = folders > 0 ? u"%1 playlist folder%2, "_s.arg(folders).arg(folders == 1 ? u""_s : u"s"_s) : QString();
+    return u"%1%2 playlist%3"_s.arg(folderPart).arg(playlists).arg(playlists == 1 ? u""_s : u"s"_s);
+}
+
+void CVPlaylistsDelegate::selectionChanged()
+{
+    if (!m_saveCollapsedFolders)
+        return;
+    if (!m_locations || !m_locations->isRefreshingPlaylists())
+        refreshItemsForPlaylists();
+    m_justChanged = true;
+    m_settle.start();
+}
+
+void CVPlaylistsDelegate::refreshItemsForPlaylists()
+{
+    const QModelIndex now = selectedIndex();
+    m_selectedPlaylist = now.isValid() ? now.data(Qt::DisplayRole).toString() : QString();
+    const QString persistentID = now.isValid() ? now.data(CVPlaylistsModel::PersistentIDRole).toString() : QString();
+    if (persistentID != m_selectedPersistentID) {
+        m_selectedPersistentID = persistentID;
+        updateToggleTitles();
+        if (m_browser) {
+            m_browser->refreshLibraryBrowser();
+            m_browser->scrollTrackListToTop();
+            m_browser->refreshMediaFilters();
+            m_browser->refreshSpanFilters();
+        }
+        if (m_locations) {
+            m_playlistsRefreshingLocations = true;
+            m_locations->refreshLocations();
+            m_playlistsRefreshingLocations = false;
+        }
+        if (m_windowDelegate)
+            m_windowDelegate->refreshFilterPathBar();
+    }
+}
+
+void CVPlaylistsDelegate::playlistAction()
+{
+    // A click on the row selected before (and not just now) lets the playlist go.
+    if (!m_window || !m_window->playlistsView->hasFocus() || m_justChanged)
+        return;
+    const QModelIndex now = selectedIndex();
+    if (now.isValid() && now.data(CVPlaylistsModel::PersistentIDRole).toString() == m_selectedPersistentID)
+        doDeselectAll();
+}
+
+void CVPlaylistsDelegate::doDeselectAll()
+{
+    if (!m_window)
+        return;
+    m_window->playlistsView->selectionModel()->clearSelection();
+    m_window->playlistsView->selectionModel()->setCurrentIndex({}, QItemSelectionModel::NoUpdate);
+}
+
+void CVPlaylistsDelegate::updateToggleTitles()
+{
+    if (!m_window)
+        return;
+    const QString title = toggleTitle();
+    if (QAction *a = m_window->action(u"togglePlaylists"_s))
+        a->setText(title);
+}
+
+QString CVPlaylistsDelegate::toggleTitle() const
+{
+    if (m_settings->boolValue(u"CVPlaylistsAreHidden"_s))
+        return u"Show Playlists"_s;
+    return selectedIndex().isValid() ? u"Deselect All Playlists"_s : u"Hide Playlists"_s;
+}
+
+void CVPlaylistsDelegate::togglePlaylists(bool fromInterface)
+{
+    if (!m_window || (fromInterface && m_windowDelegate && !m_windowDelegate->mainViewIsVisible()))
+        return;
+    // With a selection, the menu item first lets it go.
+    if (fromInterface && !m_settings->boolValue(u"CVPlaylistsAreHidden"_s) && selectedIndex().isValid()) {
+        doDeselectAll();
+        return;
+    }
+    QSplitter *splitter = m_window->mainSplitter;
+    QList<int> sizes = splitter->sizes();
+    if (m_settings->boolValue(u"CVPlaylistsAreHidden"_s)) {
+        const int width = int(m_settings->realValue(u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s));
+        if (width == 0)
+            return;
+        m_window->playlistsPane->show();
+        sizes[1] = qMax(100, sizes[1] - width);
+        sizes[0] = width;
+        splitter->setSizes(sizes);
+        m_settings->setValue(u"CVPlaylistsAreHidden"_s, false);
+    } else {
+        if (sizes[0] > 0)
+            m_settings->setValue(u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s, double(sizes[0]));
+        m_window->playlistsPane->hide();
+        m_settings->setValue(u"CVPlaylistsAreHidden"_s, true);
+    }
+    doDeselectAll();
+    updateToggleTitles();
+}
+
+void CVPlaylistsDelegate::clearAllForReload()
+{
+    m_saveCollapsedFolders = false;
+    m_model->clear();
+    m_saveCollapsedFolders = true;
+    m_selectedPlaylist.clear();
+    m_selectedPersistentID.clear();
+}
+
+void CVPlaylistsDelegate::initializePlaylistTable()
+{
+    if (m_window)
+        m_window->playlistsPane->setVisible(!m_settings->boolValue(u"CVPlaylistsAreHidden"_s));
+    refreshPlaylists();
+}
+
+QString CVPlaylistsDelegate::queueMenuTitle(const QModelIndex &clicked) const
+{
+    const CVPlaylist *p = m_model->playlist(clicked);
+    if (!p || m_library->smartSelectPredicate(p->tracksPredicate)->tracks.empty())
+        return {};
+    const bool browsing = m_windowDelegate && m_windowDelegate->isBrowsingSpanningQueue();
+    return u"%1 Playlist %2 Spanning Queue…"_s.arg(browsing ? u"Remove"_s : u"Add"_s, browsing ? u"from"_s : u"to"_s);
+}
+
+void CVPlaylistsDelegate::addOrRemoveClickedRowsFromQueue(const QModelIndex &clicked)
+{
+    if (clicked.isValid())
+        m_window->playlistsView->selectionModel()->setCurrentIndex(clicked, QItemSelectionModel::ClearAndSelect);
+    m_window->playlistsView->setFocus();
+    if (m_windowDelegate)
+        m_windowDelegate->addOrRemoveSelectionFromQueue();
+}
+
+void CVPlaylistsDelegate::showContextMenu(const QPoint &at)
+{
+    QTreeView *view = m_window->playlistsView;
+    const QModelIndex clicked = view->indexAt(at);
+    QMenu menu;
+    const QString title = queueMenuTitle(clicked);
+    QAction *queue = menu.addAction(title);
+    QAction *separator = menu.addSeparator();
+    queue->setVisible(!title.isEmpty());
+    separator->setVisible(!title.isEmpty());
+    QAction *toggle = menu.addAction(toggleTitle());
+    QAction *chosen = menu.exec(view->viewport()->mapToGlobal(at));
+    if (chosen == queue)
+        addOrRemoveClickedRowsFromQueue(clicked);
+    else if (chosen == toggle)
+        togglePlaylists();
+}

@@ -1,0 +1,554 @@
+#include "CVApplicationDelegate.h"
+
+#include "Browsing/CVBrowserDelegate.h"
+#include "CVWindowDelegate.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Engine/CVPlayerLink.h"
+#include "Library/CVLibraryManager.h"
+#include "Library/CVPredicateArchive.h"
+#include "Library/CVSpanHistory.h"
+#include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSheetPresenter.h"
+#include "Platform/CVBugReport.h"
+#include "Platform/CVFileManagerLink.h"
+#include "Platform/CVInstanceLock.h"
+#include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
+#include "Views/CVIcons.h"
+#include "Views/CVLoadingView.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QScreen>
+#include <QThread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+} // namespace
+
+CVApplicationDelegate::CVApplicationDelegate(Options options, QObject *parent)
+    : QObject(parent)
+    , m_options(std::move(options))
+{
+    m_quitHandler = [] { QCoreApplication::exit(0); };
+}
+
+CVApplicationDelegate::~CVApplicationDelegate()
+{
+    // A load or run still going is waited for: both hold pointers into what goes next.
+    for (QThread *thread : { m_loadThread.data(), m_runThread.data() }) {
+        if (!thread)
+            continue;
+        while (!thread->wait(20))
+            QCoreApplication::processEvents();
+    }
+    m_windowDelegate.reset();
+}
+
+CVFileManagerLink *CVApplicationDelegate::fileManager() const
+{
+    return CVFileManagerLink::shared();
+}
+
+void CVApplicationDelegate::onMainThread(const std::function<void()> &work)
+{
+    if (QThread::currentThread() == thread())
+        work();
+    else
+        QMetaObject::invokeMethod(this, work, Qt::BlockingQueuedConnection);
+}
+
+// ---- Start -------------------------------------------------------------------------------
+
+void CVApplicationDelegate::awakeFromNib()
+{
+    m_settings = std::make_unique<CVSettings>();
+    m_settings->registerStandardDefaults();
+    m_settings->applyLaunchRepairs();
+    m_presenter = std::make_unique<CVSheetPresenter>();
+    m_presenter->setAnswering(m_options.answerDialogs);
+
+    m_instanceLock = std::make_unique<CVInstanceLock>();
+    if (!m_instanceLock->tryLock()) {
+        m_instanceRefused = true;
+        CVLog::log(u"Only one instance of Corvana can run at a time..."_s);
+        terminate();
+        return;
+    }
+
+    m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+    m_library->setPresenter(m_presenter.get());
+    m_library->setHost(this);
+    if (!m_options.libraryFile.isEmpty())
+        m_library->setLibraryFilePath(m_options.libraryFile);
+    m_history = std::make_unique<CVSpanHistory>(m_presenter.get());
+    m_history->setLibraryPersistentID([this] { return m_library->iTunesPersistentID(); });
+    m_library->setSpanHistory(m_history.get());
+    m_windowDelegate = std::make_unique<CVWindowDelegate>(this, m_settings.get(), m_library.get(), m_presenter.get());
+
+    // A run that ended normally put the window back to its full size.
+    m_crashedLastRun = m_settings->boolValue(u"CVDidCrashLastRun"_s) || crashedByWindowFrame();
+    m_crashedWhileSpanningLastRun = m_crashedLastRun && m_settings->boolValue(u"CVIsSpanning"_s);
+    m_recoverFromCrashNextLaunch = false;
+    m_quitNowWithoutSaving = false;
+    m_settings->setValue(u"CVIsSpanning"_s, bool(m_crashedWhileSpanningLastRun));
+    m_settings->setValue(u"CVDidCrashLastRun"_s, true);
+    m_settings->synchronize();
+
+    CVLoadingView *loading = m_windowDelegate->corvanaWindow()->loadingView;
+    connect(m_presenter.get(), &CVSheetPresenter::statusTextChanged, loading, &CVLoadingView::setStatusText);
+    connect(m_presenter.get(), &CVSheetPresenter::progressChanged, loading, &CVLoadingView::setProgress);
+    connect(m_presenter.get(), &CVSheetPresenter::progressIndeterminateChanged, loading,
+        &CVLoadingView::setProgressIndeterminate);
+    m_windowDelegate->saveInitialSizeAndResizeWindowForLoading();
+    loading->setProgressIndeterminate(true);
+    m_loadingCorvana = true;
+    m_allowResize = false;
+    m_liveRefreshPrefs = false;
+    m_waitingToQuit = false;
+
+    connect(m_settings.get(), &CVSettings::valueChanged, this, &CVApplicationDelegate::observeSettings);
+
+    // The player and the file manager.
+    const QString libraryFile = m_options.libraryFile.isEmpty() ? CVLibraryManager::chooseLibraryFile(QDir::homePath())
+                                                                : m_options.libraryFile;
+    m_playerLink = CVPlayerLink::choose(libraryFile, fileManager());
+    m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), fileManager(), m_presenter.get());
+    m_spanner->setHost(this);
+    m_spanner->setLibrary(m_library.get());
+    m_spanner->setSettings(m_settings.get());
+    m_library->setRunState(m_spanner.get());
+    if (m_crashedWhileSpanningLastRun)
+        m_spanner->loadPreviouslySpannedTracks();
+}
+
+bool CVApplicationDelegate::crashedByWindowFrame() const
+{
+    const std::optional<QRect> frame = m_windowDelegate->frameFromLastRun();
+    if (!frame)
+        return false;
+    const QScreen *screen = QGuiApplication::screenAt(frame->center());
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    const int visibleHeight = screen ? screen->availableGeometry().height() : frame->height();
+    return frame->height() > visibleHeight || frame->height() < CVMainWindow::MinimumMainSize.height()
+        || frame->width() < CVMainWindow::MinimumMainSize.width();
+}
+
+void CVApplicationDelegate::applicationDidFinishLaunching()
+{
+    if (m_hasQuit || !m_windowDelegate)
+        return;
+    CVMainWindow *window = m_windowDelegate->corvanaWindow();
+    window->show();
+    if (!window->isActiveWindow())
+        m_windowDelegate->windowDidResignMain();
+    loadCorvanaAndDisplayMainView();
+}
+
+void CVApplicationDelegate::loadCorvanaAndDisplayMainView()
+{
+    if (m_loadThread || m_hasQuit)
+        return;
+    if (QThread::currentThread() != thread()) {
+        // After a run the engine asks from its worker.
+        QMetaObject::invokeMethod(
+            this, [this] { loadCorvanaAndDisplayMainView(); }, Qt::QueuedConnection);
+        return;
+    }
+    m_loadingCorvana = true;
+    m_liveRefreshPrefs = false;
+    m_loadThread = QThread::create([this] { runLoadSequence(); });
+    connect(m_loadThread, &QThread::finished, m_loadThread, &QObject::deleteLater);
+    m_loadThread->start();
+}
+
+void CVApplicationDelegate::runLoadSequence()
+{
+    CVWindowDelegate *window = m_windowDelegate.get();
+    m_presenter->setProgressIndeterminate(true);
+    m_liveRefreshPrefs = false;
+    m_loadingCorvana = true;
+
+    // The helper first: nothing runs without it.
+    InstallResult installed = InstallResult::UpToDate;
+    onMainThread([&] { installed = installOrUpdateCorvanaHelper(); });
+    if (installed == InstallResult::QuitWithoutSaving) {
+        m_quitNowWithoutSaving = true;
+        onMainThread([this] {
+            m_loadingCorvana = false;
+            terminate();
+        });
+        return;
+    }
+
+    onMainThread([&] { window->clearAllForReload(); });
+    m_library->clearMemoization();
+
+    const CVLibraryManager::LoadResult read = m_library->loadiTunesXMLDatabase();
+    if (read != CVLibraryManager::LoadResult::Loaded) {
+        // The user gave up on a missing library, or it could not be read (the error was shown).
+        m_quitNowWithoutSaving = true;
+        onMainThread([this] {
+            m_loadingCorvana = false;
+            terminate();
+            Q_EMIT loadFinished();
+        });
+        return;
+    }
+    if (m_playerLink && m_library->libraryFilePath() != m_options.libraryFile && m_options.libraryFile.isEmpty()) {
+        // The library file showed up only now: the player link follows it.
+        onMainThread([this] {
+            if (!m_spanner->isSpanningOrRestoringTracks()) {
+                m_playerLink = CVPlayerLink::choose(m_library->libraryFilePath(), fileManager());
+                m_spanner->setPlayerLink(m_playerLink.get());
+            }
+        });
+    }
+
+    m_presenter->setProgressIndeterminate(true);
+    // Browsing the queue ends with a load: the queue is refilled below.
+    onMainThread([&] {
+        if (window->isBrowsingSpanningQueue())
+            window->browseSpanningQueue(false);
+    });
+    m_history->managedObjectContext(u"Span"_s);
+    m_library->joinSpanHistory();
+
+    // Two cores: the main thread works out the first lists while this one builds the location
+    // table. From here on the selections are the main thread's alone (the next wait is behind it).
+    QMetaObject::invokeMethod(
+        this, [window] { window->warmSelections(); }, Qt::QueuedConnection);
+    m_library->compileAllKeyedLocationInformation();
+    m_presenter->setProgressIndeterminate(true);
+
+    bool dependent = false;
+    onMainThread(
+        [&] { dependent = !m_library->selectPredicate(CVPredicate::fromText(u"( SymSpan == 1 )"_s))->tracks.empty(); });
+    if (dependent)
+        m_presenter->setStatusText(u"Relaunching Corvana Helper"_s);
+    onMainThread([this] { tellCorvanaHelperToQuit(); });
+
+    m_liveRefreshPrefs = true;
+    if (!(m_settings->boolValue(u"CVAutosaveSpanLocation"_s)
+            && !m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s)))
+        onMainThread([&] {
+            if (window->restoreMode() && !window->manualCorvanaReload())
+                window->doSetSpanMode();
+        });
+    onMainThread([this] { launchCorvanaHelper(); });
+
+    if (!m_waitingToQuit) {
+        onMainThread([&] {
+            if (m_crashedWhileSpanningLastRun && !m_settings->boolValue(u"CVFirstRun"_s)) {
+                CVPredicate interrupted
+                    = CVPredicate::forPersistentIDs(m_settings->mapValue(u"CVLastTracksSpanned"_s).keys());
+                interrupted.setIsSavedQueue(true);
+                window->performDrop(interrupted);
+            }
+            if (!m_crashedWhileSpanningLastRun && m_settings->contains(u"CVSavedSpanningQueue"_s)) {
+                const std::optional<CVPredicate> saved
+                    = CVPredicateArchive::unarchive(m_settings->dataValue(u"CVSavedSpanningQueue"_s));
+                if (saved && saved->kind() == CVPredicate::Kind::Dictionary) {
+                    CVPredicate queue = CVPredicate::forPersistentIDs(saved->persistentIDs());
+                    queue.setCacheKey(saved->cacheKey());
+                    queue.setIsSavedQueue(true);
+                    window->performDrop(queue);
+                } else {
+                    m_settings->remove(u"CVSavedSpanningQueue"_s);
+                }
+            }
+        });
+        m_presenter->setStatusText(u"Preparing Corvana Interface"_s);
+        onMainThread([&] { window->prepareContentAfterLoad(); });
+        m_presenter->setProgress(1, 1);
+        QThread::msleep(ulong(qMax(0, m_options.mainViewDelayMs)));
+        onMainThread([&] {
+            window->corvanaWindow()->raise();
+            window->corvanaWindow()->activateWindow();
+            window->displayMainViewAfterLoad();
+        });
+    }
+
+    m_presenter->setProgress(1, 0);
+    m_presenter->setStatusText(u"Preparing to Load iTunes Library Database"_s);
+    onMainThread([this] {
+        m_loadingCorvana = false;
+        m_crashedLastRun = false;
+        if (m_terminateReplyPending)
+            replyToApplicationShouldTerminate(false);
+        Q_EMIT loadFinished();
+        if (m_waitingToQuit)
+            terminate();
+    });
+}
+
+// ---- Settings observed -------------------------------------------------------------------
+
+void CVApplicationDelegate::observeSettings(const QString &key)
+{
+    CVWindowDelegate *window = m_windowDelegate.get();
+    if (!window)
+        return;
+    if (key == u"CVColumnBrowserOnTop"_s) {
+        window->browserDelegate()->adjustBrowserForNewSize();
+        return;
+    }
+    if (!m_liveRefreshPrefs)
+        return;
+    if (key == u"CVSearchFields"_s) {
+        window->doFilterSourcesWithSearch(std::nullopt);
+    } else if (key == u"CVGroupCompilationsInBrowser"_s || key == u"CVUseAlbumArtistsInBrowser"_s) {
+        window->browserDelegate()->refreshLibraryBrowser();
+    } else if (key == u"CVAutosaveSpanningQueue"_s) {
+        if (m_settings->boolValue(key))
+            window->saveSpanningQueue();
+        else
+            m_settings->remove(u"CVSavedSpanningQueue"_s);
+        m_settings->synchronize();
+    } else if (key == u"CVAutosaveSpanLocation"_s) {
+        if (m_settings->boolValue(key))
+            m_settings->setValue(
+                u"CVSavedSpanLocation"_s, window->restoreMode() ? u"CVRestoreMode"_s : window->spanLocation());
+        else
+            m_settings->remove(u"CVSavedSpanLocation"_s);
+        m_settings->synchronize();
+    }
+}
+
+// ---- Quit --------------------------------------------------------------------------------
+
+bool CVApplicationDelegate::shouldQuitNowWithoutSaving() const
+{
+    return m_quitNowWithoutSaving || m_instanceRefused;
+}
+
+void CVApplicationDelegate::terminate()
+{
+    if (m_hasQuit)
+        return;
+    switch (applicationShouldTerminate()) {
+    case TerminateReply::TerminateNow:
+        performQuit(!shouldQuitNowWithoutSaving());
+        break;
+    case TerminateReply::TerminateLater:
+        m_terminateReplyPending = true;
+        break;
+    case TerminateReply::TerminateCancel:
+        break;
+    }
+}
+
+void CVApplicationDelegate::replyToApplicationShouldTerminate(bool shouldTerminate)
+{
+    m_terminateReplyPending = false;
+    if (shouldTerminate)
+        performQuit(!shouldQuitNowWithoutSaving());
+}
+
+CVApplicationDelegate::TerminateReply CVApplicationDelegate::applicationShouldTerminate()
+{
+    CVWindowDelegate *window = m_windowDelegate.get();
+    // 1. During the first load the load thread is never interrupted.
+    if (window && window->firstLoad() && m_loadingCorvana && !m_quitNowWithoutSaving) {
+        if (m_crashedWhileSpanningLastRun)
+            return TerminateReply::TerminateCancel;
+        m_waitingToQuit = true;
+        window->corvanaWindow()->setWindowIcon(CVIcons::quitBadgedApplicationIcon());
+        return TerminateReply::TerminateLater;
+    }
+    // 2. A run is never cut in half.
+    if (m_spanner && m_spanner->isSpanningOrRestoringTracks()) {
+        m_spanner->setPauseSpan(true);
+        const bool restore = window && window->restoreMode();
+        CVAlert alert;
+        alert.title = u"Cannot quit while %1…"_s.arg(restore ? u"restoring"_s : u"spanning"_s);
+        alert.defaultButton = u"Resume %1"_s.arg(restore ? u"Restoring"_s : u"Spanning"_s);
+        alert.alternateButton = u"Skip the rest…"_s;
+        alert.text = u"Quitting now would result in Corvana and/or iTunes not knowing the actual locations of the "
+                     "files.\n\nTo complete the %1 faster, you can skip the rest, but not reverse what has already "
+                     "been done.\n\nTo reverse what has already been done, you must do it through Corvana once the %1 "
+                     "is complete."_s.arg(restore ? u"restore"_s : u"span"_s);
+        m_presenter->beginSheet(alert, [this](int returnCode) { didEndQuitAlertSheet(returnCode); });
+        return TerminateReply::TerminateCancel;
+    }
+    // 3. An unrecovered crash during a run.
+    if (m_crashedWhileSpanningLastRun && !m_recoverFromCrashNextLaunch && !shouldQuitNowWithoutSaving()) {
+        CVAlert alert;
+        alert.title = u"It is not recommended to quit without recovering from the last crash."_s;
+        alert.defaultButton = u"Don't Quit"_s;
+        alert.alternateButton = u"Quit & Recover Next Launch"_s;
+        alert.otherButton = u"Quit & Don't Recover"_s;
+        alert.text = u"To allow Corvana to recover from the crash and ensure that all of your tracks will be available "
+                     "in iTunes just respan or re-restore your selected tracks."_s;
+        m_presenter->beginSheet(
+            alert, [this](int returnCode) { didEndQuitAfterCrashWhileSpanningAlertSheet(returnCode); });
+        return TerminateReply::TerminateCancel;
+    }
+    // 4. Nothing is saved and no flag changes.
+    if (shouldQuitNowWithoutSaving()) {
+        CVLog::log(u"QUITTING WITHOUT SAVING!"_s);
+        return TerminateReply::TerminateNow;
+    }
+    // 5. A normal quit.
+    QFile::remove(CVSpanHistory::applicationSupportFolder() + u"/iTunesLibrary-Temporary.cvcddb"_s);
+    if (m_history && m_history->spanManagedObjectContext() && m_history->spanManagedObjectContext()->hasChanges()
+        && !m_history->saveAction()) {
+        CVAlert alert;
+        alert.text = u"Could not save changes while quitting. Quit anyway?"_s;
+        alert.defaultButton = u"Quit anyway"_s;
+        alert.alternateButton = u"Cancel"_s;
+        if (m_presenter->runAlertPanel(alert) == CVPresenter::AlternateReturn)
+            return TerminateReply::TerminateCancel;
+    }
+    launchCorvanaHelper();
+    if (!m_crashedWhileSpanningLastRun)
+        m_settings->setValue(u"CVDidCrashLastRun"_s, false);
+    if (window && !window->mainViewIsVisible()) {
+        window->corvanaWindow()->hide();
+        window->displayMainViewBeforeQuit();
+    }
+    CVLog::log(u"Quitting on my own terms..."_s);
+    return TerminateReply::TerminateNow;
+}
+
+void CVApplicationDelegate::didEndQuitAlertSheet(int returnCode)
+{
+    if (!m_spanner)
+        return;
+    if (returnCode == CVPresenter::DefaultReturn)
+        m_spanner->setPauseSpan(false);
+    else
+        m_spanner->skipTheRestAction();
+}
+
+void CVApplicationDelegate::didEndQuitAfterCrashWhileSpanningAlertSheet(int returnCode)
+{
+    if (returnCode == CVPresenter::DefaultReturn)
+        return;
+    if (returnCode == CVPresenter::AlternateReturn) {
+        m_recoverFromCrashNextLaunch = true;
+    } else {
+        m_settings->setValue(u"CVIsSpanning"_s, false);
+        m_crashedWhileSpanningLastRun = false;
+    }
+    terminate();
+}
+
+void CVApplicationDelegate::performQuit(bool save)
+{
+    m_hasQuit = true;
+    if (save && m_windowDelegate) {
+        m_windowDelegate->browserDelegate()->saveTrackListColumns();
+        m_windowDelegate->saveWindowFrame();
+    }
+    if (m_settings && (save || !m_instanceRefused))
+        m_settings->synchronize();
+    if (m_windowDelegate)
+        m_windowDelegate->corvanaWindow()->hide();
+    Q_EMIT quitting();
+    if (m_quitHandler)
+        m_quitHandler();
+}
+
+// ---- The helper --------------------------------------------------------------------------
+
+CVApplicationDelegate::InstallResult CVApplicationDelegate::installOrUpdateCorvanaHelper()
+{
+    CVPresenter *presenter = m_presenter.get();
+    const InstallResult result = m_helper.installOrUpdateCorvanaHelper(
+        presenter, [presenter](const QString &status) { presenter->setStatusText(status); });
+    if (result == InstallResult::QuitWithoutSaving && m_helper.reportBugRequested())
+        reportBugAction();
+    return result;
+}
+
+bool CVApplicationDelegate::isCorvanaHelperRunning()
+{
+    return m_helper.isCorvanaHelperRunning();
+}
+
+void CVApplicationDelegate::reportBugAction()
+{
+    if (!CVBugReport::open())
+        m_presenter->presentError(u"No mail program could be opened."_s,
+            u"Please write to %1 about what happened.\n\n%2"_s.arg(CVBugReport::address(), CVBugReport::body()));
+}
+
+void CVApplicationDelegate::tellCorvanaHelperToQuit()
+{
+    m_helper.tellCorvanaHelperToQuit();
+}
+
+void CVApplicationDelegate::launchCorvanaHelper()
+{
+    m_helper.launchCorvanaHelper();
+}
+
+// ---- The engine's host -------------------------------------------------------------------
+
+void CVApplicationDelegate::startSpanRun(const QList<CVTrack *> &tracks)
+{
+    if (m_runThread || !m_spanner)
+        return;
+    m_runThread = QThread::create([this, tracks] { m_spanner->spanTracks(tracks); });
+    connect(m_runThread, &QThread::finished, m_runThread, &QObject::deleteLater);
+    m_runThread->start();
+}
+
+bool CVApplicationDelegate::restoreMode() const
+{
+    return m_windowDelegate && m_windowDelegate->restoreMode();
+}
+
+QString CVApplicationDelegate::spanLocation() const
+{
+    return m_windowDelegate ? m_windowDelegate->spanLocation() : QString();
+}
+
+void CVApplicationDelegate::showView(View view)
+{
+    if (!m_windowDelegate)
+        return;
+    if (view == View::Loading)
+        m_windowDelegate->corvanaWindow()->showLoadingView();
+    else
+        m_windowDelegate->corvanaWindow()->showMainView();
+}
+
+void CVApplicationDelegate::telliTunesToQuit()
+{
+    if (m_playerLink)
+        m_playerLink->quit();
+}
+
+void CVApplicationDelegate::doSetSpanMode()
+{
+    if (m_windowDelegate)
+        m_windowDelegate->doSetSpanMode();
+}
+
+void CVApplicationDelegate::clearSpanLocation()
+{
+    if (m_windowDelegate)
+        m_windowDelegate->clearSpanLocation();
+}
+
+bool CVApplicationDelegate::saveAction()
+{
+    return m_history && m_history->saveAction();
+}
+
+void CVApplicationDelegate::quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling()
+{
+    if (m_spanner)
+        m_spanner->quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
+}

@@ -1,0 +1,445 @@
+#include "CVWindowDelegate.h"
+
+#include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVItemInformationDelegate.h"
+#include "Browsing/CVPlaylistsDelegate.h"
+#include "CVApplicationDelegate.h"
+#include "Library/CVLibraryManager.h"
+#include "MainWindow/CVLocationsDelegate.h"
+#include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSheetPresenter.h"
+#include "Platform/CVSettings.h"
+#include "Views/CVFilterPathBar.h"
+#include "Views/CVFilterPathPopover.h"
+#include "Views/CVLoadingView.h"
+#include "Views/CVMediaFilterBar.h"
+#include "Views/CVSpanLocationView.h"
+#include "Views/CVSpanQueueDropZone.h"
+
+#include <QAbstractItemView>
+#include <QAction>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QScreen>
+#include <QSplitter>
+#include <QSysInfo>
+#include <QToolButton>
+#include <QUrl>
+#include <QUrlQuery>
+
+using namespace Qt::StringLiterals;
+
+CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *settings, CVLibraryManager *library,
+    CVSheetPresenter *presenter, QObject *parent)
+    : QObject(parent)
+    , m_app(app)
+    , m_settings(settings)
+    , m_library(library)
+    , m_presenter(presenter)
+    , m_window(new CVMainWindow)
+    , m_browser(new CVBrowserDelegate(library, settings, this))
+    , m_playlists(new CVPlaylistsDelegate(library, settings, this))
+    , m_locations(new CVLocationsDelegate(library, settings, this))
+    , m_information(new CVItemInformationDelegate(settings, m_window, this))
+{
+    m_presenter->setWindow(m_window);
+    m_library->setPanes(this);
+    m_browser->setParts(m_window, this, m_playlists, m_locations, m_information);
+    m_playlists->setParts(m_window, this, m_browser, m_locations);
+    m_locations->setParts(m_window, this, m_browser, m_playlists);
+    m_recentSearchesWrite.setSingleShot(true);
+    m_recentSearchesWrite.setInterval(2000);
+    wireViews();
+    wireMenus();
+    m_window->setBrowserOnTop(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
+    restoreSplitterSizes();
+    m_browser->refreshSpanFilters();
+    m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);
+    reloadSpanLocatonInformation();
+}
+
+CVWindowDelegate::~CVWindowDelegate()
+{
+    m_library->setPanes(nullptr);
+    delete m_window;
+}
+
+CVPlayerLink *CVWindowDelegate::playerLink() const
+{
+    return m_app->playerLink();
+}
+
+CVFileManagerLink *CVWindowDelegate::fileManager() const
+{
+    return m_app->fileManager();
+}
+
+// ---- The panes' predicates ---------------------------------------------------------------
+
+CVPredicate CVWindowDelegate::getSpanFilterPredicate() const
+{
+    return m_browser->getSpanFilterPredicate();
+}
+
+CVPredicate CVWindowDelegate::getMediaTypePredicate() const
+{
+    return m_browser->getMediaTypePredicate();
+}
+
+CVPredicate CVWindowDelegate::getLocationPredicate() const
+{
+    return m_locations->getLocationPredicate();
+}
+
+CVPredicate CVWindowDelegate::getPlaylistPredicate() const
+{
+    return m_playlists->getPlaylistPredicate();
+}
+
+// ---- Wiring ------------------------------------------------------------------------------
+
+void CVWindowDelegate::wireViews()
+{
+    CVMainWindow *w = m_window;
+    connect(w, &CVMainWindow::closeRequested, m_app, [this] { m_app->terminate(); });
+    connect(w, &CVMainWindow::activationChanged, this, [this](bool active) {
+        if (active)
+            windowDidBecomeMain();
+        else
+            windowDidResignMain();
+    });
+    connect(w, &CVMainWindow::resized, this, [this] {
+        saveWindowFrame();
+        windowDidResize();
+    });
+    connect(w, &CVMainWindow::moved, this, [this] {
+        saveWindowFrame();
+        m_window->filterPathPopover->hide();
+    });
+    connect(w->mediaFilterBar, &CVMediaFilterBar::mediaClicked, m_browser, &CVBrowserDelegate::setMediaFilterAction);
+    connect(w->mediaFilterBar, &CVMediaFilterBar::contextMenuRequested, this, [this](int index, const QPoint &at) {
+        QMenu menu;
+        const QString name = CVBrowserDelegate::mediaNames().value(index);
+        QAction *item = menu.addAction(u"%1 %2 %3 Spanning Queue…"_s.arg(
+            m_browsingSpanningQueue ? u"Remove"_s : u"Add"_s, name, m_browsingSpanningQueue ? u"from"_s : u"to"_s));
+        item->setEnabled(!m_app->crashedWhileSpanningLastRun());
+        if (menu.exec(at) == item)
+            m_browser->addOrRemoveClickedMediaTypeFromQueue(item->text());
+    });
+    connect(w->searchField, &QLineEdit::textChanged, this, &CVWindowDelegate::filterSourcesWithSearch);
+    connect(w->filterPathBar, &CVFilterPathBar::clicked, this, [this] {
+        refreshFilterPathBar();
+        m_window->filterPathPopover->popUpUnder(m_window->filterPathBar);
+    });
+    connect(w->filterPathBar, &CVFilterPathBar::mouseOverChanged, this, &CVWindowDelegate::setIsMouseOverFilterPathBar);
+    connect(
+        w->filterPathPopover, &CVFilterPathPopover::segmentClicked, this, &CVWindowDelegate::filterPathMenuItemAction);
+    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::clicked, this, [this] { browseSpanningQueue(true); });
+    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::mouseOverChanged, this,
+        &CVWindowDelegate::setIsMouseOverSpanQueueDropZone);
+    connect(w->spanLocationView, &CVSpanLocationView::clicked, this, &CVWindowDelegate::chooseSpanLocation);
+    connect(w->spanButton, &QPushButton::clicked, this, &CVWindowDelegate::spanLibrary);
+    connect(w->spanModeButton, &QToolButton::clicked, this, &CVWindowDelegate::setSpanMode);
+    connect(w->restoreModeButton, &QToolButton::clicked, this, &CVWindowDelegate::setRestoreMode);
+    connect(&m_recentSearchesWrite, &QTimer::timeout, this, [this] {
+        m_window->searchField->setToolTip(
+            m_recentSearches.isEmpty() ? QString() : u"Recent searches:\n"_s + m_recentSearches.mid(0, 10).join(u'\n'));
+    });
+    for (QSplitter *s : { w->mainSplitter, w->centreSplitter })
+        connect(s, &QSplitter::splitterMoved, this, [this] { saveSplitterSizes(); });
+}
+
+void CVWindowDelegate::wireMenus()
+{
+    CVMainWindow *w = m_window;
+    auto on = [&](const QString &name, auto &&slot) { connect(w->action(name), &QAction::triggered, this, slot); };
+    on(u"reload"_s, [this] {
+        if (!m_app->isLoadingCorvana() && mainViewIsVisible()) {
+            m_manualReload = true;
+            m_app->loadCorvanaAndDisplayMainView();
+        }
+    });
+    on(u"close"_s, [this] { m_window->close(); });
+    on(u"quit"_s, [this] { m_app->terminate(); });
+    on(u"find"_s, [this] { focusSearch(); });
+    for (const QString &field : { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s }) {
+        QAction *a = w->action(u"searchField"_s + field);
+        a->setChecked(m_settings->stringListValue(u"CVSearchFields"_s).contains(field));
+        connect(a, &QAction::toggled, this, [this, field](bool checked) { editSearchFields(field, checked); });
+    }
+    on(u"selectAll"_s, [this] {
+        if (QAbstractItemView *view = qobject_cast<QAbstractItemView *>(QApplication::focusWidget()))
+            view->selectAll();
+        else if (auto *edit = qobject_cast<QLineEdit *>(QApplication::focusWidget()))
+            edit->selectAll();
+    });
+    on(u"togglePlaylists"_s, [this] { m_playlists->togglePlaylists(); });
+    on(u"toggleLocations"_s, [this] { m_locations->toggleLocations(); });
+    on(u"spanLocationColumn"_s, [this](bool checked) { m_browser->setShouldShowSpanLocationColumn(checked); });
+    QAction *onTop = w->action(u"browserOnTop"_s);
+    onTop->setChecked(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
+    on(u"browserOnTop"_s, [this](bool checked) { m_settings->setValue(u"CVColumnBrowserOnTop"_s, checked); });
+    on(u"getInfo"_s, [this] {
+        m_browser->trackListAction();
+        m_information->showItemInfoWindow();
+    });
+    on(u"fullScreen"_s, [this] {
+        if (m_window->isFullScreen())
+            m_window->showNormal();
+        else if (m_window->isVisible())
+            m_window->showFullScreen();
+    });
+    on(u"addSelection"_s, [this] { addOrRemoveSelectionFromQueue(); });
+    on(u"removeSelection"_s, [this] { addOrRemoveSelectionFromQueue(); });
+    on(u"clearQueue"_s, [this] { clearSpanningQueue(); });
+    on(u"browseQueue"_s, [this] { browseSpanningQueue(true); });
+    on(u"spanMode"_s, [this] { setSpanMode(); });
+    on(u"restoreMode"_s, [this] { setRestoreMode(); });
+    on(u"chooseLocation"_s, [this] { chooseSpanLocation(); });
+    on(u"start"_s, [this] { spanLibrary(); });
+    on(u"reportBug"_s, [this] { reportABug(); });
+    on(u"about"_s, [this] {
+        CVAlert about;
+        about.title = u"Corvana %1"_s.arg(QCoreApplication::applicationVersion());
+        about.text = u"Spans the media files of a music library over other drives and folders, and brings them "
+                     "back, keeping the player pointed at every file."_s;
+        about.style = CVAlert::Style::Informational;
+        m_presenter->beginSheet(about, {});
+    });
+    w->action(u"removeSelection"_s)->setVisible(false);
+    // Nothing to act on until the first load is done.
+    for (const QString &menu : { u"View"_s, u"Edit"_s, u"EditSpanningQueue"_s })
+        w->menu(menu)->setEnabled(false);
+}
+
+// ---- The window around a load ------------------------------------------------------------
+
+std::optional<QRect> CVWindowDelegate::frameFromLastRun() const
+{
+    const QStringList parts = m_settings->stringValue(QString::fromLatin1(FrameKey)).split(u' ');
+    if (parts.size() != 4)
+        return std::nullopt;
+    return QRect(parts[0].toInt(), parts[1].toInt(), parts[2].toInt(), parts[3].toInt());
+}
+
+void CVWindowDelegate::restoreWindowFrame()
+{
+    const QRect available = m_window->screen() ? m_window->screen()->availableGeometry() : QRect(0, 0, 1280, 800);
+    const std::optional<QRect> frame = frameFromLastRun();
+    m_frameSaving = false;
+    m_window->setMinimumSize(CVMainWindow::MinimumMainSize);
+    if (frame && frame->width() >= CVMainWindow::MinimumMainSize.width()
+        && frame->height() >= CVMainWindow::MinimumMainSize.height()) {
+        m_window->setGeometry(*frame);
+    } else {
+        const QSize size(qMin(1180, qMax(available.width() - 40, CVMainWindow::MinimumMainSize.width())),
+            qMin(760, qMax(available.height() - 40, CVMainWindow::MinimumMainSize.height())));
+        m_window->resize(size);
+        m_window->move(available.center() - QPoint(size.width() / 2, size.height() / 2));
+    }
+    m_frameSaving = true;
+}
+
+void CVWindowDelegate::saveWindowFrame()
+{
+    if (!m_frameSaving || m_window->isFullScreen() || m_window->isMaximized())
+        return;
+    const QRect g = m_window->geometry();
+    m_settings->setValue(
+        QString::fromLatin1(FrameKey), u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
+}
+
+void CVWindowDelegate::saveSplitterSizes()
+{
+    const QList<int> main = m_window->mainSplitter->sizes();
+    if (!m_window->playlistsPane->isHidden() && main.value(0) > 0) {
+        m_settings->setValue(u"CVPlaylistsLeftFrameWidth"_s, double(main[0]));
+        m_settings->setValue(u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s, double(main[0]));
+    }
+    if (!m_window->locationsPane->isHidden() && main.value(2) > 0) {
+        m_settings->setValue(u"CVLocationsRightFrameWidth"_s, double(main[2]));
+        m_settings->setValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s, double(main[2]));
+    }
+    const QList<int> centre = m_window->centreSplitter->sizes();
+    if (centre.value(0) > 0) {
+        const QString key = m_window->browserOnTop() ? u"CVBrowserTopFrameHeight"_s : u"CVBrowserLeftFrameWidth"_s;
+        m_settings->setValue(key, double(centre[0]));
+        m_settings->setValue(key + u"BeforeSquishing"_s, double(centre[0]));
+    }
+}
+
+void CVWindowDelegate::restoreSplitterSizes()
+{
+    const int playlists = int(m_settings->realValue(u"CVPlaylistsLeftFrameWidth"_s));
+    const int locations = int(m_settings->realValue(u"CVLocationsRightFrameWidth"_s));
+    m_window->mainSplitter->setSizes({ playlists, qMax(300, 1180 - playlists - locations), locations });
+}
+
+void CVWindowDelegate::setWindowIsResizableIsMiniturizableIsClosable(bool resizable, bool miniaturizable, bool closable)
+{
+    Qt::WindowFlags flags = m_window->windowFlags();
+    flags.setFlag(Qt::WindowMaximizeButtonHint, resizable);
+    flags.setFlag(Qt::WindowMinimizeButtonHint, miniaturizable);
+    flags.setFlag(Qt::WindowCloseButtonHint, closable);
+    if (flags != m_window->windowFlags()) {
+        const bool visible = m_window->isVisible();
+        m_window->setWindowFlags(flags);
+        if (visible)
+            m_window->show();
+    }
+    if (resizable) {
+        m_window->setMinimumSize(CVMainWindow::MinimumMainSize);
+        m_window->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
+    } else {
+        m_window->setFixedSize(m_window->size());
+    }
+    m_app->setAllowResize(resizable);
+}
+
+void CVWindowDelegate::setWindow(bool resizable, bool closable)
+{
+    setWindowIsResizableIsMiniturizableIsClosable(resizable, true, closable);
+}
+
+void CVWindowDelegate::saveInitialSizeAndResizeWindowForLoading()
+{
+    restoreWindowFrame();
+    m_mainViewSize = m_window->size();
+    m_window->showLoadingView();
+    m_window->setMinimumSize(CVMainWindow::LoadingSize);
+    m_window->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
+    const QPoint centre = m_window->geometry().center();
+    m_window->resize(CVMainWindow::LoadingSize);
+    m_window->move(centre - QPoint(CVMainWindow::LoadingSize.width() / 2, CVMainWindow::LoadingSize.height() / 2));
+    setWindow(false, false);
+    // The loading size is on disk from now on: a run that never ends is seen by it.
+    saveWindowFrame();
+    m_settings->synchronize();
+}
+
+void CVWindowDelegate::clearAllForReload()
+{
+    m_browser->clearAllForReload();
+    m_locations->clearAllForReload();
+    m_playlists->clearAllForReload();
+    m_information->clearTrackInformation();
+    // The queue holds tracks of the library being replaced.
+    m_spanQueue.clear();
+    m_window->showLoadingView();
+}
+
+void CVWindowDelegate::warmSelections()
+{
+    // The lists the main view shows first, worked out while the load thread builds the location
+    // table (which they do not need): prepareContentAfterLoad then finds them in the memo.
+    m_library->prepareSearch();
+    m_browser->refreshSpanFilters();
+    m_browser->refreshMediaFilters();
+    m_library->filterEmptyPlaylist();
+    m_browser->refreshLibraryBrowser();
+}
+
+void CVWindowDelegate::prepareContentAfterLoad()
+{
+    m_manualReload = false;
+    m_browser->refreshSpanFilters();
+    m_browser->refreshMediaFilters();
+    m_playlists->initializePlaylistTable();
+    m_locations->initializeLocationsTable();
+    m_browser->refreshBrowserDependentText();
+    m_browser->refreshLibraryBrowser();
+    m_browser->adjustBrowserForNewSize();
+    updateSpanSummary();
+    refreshFilterPathBar();
+    m_window->menu(u"View"_s)->setEnabled(true);
+    m_window->menu(u"Edit"_s)->setEnabled(true);
+    const bool recovering = m_app->crashedWhileSpanningLastRun();
+    m_window->menu(u"EditSpanningQueue"_s)->setEnabled(!recovering);
+    m_window->spanModeButton->setEnabled(!recovering);
+    m_window->restoreModeButton->setEnabled(!recovering);
+    // The location (or restore mode) as the last run left it.
+    const QString saved = m_settings->stringValue(recovering ? u"CVLastSpanLocation"_s : u"CVSavedSpanLocation"_s);
+    if (saved == u"CVRestoreMode"_s)
+        doSetRestoreMode();
+    else if (!saved.isEmpty())
+        setSpanLocation(saved, false);
+    reloadSpanLocatonInformation();
+}
+
+void CVWindowDelegate::displayMainViewAfterLoad()
+{
+    m_window->showMainView();
+    setWindow(true, true);
+    m_frameSaving = false;
+    if (m_mainViewSize.isValid()) {
+        const QPoint centre = m_window->geometry().center();
+        m_window->resize(m_mainViewSize);
+        m_window->move(centre - QPoint(m_mainViewSize.width() / 2, m_mainViewSize.height() / 2));
+    }
+    m_frameSaving = true;
+    saveWindowFrame();
+    m_browser->adjustBrowserForNewSize();
+    m_browser->refreshMediaFilters();
+    const QString version = QCoreApplication::applicationVersion();
+    if (m_settings->stringValue(u"CVVersionLastRun"_s) != version)
+        m_settings->setValue(u"CVVersionLastRun"_s, version);
+    if (m_settings->boolValue(u"CVFirstRun"_s))
+        m_settings->setValue(u"CVFirstRun"_s, false);
+    m_firstLoad = false;
+    m_settings->synchronize();
+    Q_EMIT mainViewShown();
+}
+
+void CVWindowDelegate::displayMainViewBeforeQuit()
+{
+    // The next start must not take the loading size for a crash.
+    m_frameSaving = false;
+    setWindow(true, true);
+    if (m_mainViewSize.isValid())
+        m_window->resize(m_mainViewSize);
+    m_frameSaving = true;
+    saveWindowFrame();
+}
+
+bool CVWindowDelegate::mainViewIsVisible() const
+{
+    return m_window->isMainViewShown();
+}
+
+void CVWindowDelegate::reportABug()
+{
+    QUrlQuery query;
+    query.addQueryItem(u"subject"_s, u"Corvana bug report"_s);
+    query.addQueryItem(u"body"_s,
+        u"What happened:\n\n\nWhat I expected:\n\n\n--\nCorvana %1, Qt %2, %3 (%4)\n"_s.arg(
+            QCoreApplication::applicationVersion(), QString::fromLatin1(qVersion()), QSysInfo::prettyProductName(),
+            QSysInfo::currentCpuArchitecture()));
+    QUrl url(u"mailto:"_s);
+    url.setQuery(query);
+    QDesktopServices::openUrl(url);
+}
+
+// ---- Window events -----------------------------------------------------------------------
+
+void CVWindowDelegate::windowDidBecomeMain()
+{
+    m_window->filterPathBar->setIsDimmed(false);
+    m_window->spanLocationView->setDimmed(false);
+    reloadSpanLocatonInformation();
+}
+
+void CVWindowDelegate::windowDidResignMain()
+{
+    m_window->filterPathBar->setIsDimmed(true);
+    m_window->spanLocationView->setDimmed(true);
+}
+
+void CVWindowDelegate::windowDidResize()
+{
+    if (!mainViewIsVisible())
+        return;
+    m_browser->refreshMediaFilters();
+}

@@ -1,0 +1,532 @@
+// The spanning queue, the span/restore mode, the span location and the walk-through line of
+// CVWindowDelegate.
+#include "CVWindowDelegate.h"
+
+#include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVPlaylistsDelegate.h"
+#include "CVApplicationDelegate.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Engine/CVSpanChecks.h"
+#include "Library/CVFormatters.h"
+#include "Library/CVLibraryManager.h"
+#include "Library/CVPredicateArchive.h"
+#include "Library/CVTrack.h"
+#include "MainWindow/CVLocationsDelegate.h"
+#include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSheetPresenter.h"
+#include "Platform/CVSettings.h"
+#include "Platform/CVVolumes.h"
+#include "Views/CVIcons.h"
+#include "Views/CVSpanLocationView.h"
+#include "Views/CVSpanQueueDropZone.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QFileDialog>
+#include <QFileIconProvider>
+#include <QFileInfo>
+#include <QLabel>
+#include <QListView>
+#include <QPushButton>
+#include <QTableView>
+#include <QToolButton>
+#include <QTreeView>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString plural(qint64 n)
+{
+    return n == 1 ? u""_s : u"s"_s;
+}
+
+} // namespace
+
+// ---- The queue ---------------------------------------------------------------------------
+
+CVPredicate CVWindowDelegate::getSpanQueuePredicate() const
+{
+    if (!m_browsingSpanningQueue)
+        return CVPredicate::fromText(u""_s);
+    return m_currentSpanQueuePredicate;
+}
+
+CVPredicate CVWindowDelegate::getSpanQueuePredicateForField(const QString &field) const
+{
+    if (m_spanQueue.isEmpty())
+        return CVPredicate::fromText(u"EMPTY"_s);
+    if (field == u"TrackID"_s) {
+        std::vector<qint64> ids(m_spanQueue.keyBegin(), m_spanQueue.keyEnd()); // ascending: a map's keys
+        QStringList texts;
+        texts.reserve(qsizetype(ids.size()));
+        for (qint64 id : ids)
+            texts.append(QString::number(id));
+        CVPredicate p = CVPredicate::forTrackIDs(std::move(ids));
+        p.setCacheKey(texts.join(u','));
+        return p;
+    }
+    if (field == u"PersistentID"_s) {
+        QStringList ids;
+        ids.reserve(m_spanQueue.size());
+        for (const CVTrack *t : m_spanQueue)
+            ids.append(t->text(CVAttr::PersistentID));
+        ids.sort();
+        const QString key = ids.join(u',');
+        CVPredicate p = CVPredicate::forPersistentIDs(std::move(ids));
+        p.setCacheKey(key);
+        return p;
+    }
+    return CVPredicate::fromText(u"EMPTY"_s);
+}
+
+void CVWindowDelegate::performDrop(const CVPredicate &predicate)
+{
+    const CVTrackList tracks = m_library->smartSelectPredicate(predicate);
+    for (CVTrack *t : tracks->tracks) {
+        const qint64 id = t->integer(CVAttr::TrackID);
+        if (m_wantsRemoveDropSet)
+            m_spanQueue.remove(id);
+        else
+            m_spanQueue.insert(id, t);
+    }
+    saveSpanningQueue();
+    updateSpanSummary();
+    setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
+    if (m_browsingSpanningQueue)
+        refreshPanesAfterQueueChange();
+    refreshFilterPathBar();
+}
+
+void CVWindowDelegate::refreshPanesAfterQueueChange()
+{
+    m_browser->refreshLibraryBrowser();
+    m_browser->refreshSpanFilters();
+    m_browser->refreshMediaFilters();
+    m_playlists->refreshPlaylists();
+    m_locations->refreshLocations();
+}
+
+void CVWindowDelegate::saveSpanningQueue()
+{
+    m_currentSpanQueuePredicate = getSpanQueuePredicateForField(u"PersistentID"_s);
+    if (m_settings->boolValue(u"CVAutosaveSpanningQueue"_s)) {
+        m_settings->setValue(u"CVSavedSpanningQueue"_s, CVPredicateArchive::archive(m_currentSpanQueuePredicate));
+        m_settings->synchronize();
+    }
+}
+
+void CVWindowDelegate::updateSpanSummary()
+{
+    auto list = std::make_shared<CVTrackListData>();
+    list->tracks.assign(m_spanQueue.cbegin(), m_spanQueue.cend());
+    const QVariantMap attributes = m_library->getSummaryAttibutesForTracks(list);
+    QString text = u"No Media Selected"_s;
+    if (attributes.contains(u"CacheKey"_s)) {
+        // An empty queue keeps the last size on purpose: it never reaches the space check.
+        m_currentSpanQueueSize = double(attributes.value(u"RawSizeKey"_s).toLongLong());
+        const qint64 count = attributes.value(u"CountKey"_s).toLongLong();
+        text = u"%1 item%2, %3%4, %5"_s.arg(count).arg(plural(count),
+            attributes.value(m_shouldRoundOffTime ? u"RoundedDisplayTimeKey"_s : u"DisplayTimeKey"_s).toString(),
+            m_shouldRoundOffTime ? u""_s : u" total time"_s, attributes.value(u"DisplaySizeKey"_s).toString());
+    }
+    m_window->spanQueueDropZone->setSummary(text);
+}
+
+void CVWindowDelegate::updateSummaryForSource(const QString &source, const CVTrackList &tracks)
+{
+    if (source != u"Tracks"_s)
+        return;
+    // Summed here: the library's summary is keyed by every track ID, which for a whole library
+    // costs more than the sums themselves.
+    const std::size_t count = tracks ? tracks->tracks.size() : 0;
+    if (count == 0) {
+        m_window->trackSummary->setText(u"No Tracks"_s);
+        return;
+    }
+    double time = 0, size = 0;
+    for (const CVTrack *t : tracks->tracks) {
+        time += t->real(CVAttr::TotalTime);
+        size += t->real(CVAttr::Size);
+    }
+    m_window->trackSummary->setText(u"%1 item%2, %3, %4"_s.arg(count).arg(plural(qint64(count)),
+        CVFormatters::humanReadableTimeFromMilliseconds(time, true), CVFormatters::humanReadableSizeFromBytes(size)));
+}
+
+void CVWindowDelegate::browseSpanningQueue(bool fromInterface)
+{
+    if (fromInterface && !mainViewIsVisible()) {
+        if (!m_browsingSpanningQueue && m_spanQueue.isEmpty())
+            QApplication::beep();
+        return;
+    }
+    if (!m_browsingSpanningQueue && m_spanQueue.isEmpty()) {
+        QApplication::beep();
+        return;
+    }
+    m_browsingSpanningQueue = !m_browsingSpanningQueue;
+    m_window->action(u"addSelection"_s)->setVisible(!m_browsingSpanningQueue);
+    m_window->action(u"removeSelection"_s)->setVisible(m_browsingSpanningQueue);
+    if (mainViewIsVisible()) {
+        m_browser->refreshLibraryBrowser();
+        m_browser->scrollTrackListToTop();
+        m_browser->refreshSpanFilters();
+        m_browser->refreshMediaFilters();
+        m_playlists->refreshPlaylists();
+        m_locations->refreshLocations();
+        refreshFilterPathBar();
+    }
+    if (m_browsingSpanningQueue && m_browser->trackSource() && m_browser->trackSource()->tracks.empty()
+        && !m_library->searchString().isEmpty())
+        doFilterSourcesWithSearch(u""_s);
+    if (m_browsingSpanningQueue)
+        setWalkThroughTextTo(u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s, u"BrowseSpanQueue"_s);
+    else
+        setWalkThroughTextToProperStep();
+    m_window->spanQueueDropZone->setBrowsing(m_browsingSpanningQueue);
+}
+
+void CVWindowDelegate::confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &title)
+{
+    const QVariantMap lines = m_library->getSummaryLinesForPredicate(predicate, title);
+    if (lines.isEmpty()) {
+        m_wantsRemoveDropSet = false;
+        return;
+    }
+    CVAlert alert;
+    alert.title = message;
+    alert.text = u"%1\n%2\n%3"_s.arg(lines.value(u"LineOneString"_s).toString(),
+        lines.value(u"LineTwoString"_s).toString(), lines.value(u"OverviewString"_s).toString());
+    alert.defaultButton = m_wantsRemoveDropSet ? u"Remove"_s : u"Add"_s;
+    alert.alternateButton = u"Cancel"_s;
+    alert.style = CVAlert::Style::Informational;
+    // The predicate travels with the sheet, archived.
+    const QByteArray archived = CVPredicateArchive::archive(predicate);
+    m_presenter->beginSheet(alert, [this, archived](int returnCode) {
+        if (returnCode == CVPresenter::DefaultReturn)
+            if (const auto p = CVPredicateArchive::unarchive(archived))
+                performDrop(*p);
+        m_wantsRemoveDropSet = false;
+    });
+}
+
+void CVWindowDelegate::addOrRemoveSelectionFromQueue()
+{
+    if (m_app->crashedWhileSpanningLastRun())
+        return;
+    QWidget *focus = QApplication::focusWidget();
+    QString kind, title;
+    CVPredicate predicate;
+    const QModelIndexList genre = m_window->genreView->selectionModel()->selectedRows();
+    const QModelIndexList artist = m_window->artistView->selectionModel()->selectedRows();
+    const QModelIndexList album = m_window->albumView->selectionModel()->selectedRows();
+    if (focus == m_window->trackView && !m_browser->selectedTrackRows().isEmpty()) {
+        kind = u"track"_s;
+        predicate = m_browser->retrievePredicateForTrackTableRowIndexes(m_browser->selectedTrackRows());
+    } else if (focus == m_window->genreView && !genre.isEmpty()) {
+        kind = u"genre"_s;
+        if (genre.first().row() != 0)
+            title = genre.first().data().toString();
+        predicate = m_browser->retrievePredicateForRowBeingDragged(genre.first().row(), CVBrowserDelegate::GenreColumn);
+    } else if (focus == m_window->artistView && !artist.isEmpty()) {
+        kind = u"artist"_s;
+        predicate
+            = m_browser->retrievePredicateForRowBeingDragged(artist.first().row(), CVBrowserDelegate::ArtistColumn);
+    } else if (focus == m_window->albumView && !album.isEmpty()) {
+        kind = u"album"_s;
+        predicate = m_browser->retrievePredicateForRowBeingDragged(album.first().row(), CVBrowserDelegate::AlbumColumn);
+    } else if (focus == m_window->locationsView && m_locations->selectedIndex().isValid()) {
+        kind = u"location"_s;
+        title = m_locations->selectedLocation();
+        predicate = m_locations->getLocationPredicate();
+    } else if (focus == m_window->playlistsView && m_playlists->selectedIndex().isValid()) {
+        kind = u"playlist"_s;
+        title = m_playlists->selectedPlaylist();
+        predicate = m_playlists->getPlaylistPredicate();
+    } else {
+        return;
+    }
+    m_wantsRemoveDropSet = m_browsingSpanningQueue;
+    const bool remove = m_wantsRemoveDropSet;
+    confirmQueueSheet(u"Are you sure you want to %1 the current %2 selection %3 the spanning queue?"_s.arg(
+                          remove ? u"remove"_s : u"add"_s, kind, remove ? u"from"_s : u"to"_s),
+        predicate, title);
+}
+
+void CVWindowDelegate::addOrRemoveMediaTypeFromQueue(const CVPredicate &predicate, const QString &mediaName)
+{
+    m_wantsRemoveDropSet = m_browsingSpanningQueue;
+    const bool remove = m_wantsRemoveDropSet;
+    confirmQueueSheet(u"Are you sure you want to %1 %2 %3 the spanning queue?"_s.arg(
+                          remove ? u"remove"_s : u"add"_s, mediaName, remove ? u"from"_s : u"to"_s),
+        predicate, mediaName);
+}
+
+void CVWindowDelegate::clearSpanningQueue()
+{
+    if (m_spanQueue.isEmpty())
+        return;
+    CVAlert alert;
+    alert.title = u"\nAre you sure you want to clear all of the tracks in the spanning queue?"_s;
+    alert.defaultButton = u"Clear All"_s;
+    alert.alternateButton = u"Cancel"_s;
+    m_presenter->beginSheet(alert, [this](int returnCode) {
+        if (returnCode != CVPresenter::DefaultReturn)
+            return;
+        m_spanQueue.clear();
+        saveSpanningQueue();
+        updateSpanSummary();
+        setWalkThroughTextToProperStep();
+        if (m_browsingSpanningQueue)
+            refreshPanesAfterQueueChange();
+        refreshFilterPathBar();
+    });
+}
+
+// ---- Modes -------------------------------------------------------------------------------
+
+void CVWindowDelegate::setSpanMode()
+{
+    if (m_app->isLoadingCorvana() || !mainViewIsVisible() || !m_restoreMode || m_app->crashedWhileSpanningLastRun()) {
+        m_window->spanModeButton->setChecked(!m_restoreMode);
+        m_window->restoreModeButton->setChecked(m_restoreMode);
+        return;
+    }
+    doSetSpanMode();
+}
+
+void CVWindowDelegate::setRestoreMode()
+{
+    if (m_app->isLoadingCorvana() || !mainViewIsVisible() || m_restoreMode || m_app->crashedWhileSpanningLastRun()) {
+        m_window->spanModeButton->setChecked(!m_restoreMode);
+        m_window->restoreModeButton->setChecked(m_restoreMode);
+        return;
+    }
+    doSetRestoreMode();
+}
+
+void CVWindowDelegate::doSetSpanMode()
+{
+    m_window->spanLocationView->setRestoreMode(false);
+    m_window->spanModeButton->setChecked(true);
+    m_window->spanButton->setText(u"Span…"_s);
+    m_window->action(u"start"_s)->setText(u"Span…"_s);
+    m_restoreMode = false;
+    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
+        m_settings->setValue(u"CVSavedSpanLocation"_s, m_spanLocation);
+        m_settings->synchronize();
+    }
+    setWalkThroughTextToProperStep();
+}
+
+void CVWindowDelegate::doSetRestoreMode()
+{
+    setWalkThroughTextTo(
+        u"When Ready, Click 'Restore…' to Move Selected Tracks to Original Locations"_s, u"ReadyToRestore"_s);
+    m_window->spanLocationView->setRestoreMode(true);
+    m_window->restoreModeButton->setChecked(true);
+    m_window->spanButton->setText(u"Restore…"_s);
+    m_window->action(u"start"_s)->setText(u"Restore…"_s);
+    m_restoreMode = true;
+    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
+        m_settings->setValue(u"CVSavedSpanLocation"_s, u"CVRestoreMode"_s);
+        m_settings->synchronize();
+    }
+    setWalkThroughTextToProperStep();
+}
+
+// ---- The span location -------------------------------------------------------------------
+
+void CVWindowDelegate::setSpanLocation(const QString &path, bool checkIt)
+{
+    if (m_app->crashedWhileSpanningLastRun() && !m_spanLocation.isEmpty())
+        return;
+    m_spanLocation
+        = path == u"/Network"_s || path == u"/Volumes"_s || CVVolumes::isDriveContainer(path) ? QString() : path;
+    reloadSpanLocatonInformation();
+    setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
+                             m_library->createDisplayTitleForPath(m_spanLocation)),
+        u"ReadyToSpan"_s);
+    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
+        m_settings->setValue(u"CVSavedSpanLocation"_s, m_restoreMode ? u"CVRestoreMode"_s : m_spanLocation);
+        m_settings->synchronize();
+    }
+    if (!checkIt || m_spanLocation.isEmpty() || !m_app->spanner())
+        return;
+    // The advice about a newly chosen folder; each answer is final (no second check).
+    const CVSpanChecks checks(*m_app->spanner(), *m_library);
+    const CVSpanChecks::LocationCheck check = checks.checkSpanLocation(m_spanLocation, m_library->getBaseSpanPaths(),
+        m_library->iTunesMediaPath().value_or(QString()), m_settings->stringValue(u"CVStartupDriveName"_s));
+    if (check.advice == CVSpanChecks::Advice::None)
+        return;
+    const QString location = m_spanLocation;
+    m_presenter->beginSheet(check.alert, [this, check, location](int returnCode) {
+        using A = CVSpanChecks::Advice;
+        const auto chooseAgain = [this] {
+            clearSpanLocation();
+            chooseSpanLocation();
+        };
+        switch (check.advice) {
+        case A::Unusable:
+            chooseAgain();
+            break;
+        case A::DriveRoot:
+            if (returnCode == CVPresenter::DefaultReturn) {
+                const QString folder = location + u"/Spanned Media"_s;
+                QDir().mkpath(folder);
+                if (QFileInfo(folder).isDir())
+                    setSpanLocation(folder, false);
+            } else if (returnCode == CVPresenter::AlternateReturn) {
+                chooseAgain();
+            }
+            break;
+        case A::PreviouslyUsed:
+            if (returnCode == CVPresenter::DefaultReturn)
+                setSpanLocation(check.previousLocation, false);
+            break;
+        case A::InsideMediaFolder:
+            if (returnCode == CVPresenter::DefaultReturn)
+                setSpanLocation(m_library->iTunesMediaPath().value_or(QString()), false);
+            else
+                chooseAgain();
+            break;
+        case A::StartupDrive:
+            if (returnCode == CVPresenter::DefaultReturn)
+                chooseAgain();
+            break;
+        case A::None:
+            break;
+        }
+    });
+}
+
+void CVWindowDelegate::reloadSpanLocatonInformation()
+{
+    CVSpanLocationView *view = m_window->spanLocationView;
+    view->setLocationName(m_library->createDisplayTitleForPath(m_spanLocation));
+    if (m_spanLocation.isEmpty())
+        view->setLocationIcon({});
+    else if (QFileInfo::exists(m_spanLocation))
+        view->setLocationIcon(QFileIconProvider().icon(QFileInfo(m_spanLocation)));
+    else
+        view->setLocationIcon(CVIcons::icon(CVIcons::Kind::QuestionMark));
+}
+
+void CVWindowDelegate::chooseSpanLocation()
+{
+    if (m_app->crashedWhileSpanningLastRun() || m_restoreMode)
+        return;
+    if (QApplication::keyboardModifiers() & Qt::AltModifier) {
+        clearSpanLocation();
+        return;
+    }
+    QString start;
+    if (!m_spanLocation.isEmpty())
+        start = CVVolumes::isDriveRoot(m_spanLocation) ? m_spanLocation : QFileInfo(m_spanLocation).path();
+    auto *dialog = new QFileDialog(m_window, u"Choose Span Location"_s, start);
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly);
+    dialog->setAcceptMode(QFileDialog::AcceptOpen);
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString &folder) {
+        if (!folder.isEmpty())
+            setSpanLocation(QDir::cleanPath(folder), true);
+    });
+    dialog->open();
+}
+
+void CVWindowDelegate::changeSpanLocationWithConfirmation(const QString &path)
+{
+    if (m_spanLocation.isEmpty()) {
+        setSpanLocation(path, true);
+        return;
+    }
+    if (path == m_spanLocation)
+        return;
+    CVAlert alert;
+    alert.title = u"\nAre you sure you want to change the current span location?"_s;
+    alert.defaultButton = u"Select '%1'"_s.arg(m_library->createDisplayTitleForPath(path));
+    alert.alternateButton = u"Keep '%1'"_s.arg(m_library->createDisplayTitleForPath(m_spanLocation));
+    m_presenter->beginSheet(alert, [this, path](int returnCode) {
+        if (returnCode == CVPresenter::DefaultReturn)
+            setSpanLocation(path, true);
+    });
+}
+
+void CVWindowDelegate::spanLibrary()
+{
+    if (!m_app->spanner() || m_app->isLoadingCorvana() || !mainViewIsVisible())
+        return;
+    CVSpanChecks::Request request;
+    request.queue = QList<CVTrack *>(m_spanQueue.cbegin(), m_spanQueue.cend());
+    request.restoreMode = m_restoreMode;
+    request.spanLocation = m_spanLocation;
+    request.queueSize = m_currentSpanQueueSize;
+    const CVSpanChecks::RunCheck check = CVSpanChecks(*m_app->spanner(), *m_library).checkBeforeRun(request);
+    if (check.outcome != CVSpanChecks::Outcome::Confirm) {
+        m_presenter->beginSheet(check.alert, {});
+        return;
+    }
+    m_presenter->beginSheet(check.alert, [this](int returnCode) {
+        if (returnCode != CVPresenter::DefaultReturn)
+            return;
+        QList<CVTrack *> tracks(m_spanQueue.cbegin(), m_spanQueue.cend());
+        std::stable_sort(tracks.begin(), tracks.end(), [](const CVTrack *a, const CVTrack *b) {
+            for (const CVAttr attr : { CVAttr::SortArtist, CVAttr::SortAlbum }) {
+                if (const int c = a->textRef(attr).compare(b->textRef(attr)))
+                    return c < 0;
+            }
+            if (a->integer(CVAttr::TrackNumber) != b->integer(CVAttr::TrackNumber))
+                return a->integer(CVAttr::TrackNumber) < b->integer(CVAttr::TrackNumber);
+            return a->textRef(CVAttr::SortName) < b->textRef(CVAttr::SortName);
+        });
+        if (!m_restoreMode)
+            m_locations->addLocationToExpand(m_spanLocation);
+        m_app->startSpanRun(tracks);
+    });
+}
+
+// ---- The walk-through line ---------------------------------------------------------------
+
+void CVWindowDelegate::setWalkThroughTextTo(const QString &text, const QString &step)
+{
+    m_walkThroughTextOptions.insert(step, text);
+    setWalkThroughTextToProperStep();
+}
+
+QString CVWindowDelegate::walkThroughText() const
+{
+    return m_window->spanQueueDropZone->walkthroughString();
+}
+
+void CVWindowDelegate::setWalkThroughTextToProperStep()
+{
+    QString step;
+    if (m_mouseOverDropZone)
+        step = u"SpanQueueButtonText"_s;
+    else if (m_browsingSpanningQueue)
+        step = u"BrowseSpanQueue"_s;
+    else if (m_restoreMode && !m_spanQueue.isEmpty())
+        step = u"ReadyToRestore"_s;
+    else if (!m_spanLocation.isEmpty() && !m_spanQueue.isEmpty())
+        step = u"ReadyToSpan"_s;
+    else if (!m_spanQueue.isEmpty())
+        step = u"ChooseLocation"_s;
+    else if (m_walkThroughTextOptions.contains(u"DragTracksSpan"_s)
+        || m_walkThroughTextOptions.contains(u"DragTracksRestore"_s))
+        step = m_restoreMode ? u"DragTracksRestore"_s : u"DragTracksSpan"_s;
+    m_window->spanQueueDropZone->setWalkthroughString(m_walkThroughTextOptions.value(step));
+}
+
+void CVWindowDelegate::setIsMouseOverSpanQueueDropZone(bool over)
+{
+    m_mouseOverDropZone = over;
+    if (over) {
+        m_walkThroughTextOptions.insert(u"SpanQueueButtonText"_s,
+            m_browsingSpanningQueue     ? u"Browsing Spanning Queue \u2013 Click to Browse Library"_s
+                : m_spanQueue.isEmpty() ? u"Spanning Queue Empty - Drag Something into Here"_s
+                                        : u"Click to Browse Spanning Queue"_s);
+    }
+    setWalkThroughTextToProperStep();
+}

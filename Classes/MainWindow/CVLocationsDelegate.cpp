@@ -1,0 +1,358 @@
+#include "MainWindow/CVLocationsDelegate.h"
+
+#include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVPlaylistsDelegate.h"
+#include "CVWindowDelegate.h"
+#include "Library/CVLibraryManager.h"
+#include "MainWindow/CVLocationsModel.h"
+#include "MainWindow/CVMainWindow.h"
+#include "Platform/CVFileManagerLink.h"
+#include "Platform/CVSettings.h"
+
+#include <QAction>
+#include <QDir>
+#include <QFileInfo>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QMenu>
+#include <QSplitter>
+#include <QTreeView>
+
+using namespace Qt::StringLiterals;
+
+CVLocationsDelegate::CVLocationsDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent)
+    : QObject(parent)
+    , m_library(library)
+    , m_settings(settings)
+    , m_model(new CVLocationsModel(library, settings->stringValue(u"CVStartupDriveName"_s), this))
+{
+    m_settle.setSingleShot(true);
+    m_settle.setInterval(SelectionSettleMs);
+    connect(&m_settle, &QTimer::timeout, this, &CVLocationsDelegate::selectionSettled);
+}
+
+CVLocationsDelegate::~CVLocationsDelegate() = default;
+
+void CVLocationsDelegate::setParts(
+    CVMainWindow *window, CVWindowDelegate *windowDelegate, CVBrowserDelegate *browser, CVPlaylistsDelegate *playlists)
+{
+    m_window = window;
+    m_windowDelegate = windowDelegate;
+    m_browser = browser;
+    m_playlists = playlists;
+    QTreeView *view = window->locationsView;
+    view->setModel(m_model);
+    connect(
+        view->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CVLocationsDelegate::selectionChanged);
+    connect(view, &QAbstractItemView::clicked, this, [this] { locationAction(); });
+    connect(view, &QTreeView::expanded, this, [this](const QModelIndex &index) {
+        if (!m_saveExpandedLocations)
+            return;
+        m_expandedLocations.insert(index.data(CVLocationsModel::LowerPathRole).toString(), u""_s);
+        saveExpanded();
+    });
+    connect(view, &QTreeView::collapsed, this, [this](const QModelIndex &index) {
+        if (!m_saveExpandedLocations)
+            return;
+        m_expandedLocations.remove(index.data(CVLocationsModel::LowerPathRole).toString());
+        saveExpanded();
+    });
+    connect(view, &QWidget::customContextMenuRequested, this, &CVLocationsDelegate::showContextMenu);
+}
+
+QModelIndex CVLocationsDelegate::selectedIndex() const
+{
+    if (!m_window)
+        return {};
+    const QModelIndexList rows = m_window->locationsView->selectionModel()->selectedRows();
+    return rows.isEmpty() ? QModelIndex() : rows.first();
+}
+
+QString CVLocationsDelegate::getPathForItem(const QModelIndex &index) const
+{
+    const CVLocationNode *node = m_model->node(index);
+    return node ? node->path : QString();
+}
+
+QString CVLocationsDelegate::retrieveItemsPredicateForLocation(const CVLocationNode *node) const
+{
+    return m_library->trees().predicateForLocationPath(node ? node->path : QString());
+}
+
+CVPredicate CVLocationsDelegate::getLocationPredicate() const
+{
+    // The selected path, kept across the pane's rebuilds while the row itself comes and goes.
+    return CVPredicate::fromText(m_library->trees().predicateForLocationPath(m_selectedPath));
+}
+
+void CVLocationsDelegate::saveExpanded()
+{
+    m_settings->setValue(u"CVExpandedLocations"_s, m_expandedLocations);
+}
+
+void CVLocationsDelegate::addLocationToExpand(const QString &path)
+{
+    const QStringList parts = path.split(u'/', Qt::SkipEmptyParts);
+    if (!path.startsWith(u'/') || (parts.isEmpty() && path != u"/"_s)) {
+        m_expandedLocations.insert(path, u""_s);
+        saveExpanded();
+        return;
+    }
+    QString key;
+    qsizetype first = 0;
+    if (parts.size() >= 2 && parts[0].toLower() == u"volumes"_s) {
+        key = u"/volumes/%1/"_s.arg(parts[1].toLower());
+        first = 2;
+    } else {
+        key = u"/"_s;
+    }
+    m_expandedLocations.insert(key, u""_s);
+    for (qsizetype i = first; i < parts.size(); ++i) {
+        key = u"%1%2/"_s.arg(key, parts[i].toLower());
+        m_expandedLocations.insert(key, u""_s);
+    }
+    saveExpanded();
+}
+
+void CVLocationsDelegate::initializeLocationsTable()
+{
+    if (!m_settings->contains(u"CVExpandedLocations"_s)) {
+        m_expandedLocations.clear();
+        m_expandedLocations.insert(u"locations"_s, u""_s);
+        if (const auto media = m_library->iTunesMediaPath())
+            addLocationToExpand(*media);
+        for (const QString &base : m_library->getBaseSpanPaths())
+            addLocationToExpand(base);
+        saveExpanded();
+    } else {
+        m_expandedLocations = m_settings->mapValue(u"CVExpandedLocations"_s);
+    }
+    if (m_window)
+        m_window->locationsPane->setVisible(!m_settings->boolValue(u"CVLocationsAreHidden"_s));
+    refreshLocations();
+}
+
+void CVLocationsDelegate::refreshLocations()
+{
+    if (!m_window)
+        return;
+    QTreeView *view = m_window->locationsView;
+    const QString before = m_selectedPath;
+    m_saveExpandedLocations = false;
+    m_model->reload();
+    if (!m_expandedLocations.isEmpty()) {
+        const QModelIndex root = m_model->index(0, 0);
+        if (root.isValid() && m_expandedLocations.contains(u"locations"_s))
+            view->expand(root);
+        // Sorted keys open parents before their children.
+        QStringList keys = m_expandedLocations.keys();
+        std::sort(keys.begin(), keys.end());
+        for (const QString &key : std::as_const(keys)) {
+            const QModelIndex index = m_model->indexForLowerPath(key);
+            if (index.isValid())
+                view->expand(index);
+        }
+    }
+    QModelIndex again;
+    if (!before.isEmpty())
+        again = m_model->indexForLowerPath(before.toLower());
+    if (again.isValid()) {
+        view->selectionModel()->setCurrentIndex(again, QItemSelectionModel::ClearAndSelect);
+        view->scrollTo(again);
+    } else {
+        view->scrollToTop();
+    }
+    m_saveExpandedLocations = true;
+    // The folder is gone: the other panes widen.
+    if (!before.isEmpty() && !again.isValid())
+        refreshItemsForLocations();
+    const CVLocationNode *node = m_model->node(selectedIndex());
+    m_selectedPath = node ? node->path : QString();
+    m_selectedLocation = node ? m_library->createDisplayTitleForPath(node->path) : QString();
+    m_window->locationsSummary->setText(summary());
+    if (QAction *a = m_window->action(u"toggleLocations"_s))
+        a->setText(toggleTitle());
+}
+
+QString CVLocationsDelegate::summary() const
+{
+    const int files = m_model->fileCount();
+    if (files == 0)
+        return {};
+    const int drives = m_model->driveCount();
+    const int folders = m_model->folderCount();
+    auto s = [](int n) { return n == 1 ? u""_s : u"s"_s; };
+    return u"%1 drive%2, %3 folder%4, %5 file%6"_s.arg(drives)
+        .arg(s(drives))
+        .arg(folders)
+        .arg(s(folders))
+        .arg(files)
+        .arg(s(files));
+}
+
+void CVLocationsDelegate::selectionChanged()
+{
+    if (!m_saveExpandedLocations)
+        return;
+    if (!m_playlists || !m_playlists->isRefreshingLocations())
+        refreshItemsForLocations();
+    m_justChanged = true;
+    m_settle.start();
+}
+
+void CVLocationsDelegate::refreshItemsForLocations()
+{
+    const CVLocationNode *node = m_model->node(selectedIndex());
+    const QString path = node ? node->path : QString();
+    m_selectedLocation = node ? m_library->createDisplayTitleForPath(path) : QString();
+    if (path == m_selectedPath)
+        return;
+    m_selectedPath = path;
+    if (m_window)
+        if (QAction *a = m_window->action(u"toggleLocations"_s))
+            a->setText(toggleTitle());
+    if (m_browser) {
+        m_browser->refreshLibraryBrowser();
+        m_browser->scrollTrackListToTop();
+        m_browser->refreshMediaFilters();
+        m_browser->refreshSpanFilters();
+    }
+    if (m_playlists) {
+        m_locationsRefreshingPlaylists = true;
+        m_playlists->refreshPlaylists();
+        m_locationsRefreshingPlaylists = false;
+    }
+    if (m_windowDelegate)
+        m_windowDelegate->refreshFilterPathBar();
+}
+
+void CVLocationsDelegate::locationAction()
+{
+    if (!m_window || !m_window->locationsView->hasFocus() || m_justChanged)
+        return;
+    const CVLocationNode *node = m_model->node(selectedIndex());
+    if (node && node->path == m_selectedPath)
+        doDeselectAll();
+}
+
+void CVLocationsDelegate::doDeselectAll()
+{
+    if (!m_window)
+        return;
+    m_window->locationsView->selectionModel()->clearSelection();
+    m_window->locationsView->selectionModel()->setCurrentIndex({}, QItemSelectionModel::NoUpdate);
+}
+
+QString CVLocationsDelegate::toggleTitle() const
+{
+    if (m_settings->boolValue(u"CVLocationsAreHidden"_s))
+        return u"Show Locations"_s;
+    return selectedIndex().isValid() ? u"Deselect All Locations"_s : u"Hide Locations"_s;
+}
+
+void CVLocationsDelegate::toggleLocations(bool fromInterface)
+{
+    if (!m_window || (fromInterface && m_windowDelegate && !m_windowDelegate->mainViewIsVisible()))
+        return;
+    if (fromInterface && !m_settings->boolValue(u"CVLocationsAreHidden"_s) && selectedIndex().isValid()) {
+        doDeselectAll();
+        return;
+    }
+    QSplitter *splitter = m_window->mainSplitter;
+    QList<int> sizes = splitter->sizes();
+    if (m_settings->boolValue(u"CVLocationsAreHidden"_s)) {
+        const int width = int(m_settings->realValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s));
+        m_window->locationsPane->show();
+        if (width > 0) {
+            sizes[1] = qMax(100, sizes[1] - width);
+            sizes[2] = width;
+            splitter->setSizes(sizes);
+        }
+        m_settings->setValue(u"CVLocationsAreHidden"_s, false);
+    } else {
+        if (sizes[2] > 0)
+            m_settings->setValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s, double(sizes[2]));
+        m_window->locationsPane->hide();
+        m_settings->setValue(u"CVLocationsAreHidden"_s, true);
+    }
+    if (QAction *a = m_window->action(u"toggleLocations"_s))
+        a->setText(toggleTitle());
+}
+
+void CVLocationsDelegate::clearAllForReload()
+{
+    m_saveExpandedLocations = false;
+    m_model->clear();
+    m_saveExpandedLocations = true;
+    m_selectedLocation.clear();
+    m_selectedPath.clear();
+}
+
+QString CVLocationsDelegate::queueMenuTitle(const QModelIndex &clicked) const
+{
+    const CVLocationNode *node = m_model->node(clicked);
+    if (!node || !node->hasParent)
+        return {};
+    const CVPredicate p = CVPredicate::fromText(retrieveItemsPredicateForLocation(node));
+    if (m_library->smartSelectPredicate(p)->tracks.empty())
+        return {};
+    const bool browsing = m_windowDelegate && m_windowDelegate->isBrowsingSpanningQueue();
+    return u"%1 Location %2 Spanning Queue…"_s.arg(browsing ? u"Remove"_s : u"Add"_s, browsing ? u"from"_s : u"to"_s);
+}
+
+void CVLocationsDelegate::setToSpanLocation(const QModelIndex &clicked)
+{
+    const CVLocationNode *node = m_model->node(clicked);
+    if (!node || !m_windowDelegate || !node->path.endsWith(u'/') || !QFileInfo(node->path).isDir())
+        return;
+    QString path = node->path;
+    if (path != u"/"_s)
+        path.chop(1);
+    m_windowDelegate->changeSpanLocationWithConfirmation(path);
+}
+
+void CVLocationsDelegate::showLocationInFinder(const QModelIndex &clicked)
+{
+    const QString path = getPathForItem(clicked);
+    if (path.isEmpty() || !m_windowDelegate || !m_windowDelegate->fileManager())
+        return;
+    m_windowDelegate->fileManager()->selectFile(path.size() > 1 && path.endsWith(u'/') ? path.chopped(1) : path);
+}
+
+void CVLocationsDelegate::showContextMenu(const QPoint &at)
+{
+    QTreeView *view = m_window->locationsView;
+    const QModelIndex clicked = view->indexAt(at);
+    const QString path = getPathForItem(clicked);
+    QMenu menu;
+    const QString title = queueMenuTitle(clicked);
+    QAction *queue = menu.addAction(title);
+    QAction *span = menu.addAction(u"Set as Span Location"_s);
+    QAction *show = menu.addAction(u"Show in File Manager"_s);
+    menu.addSeparator();
+    QAction *toggle = menu.addAction(toggleTitle());
+    const bool restore = m_windowDelegate && m_windowDelegate->restoreMode();
+    const bool isFile = path.size() >= 2 && !path.endsWith(u'/');
+    const bool exists = !path.isEmpty() && QFileInfo::exists(path);
+    span->setVisible(!restore && !isFile && exists);
+    show->setVisible(exists);
+    if (title.isEmpty()) {
+        queue->setVisible(false);
+        span->setVisible(false);
+        show->setVisible(false);
+        toggle->setVisible(false);
+    }
+    QAction *chosen = menu.exec(view->viewport()->mapToGlobal(at));
+    if (chosen == queue) {
+        view->selectionModel()->setCurrentIndex(clicked, QItemSelectionModel::ClearAndSelect);
+        view->setFocus();
+        if (m_windowDelegate)
+            m_windowDelegate->addOrRemoveSelectionFromQueue();
+    } else if (chosen == span) {
+        setToSpanLocation(clicked);
+    } else if (chosen == show) {
+        showLocationInFinder(clicked);
+    } else if (chosen == toggle) {
+        toggleLocations();
+    }
+}

@@ -1,0 +1,230 @@
+#include "MainWindow/CVLocationsModel.h"
+
+#include "Library/CVLibraryManager.h"
+#include "Library/CVPredicateArchive.h"
+#include "Platform/CVVolumes.h"
+#include "Views/CVIcons.h"
+
+#include <QApplication>
+#include <QFont>
+#include <QMimeData>
+#include <QSize>
+#include <QStyle>
+
+using namespace Qt::StringLiterals;
+
+CVLocationsModel::CVLocationsModel(CVLibraryManager *library, QString startupDriveName, QObject *parent)
+    : QAbstractItemModel(parent)
+    , m_library(library)
+    , m_startupDriveName(std::move(startupDriveName))
+{
+}
+
+void CVLocationsModel::clear()
+{
+    beginResetModel();
+    m_items.clear();
+    m_folderItems.clear();
+    m_nodes.reset();
+    m_drives = m_folders = m_files = 0;
+    endResetModel();
+}
+
+void CVLocationsModel::reload()
+{
+    beginResetModel();
+    m_items.clear();
+    m_folderItems.clear();
+    m_drives = m_folders = m_files = 0;
+    m_nodes = m_library->filterEmptyLocations();
+    const std::vector<int> &nodes = *m_nodes;
+    m_items.reserve(nodes.size());
+    // Nodes of one lower-case path share a key; a node's parent is the item of its parent's key.
+    std::vector<int> itemOfKey;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const CVLocationNode &n = m_library->locationNode(nodes[i]);
+        Item it;
+        it.node = nodes[i];
+        if (i > 0) {
+            // The root comes first; a top node (a drive) hangs under it.
+            if (n.parentKey < 0) {
+                it.parent = 0;
+                ++m_drives;
+            } else {
+                it.parent = std::size_t(n.parentKey) < itemOfKey.size() ? itemOfKey[std::size_t(n.parentKey)] : -1;
+                if (it.parent < 0)
+                    continue; // the tree lists every folder above a file: never happens
+                if (n.isFile)
+                    ++m_files;
+                else
+                    ++m_folders;
+            }
+            it.row = int(m_items[std::size_t(it.parent)].children.size());
+        }
+        m_items.push_back(std::move(it));
+        const int index = int(m_items.size() - 1);
+        if (i > 0)
+            m_items[std::size_t(m_items[std::size_t(index)].parent)].children.push_back(index);
+        if (!n.isFile && n.key >= 0) {
+            if (std::size_t(n.key) >= itemOfKey.size())
+                itemOfKey.resize(std::size_t(n.key) + 1024, -1);
+            itemOfKey[std::size_t(n.key)] = index;
+            m_folderItems.insert(n.lcPath, index);
+        }
+    }
+    endResetModel();
+}
+
+const CVLocationsModel::Item *CVLocationsModel::item(const QModelIndex &index) const
+{
+    if (!index.isValid())
+        return nullptr;
+    const auto i = std::size_t(index.internalId());
+    return i < m_items.size() ? &m_items[i] : nullptr;
+}
+
+const CVLocationNode *CVLocationsModel::node(const QModelIndex &index) const
+{
+    const Item *it = item(index);
+    return it ? &m_library->locationNode(it->node) : nullptr;
+}
+
+QModelIndex CVLocationsModel::indexForLowerPath(const QString &lcPath) const
+{
+    if (const auto it = m_folderItems.constFind(lcPath); it != m_folderItems.cend())
+        return createIndex(m_items[std::size_t(*it)].row, 0, quintptr(*it));
+    // A file: look in its folder.
+    const qsizetype slash = lcPath.lastIndexOf(u'/');
+    const int folder = slash > 0 ? m_folderItems.value(lcPath.left(slash + 1), -1) : -1;
+    if (folder < 0)
+        return {};
+    for (int child : m_items[std::size_t(folder)].children)
+        if (m_library->locationNode(m_items[std::size_t(child)].node).lcPath == lcPath)
+            return createIndex(m_items[std::size_t(child)].row, 0, quintptr(child));
+    return {};
+}
+
+QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &parent) const
+{
+    if (column != 0 || row < 0)
+        return {};
+    if (!parent.isValid())
+        return row == 0 && !m_items.empty() ? createIndex(0, 0, quintptr(0)) : QModelIndex();
+    const Item *p = item(parent);
+    if (!p || std::size_t(row) >= p->children.size())
+        return {};
+    return createIndex(row, 0, quintptr(p->children[std::size_t(row)]));
+}
+
+QModelIndex CVLocationsModel::parent(const QModelIndex &child) const
+{
+    const Item *it = item(child);
+    if (!it || it->parent < 0)
+        return {};
+    return createIndex(m_items[std::size_t(it->parent)].row, 0, quintptr(it->parent));
+}
+
+int CVLocationsModel::rowCount(const QModelIndex &parent) const
+{
+    if (parent.column() > 0)
+        return 0;
+    if (!parent.isValid())
+        return m_items.empty() ? 0 : 1;
+    const Item *it = item(parent);
+    return it ? int(it->children.size()) : 0;
+}
+
+int CVLocationsModel::columnCount(const QModelIndex &) const
+{
+    return 1;
+}
+
+bool CVLocationsModel::hasChildren(const QModelIndex &parent) const
+{
+    return rowCount(parent) > 0;
+}
+
+QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
+{
+    const Item *it = item(index);
+    if (!it)
+        return {};
+    const CVLocationNode &n = m_library->locationNode(it->node);
+    const bool group = !n.hasParent;
+    const bool drive = n.lcParentPath == u"locations"_s;
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::AccessibleTextRole:
+        if (group)
+            return n.path;
+        return CVVolumes::displayName(
+            n.path.endsWith(u'/') && n.path.size() > 1 ? n.path.chopped(1) : n.path, m_startupDriveName);
+    case Qt::ToolTipRole:
+        return group ? QVariant() : QVariant(n.path);
+    case Qt::DecorationRole:
+        if (group)
+            return {};
+        if (drive)
+            return CVIcons::icon(n.path == u"/"_s ? CVIcons::Kind::StartupDrive : CVIcons::Kind::Drive);
+        return CVIcons::icon(n.isFile ? CVIcons::Kind::File : CVIcons::Kind::Folder);
+    case Qt::FontRole:
+        if (group || drive) {
+            QFont font;
+            font.setBold(true);
+            if (group)
+                font.setPointSizeF(font.pointSizeF() * 0.85);
+            return font;
+        }
+        return {};
+    case Qt::SizeHintRole:
+        // Drives stand out: 39 points high, the rest 22.
+        return QSize(-1, drive ? 39 : 22);
+    case PathRole:
+        return n.path;
+    case LowerPathRole:
+        return n.lcPath;
+    case IsFileRole:
+        return n.isFile;
+    case IsDriveRole:
+        return drive;
+    default:
+        return {};
+    }
+}
+
+Qt::ItemFlags CVLocationsModel::flags(const QModelIndex &index) const
+{
+    const Item *it = item(index);
+    if (!it)
+        return Qt::NoItemFlags;
+    const CVLocationNode &n = m_library->locationNode(it->node);
+    // Rows without a parent are group rows: never selected.
+    if (!n.hasParent)
+        return Qt::ItemIsEnabled;
+    Qt::ItemFlags f = Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsDragEnabled;
+    if (n.isFile)
+        f |= Qt::ItemNeverHasChildren;
+    return f;
+}
+
+QStringList CVLocationsModel::mimeTypes() const
+{
+    return { QString::fromLatin1(CVPredicateArchive::MimeType) };
+}
+
+QMimeData *CVLocationsModel::mimeData(const QModelIndexList &indexes) const
+{
+    // The last dragged record's predicate.
+    const CVLocationNode *n = indexes.isEmpty() ? nullptr : node(indexes.last());
+    if (!n || !n->hasParent)
+        return nullptr;
+    auto *mime = new QMimeData;
+    mime->setData(QString::fromLatin1(CVPredicateArchive::MimeType),
+        CVPredicateArchive::archive(CVPredicate::fromText(m_library->trees().predicateForLocationPath(n->path))));
+    return mime;
+}
+
+Qt::DropActions CVLocationsModel::supportedDragActions() const
+{
+    return Qt::CopyAction | Qt::MoveAction;
+}

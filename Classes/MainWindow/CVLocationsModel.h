@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QAbstractItemModel>
+#include <QHash>
+
+#include <memory>
+#include <vector>
+
+class CVLibraryManager;
+struct CVLocationNode;
+
+// The locations pane's outline: "LOCATIONS" (or "NO LOCATIONS"), the drives under it, their
+// folders and files, from the library manager's node list of the current selection. A node's
+// children are the nodes whose lcParentPath is its lcPath; the list comes sorted so that every
+// folder comes before its contents, and the outline is built from it in one pass.
+class CVLocationsModel : public QAbstractItemModel {
+    Q_OBJECT
+
+public:
+    enum Role { PathRole = Qt::UserRole + 1, LowerPathRole, IsFileRole, IsDriveRole };
+
+    CVLocationsModel(CVLibraryManager *library, QString startupDriveName, QObject *parent = nullptr);
+
+    void reload();
+    void clear();
+
+    const CVLocationNode *node(const QModelIndex &index) const;
+    QModelIndex indexForLowerPath(const QString &lcPath) const;
+    int driveCount() const { return m_drives; }
+    int folderCount() const { return m_folders; }
+    int fileCount() const { return m_files; }
+
+    QModelIndex index(int row, int column, const QModelIndex &parent = {}) const override;
+    QModelIndex parent(const QModelIndex &child) const override;
+    int rowCount(const QModelIndex &parent = {}) const override;
+    int columnCount(const QModelIndex &parent = {}) const override;
+    bool hasChildren(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role) const override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+    QStringList mimeTypes() const override;
+    QMimeData *mimeData(const QModelIndexList &indexes) const override;
+    Qt::DropActions supportedDragActions() const override;
+
+private:
+    struct Item {
+        int node = -1;
+        int parent = -1;
+        int row = 0;
+        std::vector<int> children;
+    };
+    const Item *item(const QModelIndex &index) const;
+
+    CVLibraryManager *m_library;
+    QString m_startupDriveName;
+    std::shared_ptr<const std::vector<int>> m_nodes; // keeps the list the items point into
+    std::vector<Item> m_items;
+    QHash<QString, int> m_folderItems; // lcPath -> item, folders and drives only
+    int m_drives = 0;
+    int m_folders = 0;
+    int m_files = 0;
+};

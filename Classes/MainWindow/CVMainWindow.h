@@ -1,0 +1,95 @@
+#pragma once
+
+#include <QHash>
+#include <QMainWindow>
+
+class CVFilterPathBar;
+class CVFilterPathPopover;
+class CVLoadingView;
+class CVMediaFilterBar;
+class CVSpanLocationView;
+class CVSpanQueueDropZone;
+class QAction;
+class QLabel;
+class QLineEdit;
+class QListView;
+class QMenu;
+class QPushButton;
+class QSplitter;
+class QStackedWidget;
+class QTableView;
+class QToolButton;
+class QTreeView;
+
+// The main window: the loading view and the main view in one stack, the menus, and every pane's
+// widget. It lays things out and forwards the window's events; the controllers do the rest.
+class CVMainWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    // The smallest main view; a window restored below it was left at the loading size.
+    static constexpr QSize MinimumMainSize { 760, 500 };
+    static constexpr QSize LoadingSize { 480, 200 };
+
+    explicit CVMainWindow(QWidget *parent = nullptr);
+
+    void showLoadingView();
+    void showMainView();
+    bool isMainViewShown() const;
+    // The browser above the track list, or left of it.
+    void setBrowserOnTop(bool onTop);
+    bool browserOnTop() const { return m_browserOnTop; }
+
+    QAction *action(const QString &name) const { return m_actions.value(name); }
+    QMenu *menu(const QString &name) const { return m_menus.value(name); }
+
+    CVLoadingView *loadingView = nullptr;
+    QWidget *mainView = nullptr;
+    QToolButton *spanFilterButton = nullptr;
+    QMenu *spanFilterMenu = nullptr;
+    CVFilterPathBar *filterPathBar = nullptr;
+    CVFilterPathPopover *filterPathPopover = nullptr;
+    QLineEdit *searchField = nullptr;
+    QToolButton *spanModeButton = nullptr;
+    QToolButton *restoreModeButton = nullptr;
+    CVMediaFilterBar *mediaFilterBar = nullptr;
+    QSplitter *mainSplitter = nullptr; // playlists | centre | locations
+    QSplitter *centreSplitter = nullptr; // browser above (or left of) the track list
+    QSplitter *browserSplitter = nullptr; // the three columns
+    QWidget *playlistsPane = nullptr;
+    QTreeView *playlistsView = nullptr;
+    QLabel *playlistsSummary = nullptr;
+    QListView *genreView = nullptr;
+    QListView *artistView = nullptr;
+    QListView *albumView = nullptr;
+    QTableView *trackView = nullptr;
+    QLabel *trackSummary = nullptr;
+    QLabel *locationsSummary = nullptr;
+    QWidget *locationsPane = nullptr;
+    QTreeView *locationsView = nullptr;
+    CVSpanQueueDropZone *spanQueueDropZone = nullptr;
+    CVSpanLocationView *spanLocationView = nullptr;
+    QPushButton *spanButton = nullptr;
+
+Q_SIGNALS:
+    void closeRequested();
+    void activationChanged(bool active);
+    void resized();
+    void moved();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void changeEvent(QEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void moveEvent(QMoveEvent *event) override;
+
+private:
+    QWidget *buildMainView();
+    void buildMenus();
+    QAction *makeAction(QMenu *menu, const QString &name, const QString &title, const QKeySequence &shortcut = {});
+
+    QStackedWidget *m_stack = nullptr;
+    QHash<QString, QAction *> m_actions;
+    QHash<QString, QMenu *> m_menus;
+    bool m_browserOnTop = true;
+};

@@ -1,0 +1,155 @@
+#include "MainWindow/CVScreenshots.h"
+
+#include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVItemInformationDelegate.h"
+#include "Browsing/CVTrackListModel.h"
+#include "CVApplicationDelegate.h"
+#include "CVWindowDelegate.h"
+#include "Library/CVLibraryManager.h"
+#include "Library/CVTrack.h"
+#include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSheetPresenter.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLineEdit>
+#include <QPalette>
+#include <QStyleFactory>
+#include <QTableView>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QSize kShotSize { 1280, 800 };
+
+void settle()
+{
+    for (int i = 0; i < 5; ++i)
+        QApplication::processEvents();
+}
+
+QPalette darkPalette()
+{
+    QPalette p;
+    const QColor window(0x2b, 0x2d, 0x30), base(0x1e, 0x1f, 0x22), text(0xe6, 0xe6, 0xe6);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, QColor(0x26, 0x28, 0x2b));
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::Button, window);
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::ToolTipBase, base);
+    p.setColor(QPalette::ToolTipText, text);
+    p.setColor(QPalette::Highlight, QColor(0x3d, 0x7c, 0xc9));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    p.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9d, 0xa3));
+    p.setColor(QPalette::Mid, QColor(0x4a, 0x4d, 0x52));
+    p.setColor(QPalette::Dark, QColor(0x15, 0x16, 0x18));
+    p.setColor(QPalette::Light, QColor(0x45, 0x48, 0x4d));
+    p.setColor(QPalette::Disabled, QPalette::Text, QColor(0x80, 0x83, 0x88));
+    p.setColor(QPalette::Disabled, QPalette::WindowText, QColor(0x80, 0x83, 0x88));
+    p.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(0x80, 0x83, 0x88));
+    return p;
+}
+
+} // namespace
+
+CVScreenshots::CVScreenshots(CVApplicationDelegate *app, QString folder, QObject *parent)
+    : QObject(parent)
+    , m_app(app)
+    , m_folder(std::move(folder))
+{
+    QDir().mkpath(m_folder);
+}
+
+void CVScreenshots::save(QWidget *widget, const QString &name)
+{
+    const QString path = QDir(m_folder).filePath(name + u".png"_s);
+    if (!widget->grab().save(path)) {
+        ++m_failures;
+        std::fprintf(stderr, "could not write %s\n", qUtf8Printable(path));
+        return;
+    }
+    std::printf("%s\n", qUtf8Printable(path));
+}
+
+void CVScreenshots::begin()
+{
+    CVMainWindow *window = m_app->windowDelegate()->corvanaWindow();
+    // The loading view at its busiest step.
+    connect(m_app->presenter(), &CVSheetPresenter::statusTextChanged, this, [this, window](const QString &text) {
+        if (m_loadingTaken || text != u"Loading iTunes Library Information into Corvana"_s)
+            return;
+        m_loadingTaken = true;
+        save(window, u"loading"_s);
+    });
+    connect(m_app, &CVApplicationDelegate::loadFinished, this, &CVScreenshots::takeMainViewShots, Qt::QueuedConnection);
+}
+
+void CVScreenshots::takeMainViewShots()
+{
+    CVWindowDelegate *delegate = m_app->windowDelegate();
+    CVMainWindow *window = delegate->corvanaWindow();
+    CVBrowserDelegate *browser = delegate->browserDelegate();
+    if (!m_loadingTaken)
+        save(window, u"loading"_s);
+    window->resize(kShotSize);
+    // As a person sees it: the window in front, nothing dimmed.
+    QApplication::setActiveWindow(window);
+    delegate->windowDidBecomeMain();
+    settle();
+    browser->setMediaFilter(u"All"_s);
+    settle();
+    save(window, u"main"_s);
+
+    delegate->filterSourcesWithSearch(u"love"_s);
+    settle();
+    save(window, u"search"_s);
+    delegate->filterSourcesWithSearch(u""_s);
+
+    browser->setMediaFilter(u"TV Shows"_s);
+    browser->selectRow(CVBrowserDelegate::ArtistColumn, 1);
+    settle();
+    save(window, u"tv-shows"_s);
+    browser->setMediaFilter(u"All"_s);
+    browser->selectRow(CVBrowserDelegate::ArtistColumn, 0);
+    browser->setSpanFilter(u"All Spanned"_s);
+    settle();
+
+    // The information panel on a spanned track when there is one.
+    CVTrackListModel *tracks = browser->trackModel();
+    int row = 0;
+    for (int r = 0; r < tracks->rowCount(); ++r)
+        if (tracks->track(r)->flag(CVAttr::ItemIsSpanned)) {
+            row = r;
+            break;
+        }
+    if (tracks->rowCount() > 0) {
+        window->trackView->selectRow(row);
+        window->trackView->scrollTo(tracks->index(row, 0));
+        CVItemInformationDelegate *info = delegate->itemInformationDelegate();
+        info->showItemInfoWindow();
+        info->window()->resize(560, 520);
+        info->setInfoSectionAction(CVItemInformationDelegate::TrackSection);
+        settle();
+        save(info->window(), u"information-track"_s);
+        info->setInfoSectionAction(CVItemInformationDelegate::SpanSection);
+        settle();
+        save(info->window(), u"information-span"_s);
+        info->window()->hide();
+    }
+    browser->setSpanFilter(u"All Tracks"_s);
+
+    const QPalette light = QApplication::palette();
+    QApplication::setPalette(darkPalette());
+    settle();
+    save(window, u"main-dark"_s);
+    QApplication::setPalette(light);
+
+    // A load is over: quit the normal way.
+    m_app->terminate();
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class CVApplicationDelegate;
+
+// The program's screenshot mode: starts as usual (dialogs answered), then renders the loading
+// view, the main view, a search, TV shows, the information panel and the dark palette to PNG
+// files in a folder, and quits.
+class CVScreenshots : public QObject {
+    Q_OBJECT
+
+public:
+    CVScreenshots(CVApplicationDelegate *app, QString folder, QObject *parent = nullptr);
+
+    // Hooks into the start; the shots follow when the first load ends.
+    void begin();
+    bool succeeded() const { return m_failures == 0; }
+
+private:
+    void takeMainViewShots();
+    void save(QWidget *widget, const QString &name);
+
+    CVApplicationDelegate *m_app;
+    QString m_folder;
+    bool m_loadingTaken = false;
+    int m_failures = 0;
+};
