@@ -8,6 +8,7 @@
 #include <QMap>
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 using namespace Qt::StringLiterals;
@@ -40,6 +41,69 @@ int compareNumber(const CVTrack &a, const CVTrack &b, CVAttr attr)
     return x < y ? -1 : (x > y ? 1 : 0);
 }
 
+// Something worked out per text, kept by the text's address for the texts met lately: the
+// texts of a load that repeat (artists, albums, genres, kinds) share their characters, and
+// neighbouring tracks mostly repeat them.
+template<typename T>
+class CVRecentTexts {
+public:
+    T *find(const QString &text)
+    {
+        Entry &e = entry(text);
+        return e.data == text.constData() && e.size == text.size() ? &e.value : nullptr;
+    }
+    void insert(const QString &text, T value)
+    {
+        Entry &e = entry(text);
+        e.data = text.constData();
+        e.size = text.size();
+        e.value = std::move(value);
+    }
+
+private:
+    struct Entry {
+        const QChar *data = nullptr;
+        qsizetype size = -1;
+        T value {};
+    };
+    Entry &entry(const QString &text)
+    {
+        const quintptr h = (quintptr(text.constData()) >> 4) ^ quintptr(text.size()) * 0x9E3779B1u;
+        return m_entries[(h ^ (h >> 7)) & (m_entries.size() - 1)];
+    }
+    std::array<Entry, 64> m_entries;
+};
+
+// Texts by address, then by content: an id for each distinct text.
+class CVTextIds {
+public:
+    int idOf(const QString &text)
+    {
+        if (const int *id = m_recent.find(text))
+            return *id;
+        const auto address = std::pair(text.constData(), text.size());
+        int id = m_byAddress.value(address, -1);
+        if (id < 0) {
+            id = m_byText.value(text, -1);
+            if (id < 0) {
+                id = int(m_texts.size());
+                m_texts.push_back(text);
+                m_byText.insert(text, id);
+            }
+            m_byAddress.insert(address, id);
+        }
+        m_recent.insert(text, id);
+        return id;
+    }
+    const std::vector<QString> &texts() const { return m_texts; }
+
+private:
+    CVRecentTexts<int> m_recent;
+    QHash<std::pair<const QChar *, qsizetype>, int> m_byAddress;
+    QHash<QString, int> m_byText;
+    std::vector<QString> m_texts;
+};
+
 } // namespace
 
 CVSelection::CVSelection(CVSettings *settings)
@@ -62,6 +126,7 @@ void CVSelection::reset(std::vector<CVTrack *> allTracks)
     m_ranks[1].clear();
     m_inOrder[0].clear();
     m_inOrder[1].clear();
+    m_textValues.clear();
     for (auto &texts : m_folded)
         texts.clear();
     for (auto &done : m_foldedDone)
@@ -88,11 +153,12 @@ void CVSelection::setMemo(const QString &key, std::shared_ptr<const void> value,
         m_kindMemo.insert(key, std::move(value));
 }
 
-CVTrackList CVSelection::makeList(std::vector<CVTrack *> tracks)
+CVTrackList CVSelection::makeList(std::vector<CVTrack *> tracks, Order order)
 {
     auto list = std::make_shared<CVTrackListData>();
     list->id = m_nextListID++;
     list->tracks = std::move(tracks);
+    list->order = order;
     return list;
 }
 
@@ -132,6 +198,9 @@ QString CVSelection::getSearchPredicate() const
 {
     if (m_searchString.isEmpty())
         return u""_s;
+    const QStringList fields = m_settings ? m_settings->stringListValue(u"CVSearchFields"_s) : QStringList();
+    if (m_searchString == m_searchPredicateText && fields == m_searchPredicateFields && !m_searchPredicateText.isNull())
+        return m_searchPredicate;
     QString text = makeSafe(m_searchString);
     text.replace(u' ', u'*');
     const QHash<QString, QString> clauses {
@@ -140,13 +209,15 @@ QString CVSelection::getSearchPredicate() const
         { u"Artist"_s, u"( Artist LIKE[cd] '*%1*' )"_s.arg(text) },
         { u"Genre"_s, u"( Genre LIKE[cd] '*%1*' )"_s.arg(text) },
     };
-    const QStringList fields = m_settings ? m_settings->stringListValue(u"CVSearchFields"_s) : QStringList();
     // A name that is not one of the four adds nothing (an empty part would leave a dangling OR).
     QStringList parts;
     for (const QString &field : fields)
         if (clauses.contains(field))
             parts.append(clauses.value(field));
-    return parts.join(u" OR "_s);
+    m_searchPredicateText = m_searchString;
+    m_searchPredicateFields = fields;
+    m_searchPredicate = parts.join(u" OR "_s);
+    return m_searchPredicate;
 }
 
 QList<CVPredicate> CVSelection::getPredicateStack(const CVPredicate &p) const
@@ -203,55 +274,170 @@ CVTrackList CVSelection::smartSelectPredicate(const CVPredicate &predicate)
     return selectPredicateStack(getPredicateStack(predicate));
 }
 
+namespace {
+
+// A track's value of a leaf's attribute as the filter sees it; texts by reference.
+CVFilterValue trackValue(const CVTrack &track, CVAttr a, QString &scratch)
+{
+    if (!track.has(a))
+        return CVFilterValue::absent();
+    switch (CVAttribute::type(a)) {
+    case CVAttrType::Text:
+        return CVFilterValue::ofText(&track.textRef(a));
+    case CVAttrType::Integer:
+        return CVFilterValue::ofNumber(double(track.integer(a)));
+    case CVAttrType::Real:
+        return CVFilterValue::ofNumber(track.real(a));
+    case CVAttrType::Date:
+        return CVFilterValue::ofNumber(double(track.date(a)));
+    case CVAttrType::Boolean:
+        return CVFilterValue::ofNumber(track.flag(a) ? 1 : 0);
+    case CVAttrType::Derived:
+        scratch = track.text(a);
+        return CVFilterValue::ofText(&scratch);
+    }
+    return CVFilterValue::absent();
+}
+
+} // namespace
+
 bool CVSelection::trackMatches(const CVFilter &filter, const CVTrack &track)
 {
-    auto get = [&](const CVFilter::Leaf &leaf) {
-        if (!leaf.trackAttribute || !track.has(*leaf.trackAttribute))
-            return CVFilterValue::absent();
+    return filter.matchesLeaves([&](int, const CVFilter::Leaf &leaf) {
+        if (!leaf.trackAttribute)
+            return CVFilter::matchLeaf(
+                leaf, CVFilterValue::absent(), [](const auto &, const auto &) { return QString(); });
         const CVAttr a = *leaf.trackAttribute;
-        switch (CVAttribute::type(a)) {
-        case CVAttrType::Text:
-            return CVFilterValue::ofText(&track.textRef(a));
-        case CVAttrType::Integer:
-            return CVFilterValue::ofNumber(double(track.integer(a)));
-        case CVAttrType::Real:
-            return CVFilterValue::ofNumber(track.real(a));
-        case CVAttrType::Date:
-            return CVFilterValue::ofNumber(double(track.date(a)));
-        case CVAttrType::Boolean:
-            return CVFilterValue::ofNumber(track.flag(a) ? 1 : 0);
-        case CVAttrType::Derived:
-            m_scratch = track.text(a);
-            return CVFilterValue::ofText(&m_scratch);
+        const CVFilterValue v = trackValue(track, a, m_scratch);
+        return CVFilter::matchLeaf(
+            leaf, v, [&](const CVFilter::Leaf &l, const CVFilterValue &value) -> const QString & {
+                return foldedText(a, l.fold, track, *value.text);
+            });
+    });
+}
+
+void CVSelection::filterTracks(
+    const CVFilter &filter, const std::vector<CVTrack *> &candidates, std::vector<CVTrack *> &out)
+{
+    auto noFold = [](const CVFilter::Leaf &, const CVFilterValue &) { return QString(); };
+    // A comparison of a stored text gives the same answer for the same text. Where the load's
+    // distinct texts of the attribute are numbered, a track's number is looked up and each
+    // number answered once per list; otherwise answers are kept by address for the texts met
+    // lately (repeated texts share their characters, and neighbouring tracks repeat them).
+    struct LeafPlan {
+        TextValues *values = nullptr;
+        const std::vector<int> *byTrack = nullptr;
+        std::vector<qint8> answers; // by number: -1 not yet asked
+        bool absentAnswer = false;
+        CVRecentTexts<bool> recent;
+    };
+    const std::vector<CVFilter::Leaf> &leaves = filter.leaves();
+    std::vector<LeafPlan> plans(leaves.size());
+    for (std::size_t i = 0; i < leaves.size(); ++i) {
+        const CVFilter::Leaf &leaf = leaves[i];
+        plans[i].absentAnswer = CVFilter::matchLeaf(leaf, CVFilterValue::absent(), noFold);
+        if (!leaf.trackAttribute || CVAttribute::type(*leaf.trackAttribute) != CVAttrType::Text)
+            continue;
+        if (const TextValues *values = textValuesIfMade(*leaf.trackAttribute)) {
+            // Numbering pays when the list is not tiny against the number of texts.
+            if (candidates.size() * 8 < values->texts.size())
+                continue;
+            plans[i].values = const_cast<TextValues *>(values);
+            plans[i].byTrack = &values->byTrack[0];
+            plans[i].answers.assign(values->texts.size(), -1);
         }
-        return CVFilterValue::absent();
+    }
+    const CVTrack *track = nullptr;
+    auto test = [&](int index, const CVFilter::Leaf &leaf) -> bool {
+        LeafPlan &plan = plans[std::size_t(index)];
+        if (!leaf.trackAttribute)
+            return plan.absentAnswer;
+        const CVAttr a = *leaf.trackAttribute;
+        const CVTrack &t = *track;
+        if (plan.values) {
+            const int value = (*plan.byTrack)[std::size_t(t.index())];
+            if (value < 0)
+                return plan.absentAnswer;
+            qint8 &answer = plan.answers[std::size_t(value)];
+            if (answer < 0) {
+                TextValues &values = *plan.values;
+                answer = CVFilter::matchLeaf(leaf, CVFilterValue::ofText(&values.texts[std::size_t(value)]),
+                    [&](const CVFilter::Leaf &l, const CVFilterValue &) -> const QString & {
+                        return foldedValue(values, value, l.fold);
+                    });
+            }
+            return answer != 0;
+        }
+        auto folded = [&](const CVFilter::Leaf &l, const CVFilterValue &v) -> const QString & {
+            return foldedText(a, l.fold, t, *v.text);
+        };
+        if (CVAttribute::type(a) != CVAttrType::Text || !t.has(a))
+            return CVFilter::matchLeaf(leaf, trackValue(t, a, m_scratch), folded);
+        const QString &text = t.textRef(a);
+        if (const bool *answer = plan.recent.find(text))
+            return *answer;
+        const bool answer = CVFilter::matchLeaf(leaf, CVFilterValue::ofText(&text), folded);
+        plan.recent.insert(text, answer);
+        return answer;
     };
-    auto folded = [&](const CVFilter::Leaf &leaf, const CVFilterValue &v) -> const QString & {
-        return foldedText(*leaf.trackAttribute, leaf.fold, track, *v.text);
-    };
-    return filter.matches(get, folded);
+    if (filter.singleLeaf()) {
+        const CVFilter::Leaf &leaf = *filter.singleLeaf();
+        const int index = int(&leaf - leaves.data());
+        for (CVTrack *t : candidates) {
+            track = t;
+            if (test(index, leaf))
+                out.push_back(t);
+        }
+        return;
+    }
+    for (CVTrack *t : candidates) {
+        track = t;
+        if (filter.matchesLeaves(test))
+            out.push_back(t);
+    }
 }
 
 void CVSelection::prepareSearch()
 {
-    // The fields a search can look at, folded as its LIKE[cd] clauses fold them.
+    // The fields a search can look at, numbered and folded as its LIKE[cd] clauses fold them,
+    // the media type that the media filters count, and the order selections come out in.
     constexpr quint8 fold = CVFilter::CaseFold | CVFilter::DiacriticFold;
-    for (const CVAttr attr : { CVAttr::Name, CVAttr::Album, CVAttr::Artist, CVAttr::Genre })
-        for (const CVTrack *t : m_all->tracks)
-            if (t->has(attr))
-                foldedText(attr, fold, *t, t->textRef(attr));
+    for (const CVAttr attr : { CVAttr::Name, CVAttr::Album, CVAttr::Artist, CVAttr::Genre }) {
+        TextValues &values = const_cast<TextValues &>(textValues({ attr }, false));
+        for (int v = 0; v < int(values.texts.size()); ++v)
+            foldedValue(values, v, fold);
+    }
+    textValues({ CVAttr::MediaType }, false);
+    inOrder(Order::ArtistFirst);
+}
+
+const QString &CVSelection::foldedValue(TextValues &values, int value, quint8 fold)
+{
+    std::vector<QString> &folded = values.folded[fold & 3];
+    std::vector<quint8> &done = values.foldedDone[fold & 3];
+    if (folded.empty()) {
+        folded.resize(values.texts.size());
+        done.resize(values.texts.size());
+    }
+    const auto v = std::size_t(value);
+    if (!done[v]) {
+        folded[v] = CVFilter::foldText(values.texts[v], fold);
+        done[v] = 1;
+    }
+    return folded[v];
 }
 
 const QString &CVSelection::foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text)
 {
     // Searches fold the same texts at every keystroke: fold each once per load.
-    if (CVAttribute::type(attr) == CVAttrType::Derived || track.index() < 0) {
+    if (CVAttribute::type(attr) == CVAttrType::Derived || track.index() < 0
+        || std::size_t(track.index()) >= m_all->tracks.size()) {
         m_scratch = CVFilter::foldText(text, fold);
         return m_scratch;
     }
     const int key = int(attr) * 4 + fold;
     std::vector<QString> &texts = m_folded[std::size_t(key)];
-    std::vector<bool> &done = m_foldedDone[std::size_t(key)];
+    std::vector<quint8> &done = m_foldedDone[std::size_t(key)];
     if (texts.empty()) {
         texts.resize(m_all->tracks.size());
         done.resize(m_all->tracks.size());
@@ -259,9 +445,58 @@ const QString &CVSelection::foldedText(CVAttr attr, quint8 fold, const CVTrack &
     const auto i = std::size_t(track.index());
     if (!done[i]) {
         texts[i] = CVFilter::foldText(text, fold);
-        done[i] = true;
+        done[i] = 1;
     }
     return texts[i];
+}
+
+const CVSelection::TextValues *CVSelection::textValuesIfMade(CVAttr attribute) const
+{
+    const auto it = m_textValues.find(std::vector<CVAttr> { attribute });
+    return it == m_textValues.end() ? nullptr : it->second.get();
+}
+
+const CVSelection::TextValues &CVSelection::textValues(const std::vector<CVAttr> &attributes, bool sorted)
+{
+    std::unique_ptr<TextValues> &slot = m_textValues[attributes];
+    if (!slot) {
+        slot = std::make_unique<TextValues>();
+        const std::vector<CVTrack *> &tracks = m_all->tracks;
+        CVTextIds ids;
+        slot->byTrack.assign(attributes.size(), std::vector<int>(tracks.size(), -1));
+        for (std::size_t a = 0; a < attributes.size(); ++a) {
+            std::vector<int> &byTrack = slot->byTrack[a];
+            for (const CVTrack *t : tracks)
+                if (t->has(attributes[a]))
+                    byTrack[std::size_t(t->index())] = ids.idOf(t->textRef(attributes[a]));
+        }
+        slot->texts = ids.texts();
+    }
+    TextValues &values = *slot;
+    if (!sorted || values.sorted)
+        return values;
+    // Renumber in plain text order (the texts are distinct, so no two share a number).
+    std::vector<int> order(values.texts.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::sort(order.begin(), order.end(),
+        [&](int x, int y) { return values.texts[std::size_t(x)].compare(values.texts[std::size_t(y)]) < 0; });
+    std::vector<int> renumbered(order.size());
+    std::vector<QString> texts(order.size());
+    for (std::size_t r = 0; r < order.size(); ++r) {
+        renumbered[std::size_t(order[r])] = int(r);
+        texts[r] = values.texts[std::size_t(order[r])];
+    }
+    values.texts = std::move(texts);
+    for (std::vector<int> &byTrack : values.byTrack)
+        for (int &v : byTrack)
+            if (v >= 0)
+                v = renumbered[std::size_t(v)];
+    for (int f = 0; f < 4; ++f) {
+        values.folded[f].clear();
+        values.foldedDone[f].clear();
+    }
+    values.sorted = true;
+    return values;
 }
 
 const std::vector<CVTrack *> &CVSelection::inOrder(Order order)
@@ -281,26 +516,32 @@ const std::vector<int> &CVSelection::ranks(Order order)
     std::vector<int> &rank = m_ranks[order == Order::ArtistFirst ? 0 : 1];
     if (!rank.empty() || m_all->tracks.empty())
         return rank;
+    // The texts compare as their ranks among the distinct texts (absent first, as -1); only
+    // tracks equal in everything else compare their names.
+    const std::vector<int> &artist = textValues({ CVAttr::SortArtist }, true).byTrack[0];
+    const std::vector<int> &album = textValues({ CVAttr::SortAlbum }, true).byTrack[0];
     std::vector<CVTrack *> sorted = m_all->tracks;
-    const CVAttr first = order == Order::ArtistFirst ? CVAttr::SortArtist : CVAttr::SortAlbum;
-    const CVAttr second = order == Order::ArtistFirst ? CVAttr::SortAlbum : CVAttr::DiscNumber;
+    auto number = [](int x, int y) { return x < y ? -1 : (x > y ? 1 : 0); };
     std::stable_sort(sorted.begin(), sorted.end(), [&](const CVTrack *a, const CVTrack *b) {
-        int c = compareText(*a, *b, first);
-        if (c)
-            return c < 0;
+        const auto i = std::size_t(a->index()), j = std::size_t(b->index());
+        int c;
         if (order == Order::ArtistFirst) {
-            if ((c = compareText(*a, *b, second)))
+            if ((c = number(artist[i], artist[j])))
+                return c < 0;
+            if ((c = number(album[i], album[j])))
                 return c < 0;
             if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
                 return c < 0;
             if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
                 return c < 0;
         } else {
+            if ((c = number(album[i], album[j])))
+                return c < 0;
             if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
                 return c < 0;
             if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
                 return c < 0;
-            if ((c = compareText(*a, *b, CVAttr::SortArtist)))
+            if ((c = number(artist[i], artist[j])))
                 return c < 0;
         }
         return compareText(*a, *b, CVAttr::SortName) < 0;
@@ -342,68 +583,77 @@ CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVT
     if (const auto it = entry.constFind(key); it != entry.cend())
         return *it;
 
+    auto remember = [&](CVTrackList list) {
+        // The entry may have gone with a clearMemoization in the meantime: leave it gone.
+        if (generation == m_generation)
+            m_selections[source->id].insert(key, list);
+        return list;
+    };
+    const bool text = predicate.kind() == CVPredicate::Kind::Text;
+    const Order order
+        = text && predicate.text().contains(u"( Compilation == 1 )"_s) ? Order::AlbumFirst : Order::ArtistFirst;
+    // A list already in the result's order stays in it when narrowed; all tracks are walked in it.
+    const std::vector<CVTrack *> *candidates = &source->tracks;
+    bool sorted = source->order == order;
+    if (source == m_all) {
+        candidates = &inOrder(order);
+        sorted = true;
+    }
+
     std::vector<CVTrack *> result;
-    bool sorted = false;
-    if (predicate.kind() == CVPredicate::Kind::Text) {
-        const QString &text = predicate.text();
-        if (text.isEmpty()) {
-            result = source->tracks;
-        } else if (text == kEmpty) {
+    if (text) {
+        const QString &filterText = predicate.text();
+        if (filterText.isEmpty()) {
+            // Everything passes: a list already in order is its own result.
+            if (source != m_all && sorted)
+                return remember(source);
+            result = *candidates;
+        } else if (filterText == kEmpty) {
             sorted = true;
         } else {
             // A search typed on from the last one (same fields, its text extended) matches a subset
             // of what the last one matched: only those tracks need a look.
-            const bool isSearch = source == m_all && !m_searchString.isEmpty() && text == getSearchPredicate();
-            // From all tracks, walk them in the result's order: the result needs no sort.
-            const bool albumFirst = text.contains(u"( Compilation == 1 )"_s);
-            const std::vector<CVTrack *> *candidates
-                = source == m_all ? &inOrder(albumFirst ? Order::AlbumFirst : Order::ArtistFirst) : &source->tracks;
+            const bool isSearch = source == m_all && !m_searchString.isEmpty() && filterText == getSearchPredicate();
             if (isSearch && m_lastSearch.tracks && !m_lastSearch.text.isEmpty()
                 && m_searchString.startsWith(m_lastSearch.text)
-                && predicateWithText(m_lastSearch.predicate, m_lastSearch.text, m_searchString) == text)
+                && predicateWithText(m_lastSearch.predicate, m_lastSearch.text, m_searchString) == filterText) {
                 candidates = &m_lastSearch.tracks->tracks;
-            const std::shared_ptr<const CVFilter> filter = CVFilter::compile(text);
-            for (CVTrack *t : *candidates)
-                if (trackMatches(*filter, *t))
-                    result.push_back(t);
+                sorted = m_lastSearch.tracks->order == order;
+            }
+            filterTracks(*CVFilter::compile(filterText), *candidates, result);
             if (isSearch) {
-                sortTracks(result, Order::ArtistFirst);
-                CVTrackList list = makeList(std::move(result));
-                m_lastSearch = { m_searchString, text, list };
-                if (generation == m_generation)
-                    m_selections[source->id].insert(key, list);
-                return list;
+                if (!sorted)
+                    sortTracks(result, order);
+                CVTrackList list = makeList(std::move(result), order);
+                m_lastSearch = { m_searchString, filterText, list };
+                return remember(list);
             }
         }
-    } else if (predicate.identifierField() == CVAttr::TrackID) {
-        QHash<qint64, CVTrack *> byID;
-        byID.reserve(qsizetype(source->tracks.size()));
-        for (CVTrack *t : source->tracks)
-            if (t->has(CVAttr::TrackID))
-                byID.insert(t->integer(CVAttr::TrackID), t);
-        for (qint64 id : predicate.trackIDs())
-            if (CVTrack *t = byID.take(id))
-                result.push_back(t);
     } else {
-        QHash<QString, CVTrack *> byID;
-        byID.reserve(qsizetype(source->tracks.size()));
-        for (CVTrack *t : source->tracks)
-            if (t->has(CVAttr::PersistentID))
-                byID.insert(t->textRef(CVAttr::PersistentID), t);
-        for (const QString &id : predicate.persistentIDs())
-            if (CVTrack *t = byID.take(id))
-                result.push_back(t);
+        sorted = false;
+        if (predicate.identifierField() == CVAttr::TrackID) {
+            QHash<qint64, CVTrack *> byID;
+            byID.reserve(qsizetype(source->tracks.size()));
+            for (CVTrack *t : source->tracks)
+                if (t->has(CVAttr::TrackID))
+                    byID.insert(t->integer(CVAttr::TrackID), t);
+            for (qint64 id : predicate.trackIDs())
+                if (CVTrack *t = byID.take(id))
+                    result.push_back(t);
+        } else {
+            QHash<QString, CVTrack *> byID;
+            byID.reserve(qsizetype(source->tracks.size()));
+            for (CVTrack *t : source->tracks)
+                if (t->has(CVAttr::PersistentID))
+                    byID.insert(t->textRef(CVAttr::PersistentID), t);
+            for (const QString &id : predicate.persistentIDs())
+                if (CVTrack *t = byID.take(id))
+                    result.push_back(t);
+        }
     }
-    if (!sorted) {
-        const bool albumFirst
-            = predicate.kind() == CVPredicate::Kind::Text && predicate.text().contains(u"( Compilation == 1 )"_s);
-        sortTracks(result, albumFirst ? Order::AlbumFirst : Order::ArtistFirst);
-    }
-    CVTrackList list = makeList(std::move(result));
-    // The entry may have gone with a clearMemoization in the meantime: leave it gone.
-    if (generation == m_generation)
-        m_selections[source->id].insert(key, list);
-    return list;
+    if (!sorted)
+        sortTracks(result, order);
+    return remember(makeList(std::move(result), order));
 }
 
 CVBrowserList CVSelection::getBrowserListForField(
@@ -422,6 +672,31 @@ CVBrowserList CVSelection::getBrowserListForField(
     const std::optional<CVAttr> f = CVAttribute::fromName(field);
     const std::optional<CVAttr> k = CVAttribute::fromName(sortField);
     const bool artist = field == u"Artist"_s;
+    const QString noun = field == u"DisplaySpanLocation"_s ? u"Span Location"_s : field;
+    auto finish = [&](const QStringList &keys, const QStringList &rows, bool compilationSeen) {
+        const qsizetype n = keys.size();
+        CVBrowserList list;
+        list.keys.reserve(n + 2);
+        list.rows.reserve(n + 2);
+        list.keys.append(u"."_s);
+        list.rows.append(u"All (%1 %2%3)"_s.arg(n).arg(noun, n == 1 ? u""_s : u"s"_s));
+        if (artist && group && compilationSeen) {
+            list.keys.append(u"Compilations"_s);
+            list.rows.append(u"Compilations"_s);
+        }
+        list.keys.append(keys);
+        list.rows.append(rows);
+        if (generation == m_generation)
+            m_browserLists[source->id].insert(key, list);
+        return list;
+    };
+    if (f && k) {
+        QStringList keys, rows;
+        bool compilationSeen = false;
+        if (browserListByRanks(*f, *k, artist, group, albumArtists, source->tracks, keys, rows, compilationSeen))
+            return finish(keys, rows, compilationSeen);
+    }
+
     QMap<QString, QString> values; // sort value -> display value, in plain text order
     bool compilationSeen = false;
     // Repeated texts of a load share their characters: a sort value met before is found by its
@@ -476,22 +751,51 @@ CVBrowserList CVSelection::getBrowserListForField(
     }
     for (const Slot &slot : slots)
         values.insert(slot.sort, slot.display);
-    const qsizetype n = values.size();
-    const QString noun = field == u"DisplaySpanLocation"_s ? u"Span Location"_s : field;
-    CVBrowserList list;
-    list.keys.append(u"."_s);
-    list.rows.append(u"All (%1 %2%3)"_s.arg(n).arg(noun, n == 1 ? u""_s : u"s"_s));
-    if (artist && group && compilationSeen) {
-        list.keys.append(u"Compilations"_s);
-        list.rows.append(u"Compilations"_s);
+    return finish(values.keys(), values.values(), compilationSeen);
+}
+
+bool CVSelection::browserListByRanks(CVAttr display, CVAttr sort, bool artist, bool group, bool albumArtists,
+    const std::vector<CVTrack *> &tracks, QStringList &keys, QStringList &rows, bool &compilationSeen)
+{
+    // Sort values that are stored texts: each track's value is a rank among the load's distinct
+    // values, so the list is made by marking ranks, with no text hashed or compared. Album
+    // artists sort among the artists, so both share one ranking.
+    const bool withAlbumArtists = artist && albumArtists;
+    if (CVAttribute::type(sort) != CVAttrType::Text
+        || (withAlbumArtists && CVAttribute::type(CVAttr::SortAlbumArtist) != CVAttrType::Text))
+        return false;
+    const TextValues &ranks
+        = withAlbumArtists ? textValues({ sort, CVAttr::SortAlbumArtist }, true) : textValues({ sort }, true);
+    // An absent sort value sorts as the empty text, which comes before every other text.
+    const bool hasEmpty = !ranks.texts.empty() && ranks.texts.front().isEmpty();
+    // By rank + 1 (0: the empty text when no track has it): the last track with that value.
+    std::vector<const CVTrack *> last(ranks.texts.size() + 1, nullptr);
+    std::vector<quint8> byAlbumArtist(withAlbumArtists ? last.size() : 0);
+    for (const CVTrack *t : tracks) {
+        const bool compilation = t->has(CVAttr::Compilation) && t->integer(CVAttr::Compilation) != 0;
+        compilationSeen |= compilation;
+        if (artist && group && compilation)
+            continue;
+        const bool useAlbumArtist = withAlbumArtists && t->has(CVAttr::AlbumArtist);
+        if (!useAlbumArtist && !t->has(display))
+            continue;
+        const auto i = std::size_t(t->index());
+        int rank = ranks.byTrack[useAlbumArtist ? 1 : 0][i];
+        if (rank < 0)
+            rank = hasEmpty ? 0 : -1;
+        last[std::size_t(rank + 1)] = t;
+        if (withAlbumArtists)
+            byAlbumArtist[std::size_t(rank + 1)] = useAlbumArtist;
     }
-    for (auto it = values.cbegin(); it != values.cend(); ++it) {
-        list.keys.append(it.key());
-        list.rows.append(it.value());
+    for (std::size_t slot = 0; slot < last.size(); ++slot) {
+        const CVTrack *t = last[slot];
+        if (!t)
+            continue;
+        const CVAttr shown = withAlbumArtists && byAlbumArtist[slot] ? CVAttr::AlbumArtist : display;
+        keys.append(slot == 0 ? QString() : ranks.texts[slot - 1]);
+        rows.append(CVAttribute::type(shown) == CVAttrType::Text ? t->textRef(shown) : t->displayText(shown));
     }
-    if (generation == m_generation)
-        m_browserLists[source->id].insert(key, list);
-    return list;
+    return true;
 }
 
 QVariantMap CVSelection::getSummaryAttibutesForTracks(const CVTrackList &tracks)
