@@ -8,11 +8,13 @@
 #include "CVWindowDelegate.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSheetPresenter.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHeaderView>
+#include <QMutex>
 #include <QScrollBar>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -69,6 +71,17 @@ int main(int argc, char *argv[])
     start.start();
     double startMs = 0;
     delegate.awakeFromNib();
+    // The load's steps by their status texts, timed where they are set (on the load thread).
+    QList<std::pair<QString, double>> steps;
+    QMutex stepsLock;
+    QObject::connect(
+        delegate.presenter(), &CVSheetPresenter::statusTextChanged, &app,
+        [&](const QString &text) {
+            const QMutexLocker lock(&stepsLock);
+            if (steps.isEmpty() || steps.last().first != text)
+                steps.append({ text, double(start.nsecsElapsed()) / 1e6 });
+        },
+        Qt::DirectConnection);
     QObject::connect(delegate.windowDelegate(), &CVWindowDelegate::mainViewShown, &app, [&] {
         startMs = double(start.nsecsElapsed()) / 1e6;
         app.quit();
@@ -106,6 +119,7 @@ int main(int argc, char *argv[])
     // A search typed a key at a time: each key refreshes every pane.
     double worstKey = 0, firstKey = 0;
     const QString typed = u"love night"_s;
+    QStringList keys;
     for (qsizetype n = 1; n <= typed.size(); ++n) {
         const double ms = millis([&] {
             window->filterSourcesWithSearch(typed.left(n));
@@ -114,6 +128,7 @@ int main(int argc, char *argv[])
         if (n == 1)
             firstKey = ms;
         worstKey = std::max(worstKey, ms);
+        keys.append(QString::number(ms, 'f', 1));
     }
     const int found = browser->trackModel()->rowCount();
     window->filterSourcesWithSearch(u""_s);
@@ -135,6 +150,17 @@ int main(int argc, char *argv[])
     const struct mallinfo2 after = mallinfo2();
     const double heapGrowthKB = (double(after.uordblks) - double(before.uordblks)) / 1024.0;
 
+    // Each step's time runs to the next one; the last to the main view.
+    QStringList stepTexts;
+    {
+        const QMutexLocker lock(&stepsLock);
+        for (qsizetype i = 0; i < steps.size(); ++i) {
+            const double end = i + 1 < steps.size() ? steps[i + 1].second : startMs;
+            stepTexts.append(u"\"%1\": %2"_s.arg(steps[i].first).arg(end - steps[i].second, 0, 'f', 0));
+        }
+    }
+    std::printf("{\"steps\": {%s}, \"keystrokesMs\": [%s]}\n", qPrintable(stepTexts.join(u", "_s)),
+        qPrintable(keys.join(u", "_s)));
     std::printf("{\"tracks\": %zu, \"startToMainViewMs\": %.0f, \"worstColumnClickMs\": %.1f, "
                 "\"firstKeystrokeMs\": %.1f, \"worstKeystrokeMs\": %.1f, \"searchFound\": %d, "
                 "\"scrollWholeListMs\": %.0f, \"scrollPages\": %d, \"scrollHeapGrowthKB\": %.1f, "
