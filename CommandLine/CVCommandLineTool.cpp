@@ -71,8 +71,11 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const QCommandLineOption dryRun(u"dry-run"_s, u"span, restore, update-dependent: print the plan, touch nothing."_s);
     const QCommandLineOption allowRoot(
         u"allow-root"_s, u"span, restore, update-dependent: run although the user is root (the administrator)."_s);
+    const QCommandLineOption windowsNames(u"windows-names"_s,
+        u"span: names of spanned files follow Windows rules: auto (where the drive wants them), always, never."_s,
+        u"WHEN"_s);
     parser.addOptions({ libraryOption, search, searchFields, spanFilter, media, location, playlist, json, field, column,
-        sortField, title, to, anyway, yes, dryRun, allowRoot });
+        sortField, title, to, anyway, yes, dryRun, allowRoot, windowsNames });
     parser.addPositionalArgument(u"command"_s,
         u"info | tracks | playlists | show | load | history | select | browse | summary | locations | "
         "playlist-groups | span | restore | update-dependent | locate | "_s
@@ -146,6 +149,18 @@ int CVCommandLineTool::run(const QStringList &arguments)
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), CVFileManagerLink::shared(), m_presenter.get());
     m_spanner->setHost(m_host.get());
     m_spanner->setAllowRoot(parser.isSet(allowRoot));
+    if (parser.isSet(windowsNames)) {
+        static const QHash<QString, CVMediaSpanner::WindowsNames> modes {
+            { u"auto"_s, CVMediaSpanner::WindowsNames::Auto }, { u"always"_s, CVMediaSpanner::WindowsNames::Always },
+            { u"never"_s, CVMediaSpanner::WindowsNames::Never }
+        };
+        const auto mode = modes.constFind(parser.value(windowsNames));
+        if (mode == modes.cend()) {
+            std::fprintf(stderr, "--windows-names takes auto, always or never.\n");
+            return kStatusError;
+        }
+        m_spanner->setWindowsNames(*mode);
+    }
     m_spanner->setLibrary(&library);
     m_spanner->setSettings(&settings);
     if (crashedWhileSpanning)
