@@ -131,7 +131,8 @@ private Q_SLOTS:
     void spanAndRestore_data()
     {
         QTest::addColumn<QString>("type");
-        for (const char *type : { "tmpfs", "ext4", "btrfs", "xfs", "vfat", "exfat", "ntfs", "ntfs-windows-names" })
+        for (const char *type :
+            { "tmpfs", "ext4", "btrfs", "xfs", "vfat", "exfat", "ntfs", "ntfs-windows-names", "cifs", "nfs" })
             QTest::newRow(type) << QString::fromLatin1(type);
     }
 
@@ -141,6 +142,15 @@ private Q_SLOTS:
         if (!CVTestMounts::available())
             QSKIP(qPrintable(CVTestMounts::unavailableReason()));
         CVTestMounts::Drive drive;
+        if (type == u"cifs"_s || type == u"nfs"_s) {
+            // A share needs the kernel's client and a server on loopback; their name rules are
+            // checked from mount table lines in namesFollowTheDrivesRules.
+            const QByteArray kernel = readAll(u"/proc/filesystems"_s);
+            if (!kernel.contains(QByteArray("\t" + type.toLatin1() + "\n")))
+                QSKIP(qPrintable(u"%1: this kernel has no %1 client"_s.arg(type)));
+            QSKIP(qPrintable(u"%1: no loopback %2 server is started by this test"_s.arg(
+                type, type == u"cifs"_s ? u"Samba"_s : u"NFS"_s)));
+        }
         if (type == u"tmpfs"_s) {
             drive = CVTestMounts::makeTmpfsDrive(u"Drive"_s);
         } else {
