@@ -490,7 +490,8 @@ void CVApplicationDelegate::tellCorvanaHelperToQuit()
 
 void CVApplicationDelegate::launchCorvanaHelper()
 {
-    m_helper.launchCorvanaHelper();
+    if (m_options.startHelper)
+        m_helper.launchCorvanaHelper();
 }
 
 // ---- The engine's host -------------------------------------------------------------------

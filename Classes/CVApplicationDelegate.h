@@ -43,6 +43,8 @@ public:
         bool answerDialogs = false;
         // The pause before the main view is shown (a load's last step).
         int mainViewDelayMs = 200;
+        // The helper is installed, but not started (a check of an installation).
+        bool startHelper = true;
     };
 
     explicit CVApplicationDelegate(Options options, QObject *parent = nullptr);
@@ -71,6 +73,7 @@ public:
 
     // The helper.
     InstallResult installOrUpdateCorvanaHelper();
+    CVHelperApplicationControl &helperControl() { return m_helper; }
     bool isCorvanaHelperRunning();
     // Opens a bug report in the user's mail client.
     void reportBugAction();
