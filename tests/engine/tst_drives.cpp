@@ -27,25 +27,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray digest(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    hash.addData(&file);
-    return hash.result();
-}
-
-struct Session : CVSpanSession {
-    explicit Session(const QString &libraryFile)
-        : CVSpanSession(libraryFile)
-        , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
-    {
-        usePlayerLink(&link);
-    }
-    CVLibraryFilePlayerLink link;
-};
+using Session = CVFileSpanSession;
 
 // Names that a Linux filesystem takes as they are.
 QList<CVTestLibraryWriter::Track> hostileTracks(const QString &media)
@@ -172,7 +154,7 @@ private Q_SLOTS:
         QVERIFY2(writer.write(libraryFile(), media), qPrintable(writer.errorString()));
         QHash<QString, QByteArray> before;
         for (int i = 0; i < tracks.size(); ++i)
-            before.insert(CVTestLibraryWriter::persistentID(i), digest(tracks[i].path));
+            before.insert(CVTestLibraryWriter::persistentID(i), fileDigest(tracks[i].path));
 
         const QString span = drive.root + u"/Spanned"_s;
         QHash<QString, QString> spannedTo;
@@ -190,7 +172,7 @@ private Q_SLOTS:
                 QVERIFY2(row.icon == CVResultIcon::FullSuccess, qPrintable(row.title + u": "_s + row.message));
                 const QString at = row.trackObject->text(CVAttr::SpanLocation);
                 QVERIFY2(at.startsWith(span + u'/'), qPrintable(at));
-                QCOMPARE(digest(at), before.value(pid));
+                QCOMPARE(fileDigest(at), before.value(pid));
                 spannedTo.insert(pid, at);
                 // Every name on a drive with Windows rules is one that Windows takes.
                 if (windows) {
@@ -213,7 +195,7 @@ private Q_SLOTS:
             QVERIFY2(s.spanner.lastResults().successes == int(spanned.size()), qPrintable(s.messages().join(u'\n')));
         }
         for (int i = 0; i < tracks.size(); ++i)
-            QCOMPARE(digest(tracks[i].path), before.value(CVTestLibraryWriter::persistentID(i)));
+            QCOMPARE(fileDigest(tracks[i].path), before.value(CVTestLibraryWriter::persistentID(i)));
         // The copies went to the drive's own Trash, where trash clients look for them.
         const QString trash = drive.root + u"/.Trash-"_s + QString::number(::getuid());
         for (const QString &copy : std::as_const(spannedTo))
@@ -233,7 +215,7 @@ private Q_SLOTS:
             restore.closeWriteChannel();
             QVERIFY(restore.waitForFinished(60000));
             QVERIFY2(QFileInfo::exists(one), restore.readAllStandardError().constData());
-            QCOMPARE(digest(one), before.value(CVTestLibraryWriter::persistentID(5)));
+            QCOMPARE(fileDigest(one), before.value(CVTestLibraryWriter::persistentID(5)));
         }
     }
 

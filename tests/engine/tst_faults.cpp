@@ -43,23 +43,7 @@ using CVTestMounts::Drive;
 
 QByteArray digest(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    hash.addData(&file);
-    return hash.result();
-}
-
-QHash<QString, QString> libraryLocations(const QString &library)
-{
-    CVLibraryContents contents;
-    CVLibraryFileReader().readFile(library, contents);
-    QHash<QString, QString> locations;
-    for (const CVTrack &track : contents.tracks)
-        if (track.has(CVAttr::Location))
-            locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
-    return locations;
+    return fileDigest(path);
 }
 
 struct CliRun {
@@ -86,33 +70,7 @@ CliRun runCli(const QStringList &arguments, const QString &faults = {})
     return run;
 }
 
-// A player that keeps the old place of some tracks.
-struct StubbornLink : CVLibraryFilePlayerLink {
-    using CVLibraryFilePlayerLink::CVLibraryFilePlayerLink;
-    bool setTrackLocation(const QString &pid, const QString &path) override
-    {
-        return ignored.contains(pid) || CVLibraryFilePlayerLink::setTrackLocation(pid, path);
-    }
-    QSet<QString> ignored;
-};
-
-struct Session : CVSpanSession {
-    explicit Session(const QString &libraryFile, bool crashed = false)
-        : CVSpanSession(libraryFile, crashed)
-        , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
-    {
-        usePlayerLink(&link);
-    }
-    StubbornLink link;
-
-    QString row(const CVTrack *track) const
-    {
-        for (const CVShownResultRow &r : spanner.lastResults().rows)
-            if (r.trackObject == track)
-                return r.message;
-        return {};
-    }
-};
+using Session = CVFileSpanSession;
 
 } // namespace
 
