@@ -170,7 +170,7 @@ void CVWindowDelegate::wireMenus()
         a->setChecked(m_settings->stringListValue(u"CVSearchFields"_s).contains(field));
         connect(a, &QAction::toggled, this, [this, field](bool checked) { editSearchFields(field, checked); });
     }
-    on(u"selectAll"_s, [this] {
+    on(u"selectAll"_s, [] {
         if (QAbstractItemView *view = qobject_cast<QAbstractItemView *>(QApplication::focusWidget()))
             view->selectAll();
         else if (auto *edit = qobject_cast<QLineEdit *>(QApplication::focusWidget()))
