@@ -10,6 +10,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -36,10 +37,12 @@ void record(const QString &file, const QString &line)
         out.write(line.toUtf8() + '\n');
 }
 
-// What GLib's action groups say of an action: (bgav).
+// How GLib's action groups describe an action: (bgav). QtDBus cannot write the empty signature
+// of an action without a parameter, so "quit" is described with one; rhythmbox-client sends none
+// all the same.
 struct ActionDescription {
     bool enabled = true;
-    QDBusSignature parameter { QString() };
+    QDBusSignature parameter { QStringLiteral("s") };
     QVariantList state;
 };
 
@@ -143,7 +146,7 @@ public:
                    "<method name=\"SetEntryProperties\"><arg name=\"uri\" type=\"s\" direction=\"in\"/>"
                    "<arg name=\"properties\" type=\"a{sv}\" direction=\"in\"/></method></interface>"_s;
         return u"<interface name=\"org.gtk.Actions\"><method name=\"List\"><arg type=\"as\" direction=\"out\"/>"
-               "</method><method name=\"DescribeAll\"><arg type=\"a{s(bgav)}\" direction=\"out\"/></method>"
+               "</method>"
                "<method name=\"Activate\"><arg type=\"s\" direction=\"in\"/><arg type=\"av\" direction=\"in\"/>"
                "<arg type=\"a{sv}\" direction=\"in\"/></method></interface>"_s;
     }
@@ -190,14 +193,21 @@ public:
             reply();
             return true;
         }
-        if (member == u"List"_s) {
-            reply({ QStringList { u"quit"_s } });
+        if (member == u"DescribeAll"_s) {
+            // rhythmbox-client waits for "load-uri" to say that the library is loaded and scanned.
+            QDBusArgument loaded;
+            loaded.beginStructure();
+            loaded << true << true;
+            loaded.endStructure();
+            ActionDescription loadURI;
+            loadURI.state = { QVariant::fromValue(loaded) };
+            const QMap<QString, ActionDescription> actions { { u"quit"_s, ActionDescription() },
+                { u"load-uri"_s, loadURI } };
+            reply({ QVariant::fromValue(actions) });
             return true;
         }
-        if (member == u"DescribeAll"_s) {
-            // One action, "quit", enabled, without a parameter or state.
-            const QMap<QString, ActionDescription> actions { { u"quit"_s, ActionDescription() } };
-            reply({ QVariant::fromValue(actions) });
+        if (member == u"List"_s) {
+            reply({ QStringList { u"quit"_s, u"load-uri"_s } });
             return true;
         }
         if (member == u"Activate"_s && !args.isEmpty() && args[0].toString() == u"quit"_s) {
