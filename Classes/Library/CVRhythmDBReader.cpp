@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <sys/mman.h>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 using CVRhythmDB::Field;
@@ -79,8 +81,20 @@ SongKey songKey(std::string_view name)
         { "comment", SongKey::Comment },
         { "media-type", SongKey::MediaType },
     };
-    for (const auto &[text, key] : keys)
-        if (text.size() == name.size() && text == name)
+    // Some twenty fields an entry: looked up by length and last letter, no hashing.
+    struct Table {
+        std::vector<std::pair<std::string_view, SongKey>> buckets[24][8];
+        Table()
+        {
+            for (const auto &k : keys)
+                buckets[k.first.size()][std::size_t(k.first.back()) & 7].push_back(k);
+        }
+    };
+    static const Table table;
+    if (name.empty() || name.size() >= 24)
+        return SongKey::Unknown;
+    for (const auto &[text, key] : table.buckets[name.size()][std::size_t(name.back()) & 7])
+        if (text == name)
             return key;
     return SongKey::Unknown;
 }
@@ -140,6 +154,8 @@ bool CVRhythmDBReader::readFile(const QString &path, CVLibraryContents &out)
         m_error = u"The file is empty or cannot be read."_s;
         return false;
     }
+    // One pass from start to end: the kernel may read ahead.
+    ::madvise(const_cast<uchar *>(mapped), std::size_t(size), MADV_SEQUENTIAL | MADV_WILLNEED);
     QByteArray playlists;
     QFile playlistFile(QFileInfo(path).absolutePath() + u"/playlists.xml"_s);
     if (playlistFile.open(QIODevice::ReadOnly))
@@ -193,8 +209,13 @@ bool CVRhythmDBReader::readDocument(
         double rating = 0;
 
         const auto setText = [&](CVAttr attr, int sortField) {
-            const QByteArray decoded = CVRhythmDB::decodeText(QByteArrayView(field.raw.data(), field.raw.size()));
-            const std::string_view text(decoded.constData(), std::size_t(decoded.size()));
+            // Most texts hold no entity: they are taken as they stand in the file.
+            QByteArray decoded;
+            std::string_view text = field.raw;
+            if (text.find('&') != std::string_view::npos) {
+                decoded = CVRhythmDB::decodeText(QByteArrayView(field.raw.data(), qsizetype(field.raw.size())));
+                text = std::string_view(decoded.constData(), std::size_t(decoded.size()));
+            }
             CVStringInterner::Entry *&last = lastInterned[std::size_t(attr)];
             if (!last || last->first != text)
                 last = &interner.entry(text);
@@ -223,8 +244,9 @@ bool CVRhythmDBReader::readDocument(
             case SongKey::Unknown:
                 break;
             case SongKey::Title: {
-                const QString title
-                    = QString::fromUtf8(CVRhythmDB::decodeText(QByteArrayView(field.raw.data(), field.raw.size())));
+                const QString title = field.raw.find('&') == std::string_view::npos
+                    ? QString::fromUtf8(field.raw.data(), qsizetype(field.raw.size()))
+                    : QString::fromUtf8(CVRhythmDB::decodeText(QByteArrayView(field.raw.data(), field.raw.size())));
                 track.setText(CVAttr::Name, title);
                 sortValues[SortNameF] = title;
                 break;
@@ -278,7 +300,9 @@ bool CVRhythmDBReader::readDocument(
                     track.setReal(CVAttr::Size, *v);
                 break;
             case SongKey::Location:
-                uri = CVRhythmDB::decodeText(QByteArrayView(field.raw.data(), field.raw.size()));
+                uri = field.raw.find('&') == std::string_view::npos
+                    ? QByteArray(field.raw.data(), qsizetype(field.raw.size()))
+                    : CVRhythmDB::decodeText(QByteArrayView(field.raw.data(), field.raw.size()));
                 if (const auto path = CVRhythmDB::pathFromURI(uri))
                     track.setText(CVAttr::Location, *path);
                 break;

@@ -15,9 +15,20 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// The first 8 bytes of the SHA-1, as 16 upper-case hexadecimal digits (one per song of a load).
 QString hashID(QByteArrayView bytes)
 {
-    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha1).toHex().left(16).toUpper());
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    hash.addData(bytes);
+    const QByteArrayView digest = hash.resultView();
+    static const char16_t hex[] = u"0123456789ABCDEF";
+    QString id(16, Qt::Uninitialized);
+    QChar *out = id.data();
+    for (int i = 0; i < 8; ++i) {
+        out[2 * i] = QChar(hex[quint8(digest[i]) >> 4]);
+        out[2 * i + 1] = QChar(hex[quint8(digest[i]) & 15]);
+    }
+    return id;
 }
 
 } // namespace
@@ -76,6 +87,7 @@ std::vector<QString> CVRhythmboxIdentities::resolve(const std::vector<QByteArray
 {
     std::vector<QString> ids(uris.size());
     QHash<QString, std::size_t> holder; // ID -> the song holding it
+    holder.reserve(qsizetype(uris.size()));
     std::vector<std::size_t> displaced;
     for (std::size_t i = 0; i < uris.size(); ++i) {
         const auto known = m_byLocation.constFind(uris[i]);
