@@ -66,6 +66,23 @@ void CVApplicationDelegate::onMainThread(const std::function<void()> &work)
         QMetaObject::invokeMethod(this, work, Qt::BlockingQueuedConnection);
 }
 
+namespace {
+
+// The link to the player of the preference "Player"; the library file itself when the player
+// asked for is not on the session bus.
+std::unique_ptr<CVPlayerLink> choosePlayerLink(
+    const QString &libraryFile, CVFileManagerLink *files, const QString &player)
+{
+    std::unique_ptr<CVPlayerLink> link = CVPlayerLink::choose(libraryFile, files, player);
+    if (link)
+        return link;
+    CVLog::log(u"Corvana ScriptingBridge Error: no player on the session bus offers org.corvana.PlayerLibrary1; "
+               "the library file is used"_s);
+    return CVPlayerLink::choose(libraryFile, files, u"itunes-file"_s);
+}
+
+} // namespace
+
 // ---- Start -------------------------------------------------------------------------------
 
 void CVApplicationDelegate::awakeFromNib()
@@ -118,9 +135,8 @@ void CVApplicationDelegate::awakeFromNib()
     connect(m_settings.get(), &CVSettings::valueChanged, this, &CVApplicationDelegate::observeSettings);
 
     // The player and the file manager.
-    const QString libraryFile = m_options.libraryFile.isEmpty() ? CVLibraryManager::chooseLibraryFile(QDir::homePath())
-                                                                : m_options.libraryFile;
-    m_playerLink = CVPlayerLink::choose(libraryFile, fileManager());
+    const QString libraryFile = m_options.libraryFile.isEmpty() ? m_library->findLibraryFile() : m_options.libraryFile;
+    m_playerLink = choosePlayerLink(libraryFile, fileManager(), m_library->player());
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), fileManager(), m_presenter.get());
     m_spanner->setHost(this);
     m_spanner->setLibrary(m_library.get());
@@ -208,7 +224,7 @@ void CVApplicationDelegate::runLoadSequence()
         // The library file showed up only now: the player link follows it.
         onMainThread([this] {
             if (!m_spanner->isSpanningOrRestoringTracks()) {
-                m_playerLink = CVPlayerLink::choose(m_library->libraryFilePath(), fileManager());
+                m_playerLink = choosePlayerLink(m_library->libraryFilePath(), fileManager(), m_library->player());
                 m_spanner->setPlayerLink(m_playerLink.get());
             }
         });
