@@ -1,5 +1,7 @@
 #include "MainWindow/CVSheetPresenter.h"
 
+#include "Views/CVIcons.h"
+
 #include <QAbstractButton>
 #include <QCoreApplication>
 #include <QMessageBox>
@@ -54,6 +56,8 @@ QMessageBox *CVSheetPresenter::makeBox(
 {
     auto *box = new QMessageBox(parent);
     box->setIcon(iconFor(alert.style));
+    if (const QIcon named = CVIcons::named(alert.icon); !named.isNull())
+        box->setIconPixmap(named.pixmap(64, 64));
     // A panel's title is its message; an empty title leaves the informative text alone.
     box->setText(alert.title.isEmpty() ? alert.text : alert.title);
     if (!alert.title.isEmpty())
