@@ -317,9 +317,15 @@ void CVWindowDelegate::setWindowIsResizableIsMiniturizableIsClosable(bool resiza
     flags.setFlag(Qt::WindowCloseButtonHint, closable);
     if (flags != m_window->windowFlags()) {
         const bool visible = m_window->isVisible();
+        // New flags re-create the window: shown again, it must not take the focus from
+        // whatever the user works in meanwhile.
+        const bool active = m_window->isActiveWindow();
         m_window->setWindowFlags(flags);
-        if (visible)
+        if (visible) {
+            m_window->setAttribute(Qt::WA_ShowWithoutActivating, !active);
             m_window->show();
+            m_window->setAttribute(Qt::WA_ShowWithoutActivating, false);
+        }
     }
     if (resizable) {
         m_window->setMinimumSize(CVMainWindow::MinimumMainSize);
