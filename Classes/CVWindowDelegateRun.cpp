@@ -149,7 +149,9 @@ void CVWindowDelegate::spanLibrary()
         showRunRefusal(refusal);
         return;
     }
-    m_presenter->beginSheet(check.alert, [this](int returnCode) {
+    CVAlert confirmation = check.alert;
+    confirmation.centred = true;
+    m_presenter->beginSheet(confirmation, [this](int returnCode) {
         if (returnCode == CVPresenter::DefaultReturn)
             closeConfirmSpanRestoreAction();
     });

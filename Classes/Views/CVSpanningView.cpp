@@ -1,5 +1,7 @@
 #include "Views/CVSpanningView.h"
 
+#include "Views/CVIcons.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QProgressBar>
@@ -58,8 +60,12 @@ CVSpanningView::CVSpanningView(QWidget *parent)
     buttons->addWidget(m_skip);
     buttons->addStretch(1);
 
+    auto *icon = new QLabel(this);
+    icon->setPixmap(CVIcons::icon(CVIcons::Kind::SpanLocation).pixmap(64, 64));
+    icon->setAlignment(Qt::AlignCenter);
     auto *column = new QVBoxLayout;
     column->setSpacing(10);
+    column->addWidget(icon);
     column->addWidget(m_header);
     column->addSpacing(6);
     column->addLayout(taskRow);
