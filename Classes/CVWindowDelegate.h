@@ -106,7 +106,9 @@ public:
     void selectAllTracksToConsolidateFiles();
     void selectLastTracksSpannedRestored();
     void toggleRoundTimesForSummary();
-    const QMap<qint64, CVTrack *> &spanQueue() const { return m_spanQueue; }
+    const QHash<qint64, CVTrack *> &spanQueue() const { return m_spanQueue; }
+    // The queued tracks by TrackID, ascending.
+    QList<CVTrack *> queuedTracks() const;
     double currentSpanQueueSize() const { return m_currentSpanQueueSize; }
 
     // Modes and the span location.
@@ -238,7 +240,7 @@ private:
     bool m_frameSaving = true;
     QSize m_mainViewSize;
     QString m_spanLocation;
-    QMap<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
+    QHash<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
     CVPredicate m_currentSpanQueuePredicate = CVPredicate::fromText(QStringLiteral("EMPTY"));
     // The queue predicates by field, for the queue as it was at m_spanQueueGeneration.
     mutable QHash<QString, CVPredicate> m_spanQueuePredicateCache;

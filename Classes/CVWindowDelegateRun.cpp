@@ -97,7 +97,7 @@ void CVWindowDelegate::spanLibrary()
         || m_spanner->isSpanningOrRestoringTracks())
         return;
     CVSpanChecks::Request request;
-    request.queue = QList<CVTrack *>(m_spanQueue.cbegin(), m_spanQueue.cend());
+    request.queue = queuedTracks();
     request.restoreMode = m_restoreMode;
     request.spanLocation = m_spanLocation;
     request.queueSize = m_currentSpanQueueSize;
@@ -205,7 +205,7 @@ void CVWindowDelegate::closeConfirmSpanRestoreAction()
     disableMenusForRun();
     if (!m_restoreMode)
         m_locations->addLocationToExpand(m_spanLocation);
-    QList<CVTrack *> tracks(m_spanQueue.cbegin(), m_spanQueue.cend());
+    QList<CVTrack *> tracks = queuedTracks();
     sortForRun(tracks);
     m_runTracks = int(tracks.size());
     m_runBytes = m_currentSpanQueueSize;

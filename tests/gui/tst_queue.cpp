@@ -78,6 +78,7 @@ private Q_SLOTS:
     void dropsAddAndRemove();
     void dropsThatAreNotOursOrDuringRecoveryAreRefused();
     void droppingTheGenreColumnsAllRowQueuesEverything();
+    void queuePredicatesListTheQueueInOrder();
     void menuCommandAsksWithTheSelectionsSummary_data();
     void menuCommandAsksWithTheSelectionsSummary();
     void clearingAsksAndKeepsBrowsing();
@@ -176,6 +177,42 @@ void TestQueue::droppingTheGenreColumnsAllRowQueuesEverything()
     QCOMPARE(window->spanQueue().size(), qsizetype(session.app().libraryManager()->allTracks().size()));
     QVERIFY(window->corvanaWindow()->spanQueueDropZone->summary().startsWith(
         u"%1 items, "_s.arg(window->spanQueue().size())));
+}
+
+void TestQueue::queuePredicatesListTheQueueInOrder()
+{
+    CVWindowSession session({ .tracks = 150 });
+    CVWindowDelegate *window = session.app().windowDelegate();
+    QCOMPARE(window->getSpanQueuePredicateForField(u"PersistentID"_s), CVPredicate::fromText(u"EMPTY"_s));
+    window->browserDelegate()->setMediaFilter(u"All"_s);
+    window->performDrop(CVPredicate::fromText(u""_s));
+    QStringList pids;
+    std::vector<qint64> ids;
+    for (const CVTrack *t : window->spanQueue()) {
+        pids.append(t->text(CVAttr::PersistentID));
+        ids.push_back(t->integer(CVAttr::TrackID));
+    }
+    pids.sort();
+    std::sort(ids.begin(), ids.end());
+    const CVPredicate byPid = window->getSpanQueuePredicateForField(u"PersistentID"_s);
+    QCOMPARE(byPid.persistentIDs(), pids);
+    QCOMPARE(byPid.cacheKey(), pids.join(u','));
+    const CVPredicate byID = window->getSpanQueuePredicateForField(u"TrackID"_s);
+    QCOMPARE(byID.trackIDs(), ids);
+    QCOMPARE(window->getSpanQueuePredicateForField(u"Name"_s), CVPredicate::fromText(u"EMPTY"_s));
+    // Browsing narrows every pane to exactly the queue.
+    window->browseSpanningQueue(true);
+    QCOMPARE(window->getSpanQueuePredicate(), byPid);
+    QCOMPARE(window->browserDelegate()->trackModel()->rowCount(), pids.size());
+    // A few removed: the saved queue follows.
+    window->browseSpanningQueue(true);
+    window->setWantsRemoveDropSet(true);
+    window->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
+    window->setWantsRemoveDropSet(false);
+    const auto saved = CVPredicateArchive::unarchive(session.app().settings()->dataValue(u"CVSavedSpanningQueue"_s));
+    QVERIFY(saved);
+    QCOMPARE(saved->persistentIDs().size(), window->spanQueue().size());
+    QCOMPARE(*saved, window->getSpanQueuePredicateForField(u"PersistentID"_s));
 }
 
 void TestQueue::menuCommandAsksWithTheSelectionsSummary_data()
