@@ -142,6 +142,7 @@ void CVApplicationDelegate::awakeFromNib()
     m_spanner->setLibrary(m_library.get());
     m_spanner->setSettings(m_settings.get());
     m_library->setRunState(m_spanner.get());
+    m_windowDelegate->attachEngine(m_spanner.get());
     if (m_crashedWhileSpanningLastRun)
         m_spanner->loadPreviouslySpannedTracks();
 }
@@ -512,13 +513,34 @@ void CVApplicationDelegate::launchCorvanaHelper()
 
 // ---- The engine's host -------------------------------------------------------------------
 
-void CVApplicationDelegate::startSpanRun(const QList<CVTrack *> &tracks)
+void CVApplicationDelegate::startRunThread(std::function<void()> work)
 {
     if (m_runThread || !m_spanner)
         return;
-    m_runThread = QThread::create([this, tracks] { m_spanner->spanTracks(tracks); });
-    connect(m_runThread, &QThread::finished, m_runThread, &QObject::deleteLater);
+    m_runThread = QThread::create(std::move(work));
+    m_runThread->setObjectName(u"CVSpanWorker"_s);
+    connect(m_runThread, &QThread::finished, this, [this, thread = m_runThread.data()] {
+        thread->deleteLater();
+        m_runThread.clear();
+        if (m_windowDelegate)
+            m_windowDelegate->runThreadFinished();
+    });
     m_runThread->start();
+}
+
+void CVApplicationDelegate::startSpanRun(const QList<CVTrack *> &tracks)
+{
+    startRunThread([this, tracks] { m_spanner->spanTracks(tracks); });
+}
+
+void CVApplicationDelegate::startLocateRun(const QList<CVTrack *> &tracks)
+{
+    startRunThread([this, tracks] { m_spanner->refreshTracks(tracks); });
+}
+
+void CVApplicationDelegate::startUpdateDependentRun()
+{
+    startRunThread([this] { m_spanner->updateDependentTracks(); });
 }
 
 bool CVApplicationDelegate::restoreMode() const
@@ -531,14 +553,32 @@ QString CVApplicationDelegate::spanLocation() const
     return m_windowDelegate ? m_windowDelegate->spanLocation() : QString();
 }
 
+bool CVApplicationDelegate::isResultsViewOnScreen() const
+{
+    return m_windowDelegate && m_windowDelegate->isResultsViewOnScreen();
+}
+
+bool CVApplicationDelegate::isSpanningViewOnScreen() const
+{
+    return m_windowDelegate && m_windowDelegate->isSpanningViewOnScreen();
+}
+
 void CVApplicationDelegate::showView(View view)
 {
     if (!m_windowDelegate)
         return;
-    if (view == View::Loading)
-        m_windowDelegate->corvanaWindow()->showLoadingView();
-    else
-        m_windowDelegate->corvanaWindow()->showMainView();
+    switch (view) {
+    case View::Spanning:
+        m_windowDelegate->showSpanningView();
+        break;
+    case View::Results:
+        // The worker waits for this: its results are ours to read.
+        m_windowDelegate->showResultsAfterRun(m_spanner->lastResults());
+        break;
+    case View::Loading:
+        m_windowDelegate->showReloadingView();
+        break;
+    }
 }
 
 void CVApplicationDelegate::telliTunesToQuit()
