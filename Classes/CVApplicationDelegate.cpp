@@ -66,6 +66,23 @@ void CVApplicationDelegate::onMainThread(const std::function<void()> &work)
         QMetaObject::invokeMethod(this, work, Qt::BlockingQueuedConnection);
 }
 
+namespace {
+
+// The link to the player of the preference "Player"; the library file itself when the player
+// asked for is not on the session bus.
+std::unique_ptr<CVPlayerLink> choosePlayerLink(
+    const QString &libraryFile, CVFileManagerLink *files, const QString &player)
+{
+    std::unique_ptr<CVPlayerLink> link = CVPlayerLink::choose(libraryFile, files, player);
+    if (link)
+        return link;
+    CVLog::log(u"Corvana ScriptingBridge Error: no player on the session bus offers org.corvana.PlayerLibrary1; "
+               "the library file is used"_s);
+    return CVPlayerLink::choose(libraryFile, files, u"itunes-file"_s);
+}
+
+} // namespace
+
 // ---- Start -------------------------------------------------------------------------------
 
 void CVApplicationDelegate::awakeFromNib()
@@ -118,14 +135,14 @@ void CVApplicationDelegate::awakeFromNib()
     connect(m_settings.get(), &CVSettings::valueChanged, this, &CVApplicationDelegate::observeSettings);
 
     // The player and the file manager.
-    const QString libraryFile = m_options.libraryFile.isEmpty() ? CVLibraryManager::chooseLibraryFile(QDir::homePath())
-                                                                : m_options.libraryFile;
-    m_playerLink = CVPlayerLink::choose(libraryFile, fileManager());
+    const QString libraryFile = m_options.libraryFile.isEmpty() ? m_library->findLibraryFile() : m_options.libraryFile;
+    m_playerLink = choosePlayerLink(libraryFile, fileManager(), m_library->player());
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), fileManager(), m_presenter.get());
     m_spanner->setHost(this);
     m_spanner->setLibrary(m_library.get());
     m_spanner->setSettings(m_settings.get());
     m_library->setRunState(m_spanner.get());
+    m_windowDelegate->attachEngine(m_spanner.get());
     if (m_crashedWhileSpanningLastRun)
         m_spanner->loadPreviouslySpannedTracks();
 }
@@ -208,7 +225,7 @@ void CVApplicationDelegate::runLoadSequence()
         // The library file showed up only now: the player link follows it.
         onMainThread([this] {
             if (!m_spanner->isSpanningOrRestoringTracks()) {
-                m_playerLink = CVPlayerLink::choose(m_library->libraryFilePath(), fileManager());
+                m_playerLink = choosePlayerLink(m_library->libraryFilePath(), fileManager(), m_library->player());
                 m_spanner->setPlayerLink(m_playerLink.get());
             }
         });
@@ -490,18 +507,40 @@ void CVApplicationDelegate::tellCorvanaHelperToQuit()
 
 void CVApplicationDelegate::launchCorvanaHelper()
 {
-    m_helper.launchCorvanaHelper();
+    if (m_options.startHelper)
+        m_helper.launchCorvanaHelper();
 }
 
 // ---- The engine's host -------------------------------------------------------------------
 
-void CVApplicationDelegate::startSpanRun(const QList<CVTrack *> &tracks)
+void CVApplicationDelegate::startRunThread(std::function<void()> work)
 {
     if (m_runThread || !m_spanner)
         return;
-    m_runThread = QThread::create([this, tracks] { m_spanner->spanTracks(tracks); });
-    connect(m_runThread, &QThread::finished, m_runThread, &QObject::deleteLater);
+    m_runThread = QThread::create(std::move(work));
+    m_runThread->setObjectName(u"CVSpanWorker"_s);
+    connect(m_runThread, &QThread::finished, this, [this, thread = m_runThread.data()] {
+        thread->deleteLater();
+        m_runThread.clear();
+        if (m_windowDelegate)
+            m_windowDelegate->runThreadFinished();
+    });
     m_runThread->start();
+}
+
+void CVApplicationDelegate::startSpanRun(const QList<CVTrack *> &tracks)
+{
+    startRunThread([this, tracks] { m_spanner->spanTracks(tracks); });
+}
+
+void CVApplicationDelegate::startLocateRun(const QList<CVTrack *> &tracks)
+{
+    startRunThread([this, tracks] { m_spanner->refreshTracks(tracks); });
+}
+
+void CVApplicationDelegate::startUpdateDependentRun()
+{
+    startRunThread([this] { m_spanner->updateDependentTracks(); });
 }
 
 bool CVApplicationDelegate::restoreMode() const
@@ -514,14 +553,32 @@ QString CVApplicationDelegate::spanLocation() const
     return m_windowDelegate ? m_windowDelegate->spanLocation() : QString();
 }
 
+bool CVApplicationDelegate::isResultsViewOnScreen() const
+{
+    return m_windowDelegate && m_windowDelegate->isResultsViewOnScreen();
+}
+
+bool CVApplicationDelegate::isSpanningViewOnScreen() const
+{
+    return m_windowDelegate && m_windowDelegate->isSpanningViewOnScreen();
+}
+
 void CVApplicationDelegate::showView(View view)
 {
     if (!m_windowDelegate)
         return;
-    if (view == View::Loading)
-        m_windowDelegate->corvanaWindow()->showLoadingView();
-    else
-        m_windowDelegate->corvanaWindow()->showMainView();
+    switch (view) {
+    case View::Spanning:
+        m_windowDelegate->showSpanningView();
+        break;
+    case View::Results:
+        // The worker waits for this: its results are ours to read.
+        m_windowDelegate->showResultsAfterRun(m_spanner->lastResults());
+        break;
+    case View::Loading:
+        m_windowDelegate->showReloadingView();
+        break;
+    }
 }
 
 void CVApplicationDelegate::telliTunesToQuit()

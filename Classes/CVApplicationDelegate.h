@@ -43,6 +43,8 @@ public:
         bool answerDialogs = false;
         // The pause before the main view is shown (a load's last step).
         int mainViewDelayMs = 200;
+        // The helper is installed, but not started (a check of an installation).
+        bool startHelper = true;
     };
 
     explicit CVApplicationDelegate(Options options, QObject *parent = nullptr);
@@ -71,6 +73,7 @@ public:
 
     // The helper.
     InstallResult installOrUpdateCorvanaHelper();
+    CVHelperApplicationControl &helperControl() { return m_helper; }
     bool isCorvanaHelperRunning();
     // Opens a bug report in the user's mail client.
     void reportBugAction();
@@ -95,12 +98,17 @@ public:
     CVSheetPresenter *presenter() const { return m_presenter.get(); }
     CVSpanHistory *spanHistory() const { return m_history.get(); }
 
-    // Hands the queued tracks to the engine on its worker thread.
+    // Hand the work to the engine on its worker thread; one run at a time.
     void startSpanRun(const QList<CVTrack *> &tracks);
+    void startLocateRun(const QList<CVTrack *> &tracks);
+    void startUpdateDependentRun();
+    bool isRunThreadActive() const { return !m_runThread.isNull(); }
 
     // CVSpannerHost
     bool restoreMode() const override;
     QString spanLocation() const override;
+    bool isResultsViewOnScreen() const override;
+    bool isSpanningViewOnScreen() const override;
     void showView(View view) override;
     void telliTunesToQuit() override;
     void doSetSpanMode() override;
@@ -119,6 +127,7 @@ private:
     bool crashedByWindowFrame() const;
     void observeSettings(const QString &key);
     void performQuit(bool save);
+    void startRunThread(std::function<void()> work);
     // Runs work on the main thread and waits for it (from the load thread).
     void onMainThread(const std::function<void()> &work);
 

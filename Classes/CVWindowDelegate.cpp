@@ -4,15 +4,21 @@
 #include "Browsing/CVItemInformationDelegate.h"
 #include "Browsing/CVPlaylistsDelegate.h"
 #include "CVApplicationDelegate.h"
+#include "Engine/CVMediaSpanner.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVResultsModel.h"
+#include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "MainWindow/CVSounds.h"
+#include "Platform/CVLauncherEntry.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
 #include "Views/CVFilterPathPopover.h"
 #include "Views/CVLoadingView.h"
 #include "Views/CVMediaFilterBar.h"
+#include "Views/CVResultsView.h"
 #include "Views/CVSpanLocationView.h"
 #include "Views/CVSpanQueueDropZone.h"
 
@@ -44,7 +50,11 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     , m_playlists(new CVPlaylistsDelegate(library, settings, this))
     , m_locations(new CVLocationsDelegate(library, settings, this))
     , m_information(new CVItemInformationDelegate(settings, m_window, this))
+    , m_resultsModel(new CVResultsModel(this))
+    , m_sounds(new CVSounds(this))
+    , m_launcherEntry(std::make_unique<CVLauncherEntry>())
 {
+    m_window->resultsView->setModel(m_resultsModel);
     m_presenter->setWindow(m_window);
     m_library->setPanes(this);
     m_browser->setParts(m_window, this, m_playlists, m_locations, m_information);
@@ -140,7 +150,23 @@ void CVWindowDelegate::wireViews()
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::clicked, this, [this] { browseSpanningQueue(true); });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::mouseOverChanged, this,
         &CVWindowDelegate::setIsMouseOverSpanQueueDropZone);
-    connect(w->spanLocationView, &CVSpanLocationView::clicked, this, &CVWindowDelegate::chooseSpanLocation);
+    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::dragActiveChanged, this, [this](bool active) {
+        m_dragOverDropZone = active;
+        setWalkThroughTextToProperStep();
+    });
+    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::wantsRemoveDropChanged, this,
+        &CVWindowDelegate::setWantsRemoveDropSet);
+    connect(
+        w->spanQueueDropZone, &CVSpanQueueDropZone::predicateDropped, this, &CVWindowDelegate::performDropOfArchive);
+    connect(w->spanLocationView, &CVSpanLocationView::clicked, this, [this] {
+        if (!m_restoreMode)
+            chooseSpanLocation();
+    });
+    connect(w->spanLocationView, &CVSpanLocationView::historyMenuRequested, this,
+        &CVWindowDelegate::popUpSpanLocationsHistoryMenu);
+    connect(w->spanLocationView, &CVSpanLocationView::contextMenuRequested, this,
+        &CVWindowDelegate::showSpanLocationContextMenu);
+    connect(w->spanLocationView, &CVSpanLocationView::folderDropped, this, &CVWindowDelegate::spanLocationDropped);
     connect(w->spanButton, &QPushButton::clicked, this, &CVWindowDelegate::spanLibrary);
     connect(w->spanModeButton, &QToolButton::clicked, this, &CVWindowDelegate::setSpanMode);
     connect(w->restoreModeButton, &QToolButton::clicked, this, &CVWindowDelegate::setRestoreMode);
@@ -157,7 +183,7 @@ void CVWindowDelegate::wireMenus()
     CVMainWindow *w = m_window;
     auto on = [&](const QString &name, auto &&slot) { connect(w->action(name), &QAction::triggered, this, slot); };
     on(u"reload"_s, [this] {
-        if (!m_app->isLoadingCorvana() && mainViewIsVisible()) {
+        if (!m_app->isLoadingCorvana() && mainViewIsVisible() && !m_app->isRunThreadActive()) {
             m_manualReload = true;
             m_app->loadCorvanaAndDisplayMainView();
         }
@@ -170,7 +196,7 @@ void CVWindowDelegate::wireMenus()
         a->setChecked(m_settings->stringListValue(u"CVSearchFields"_s).contains(field));
         connect(a, &QAction::toggled, this, [this, field](bool checked) { editSearchFields(field, checked); });
     }
-    on(u"selectAll"_s, [this] {
+    on(u"selectAll"_s, [] {
         if (QAbstractItemView *view = qobject_cast<QAbstractItemView *>(QApplication::focusWidget()))
             view->selectAll();
         else if (auto *edit = qobject_cast<QLineEdit *>(QApplication::focusWidget()))
@@ -199,6 +225,11 @@ void CVWindowDelegate::wireMenus()
     on(u"spanMode"_s, [this] { setSpanMode(); });
     on(u"restoreMode"_s, [this] { setRestoreMode(); });
     on(u"chooseLocation"_s, [this] { chooseSpanLocation(); });
+    on(u"selectAllSpanned"_s, [this] { selectAllSpannedTracksToRestore(); });
+    on(u"selectAllTracks"_s, [this] { selectAllTracksToConsolidateFiles(); });
+    on(u"selectLastTracks"_s, [this] { selectLastTracksSpannedRestored(); });
+    QMenu *recent = w->menu(u"RecentSpanLocations"_s);
+    connect(recent, &QMenu::aboutToShow, this, [this, recent] { fillSpanLocationsHistoryMenu(recent); });
     on(u"start"_s, [this] { spanLibrary(); });
     on(u"reportBug"_s, [this] { reportABug(); });
     on(u"about"_s, [this] {
@@ -212,7 +243,7 @@ void CVWindowDelegate::wireMenus()
     w->action(u"removeSelection"_s)->setVisible(false);
     // Nothing to act on until the first load is done.
     for (const QString &menu : { u"View"_s, u"Edit"_s, u"EditSpanningQueue"_s })
-        w->menu(menu)->setEnabled(false);
+        setMenuEnabled(menu, false);
 }
 
 // ---- The window around a load ------------------------------------------------------------
@@ -286,9 +317,15 @@ void CVWindowDelegate::setWindowIsResizableIsMiniturizableIsClosable(bool resiza
     flags.setFlag(Qt::WindowCloseButtonHint, closable);
     if (flags != m_window->windowFlags()) {
         const bool visible = m_window->isVisible();
+        // New flags re-create the window: shown again, it must not take the focus from
+        // whatever the user works in meanwhile.
+        const bool active = m_window->isActiveWindow();
         m_window->setWindowFlags(flags);
-        if (visible)
+        if (visible) {
+            m_window->setAttribute(Qt::WA_ShowWithoutActivating, !active);
             m_window->show();
+            m_window->setAttribute(Qt::WA_ShowWithoutActivating, false);
+        }
     }
     if (resizable) {
         m_window->setMinimumSize(CVMainWindow::MinimumMainSize);
@@ -315,6 +352,7 @@ void CVWindowDelegate::saveInitialSizeAndResizeWindowForLoading()
     m_window->resize(CVMainWindow::LoadingSize);
     m_window->move(centre - QPoint(CVMainWindow::LoadingSize.width() / 2, CVMainWindow::LoadingSize.height() / 2));
     setWindow(false, false);
+    m_shownView = ShownView::Loading;
     // The loading size is on disk from now on: a run that never ends is seen by it.
     saveWindowFrame();
     m_settings->synchronize();
@@ -326,9 +364,12 @@ void CVWindowDelegate::clearAllForReload()
     m_locations->clearAllForReload();
     m_playlists->clearAllForReload();
     m_information->clearTrackInformation();
-    // The queue holds tracks of the library being replaced.
+    // The queue and the last results hold tracks of the library being replaced.
     m_spanQueue.clear();
+    ++m_spanQueueGeneration;
+    m_resultsModel->clear();
     m_window->showLoadingView();
+    m_shownView = ShownView::Loading;
 }
 
 void CVWindowDelegate::warmSelections()
@@ -354,12 +395,13 @@ void CVWindowDelegate::prepareContentAfterLoad()
     m_browser->adjustBrowserForNewSize();
     updateSpanSummary();
     refreshFilterPathBar();
-    m_window->menu(u"View"_s)->setEnabled(true);
-    m_window->menu(u"Edit"_s)->setEnabled(true);
+    // Get Info points at the information panel again, and the menus a run took away come back.
     const bool recovering = m_app->crashedWhileSpanningLastRun();
-    m_window->menu(u"EditSpanningQueue"_s)->setEnabled(!recovering);
+    enableMenusAfterRun();
     m_window->spanModeButton->setEnabled(!recovering);
     m_window->restoreModeButton->setEnabled(!recovering);
+    m_window->spanQueueDropZone->setRefusesDrags(recovering);
+    m_window->spanLocationView->setRefusesDrops(recovering);
     // The location (or restore mode) as the last run left it.
     const QString saved = m_settings->stringValue(recovering ? u"CVLastSpanLocation"_s : u"CVSavedSpanLocation"_s);
     if (saved == u"CVRestoreMode"_s)
@@ -371,7 +413,14 @@ void CVWindowDelegate::prepareContentAfterLoad()
 
 void CVWindowDelegate::displayMainViewAfterLoad()
 {
+    if (m_settings->contains(u"CVLastTracksSpanned"_s)) {
+        QAction *last = m_window->action(u"selectLastTracks"_s);
+        last->setText(u"Select Last Tracks %1…"_s.arg(
+            m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s ? u"Restored"_s : u"Spanned"_s));
+        last->setVisible(true);
+    }
     m_window->showMainView();
+    m_shownView = ShownView::Main;
     setWindow(true, true);
     m_frameSaving = false;
     if (m_mainViewSize.isValid()) {
@@ -386,11 +435,22 @@ void CVWindowDelegate::displayMainViewAfterLoad()
     const QString version = QCoreApplication::applicationVersion();
     if (m_settings->stringValue(u"CVVersionLastRun"_s) != version)
         m_settings->setValue(u"CVVersionLastRun"_s, version);
-    if (m_settings->boolValue(u"CVFirstRun"_s))
+    const bool firstRun = m_settings->boolValue(u"CVFirstRun"_s);
+    if (firstRun)
         m_settings->setValue(u"CVFirstRun"_s, false);
     m_firstLoad = false;
     m_settings->synchronize();
     Q_EMIT mainViewShown();
+    // The checks after a load: a crash first, then the offer about dependent tracks.
+    if (!firstRun && m_app->crashedWhileSpanningLastRun()) {
+        showCrashWhileRunningSheet();
+        return;
+    }
+    if (!firstRun && m_app->crashedLastRun()) {
+        showCrashSheet();
+        return;
+    }
+    checkForAndOfferToUpdateDependentlySpannedTracks();
 }
 
 void CVWindowDelegate::displayMainViewBeforeQuit()
@@ -429,6 +489,9 @@ void CVWindowDelegate::windowDidBecomeMain()
     m_window->filterPathBar->setIsDimmed(false);
     m_window->spanLocationView->setDimmed(false);
     reloadSpanLocatonInformation();
+    // The Trash may have been emptied elsewhere meanwhile.
+    if (m_spanner && isResultsViewOnScreen())
+        m_spanner->isTrashEmpty();
 }
 
 void CVWindowDelegate::windowDidResignMain()

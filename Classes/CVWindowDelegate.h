@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Engine/CVResultRow.h"
 #include "Library/CVPredicate.h"
 #include "Library/CVSelectionPanes.h"
 #include "Library/CVTrackList.h"
@@ -10,6 +11,8 @@
 #include <QRect>
 #include <QTimer>
 
+#include <atomic>
+#include <memory>
 #include <optional>
 
 class CVApplicationDelegate;
@@ -17,17 +20,24 @@ class CVBrowserDelegate;
 class CVFileManagerLink;
 class CVItemInformationDelegate;
 class CVLibraryManager;
+class CVLauncherEntry;
 class CVLocationsDelegate;
 class CVMainWindow;
+class CVMediaSpanner;
 class CVPlayerLink;
 class CVPlaylistsDelegate;
+class CVResultsModel;
+class CVRunProgress;
 class CVSettings;
 class CVSheetPresenter;
+class CVSounds;
 class CVTrack;
+class QMenu;
 
 // The main window's controller: the loading and main views, the search and the filter path bar,
-// the spanning queue with the span/restore mode and the span location, and the walk-through
-// line. It owns the panes' controllers and gives the selection machinery their predicates.
+// the spanning queue with the span/restore mode and the span location, the walk-through line,
+// and a run's spanning and results views with the checks before a run and after a load. It owns
+// the panes' controllers and gives the selection machinery their predicates.
 class CVWindowDelegate : public QObject, public CVSelectionPanes {
     Q_OBJECT
 
@@ -72,8 +82,15 @@ public:
     void setWindow(bool resizable, bool closable);
     void setWindowIsResizableIsMiniturizableIsClosable(bool resizable, bool miniaturizable, bool closable);
 
+    // The engine, once the application delegate has made it: its signals reach the run's views.
+    void attachEngine(CVMediaSpanner *spanner);
+
     // The spanning queue.
     void performDrop(const CVPredicate &predicate);
+    // A drop on the queue's zone: the archived predicate, and where it fell.
+    void performDropOfArchive(const QByteArray &archived, const QPoint &globalPosition);
+    // The sound of an addition, or the puff of a removal, when "CVPlaySpanQueueDropSounds" is on.
+    void playQueueFeedback(bool removal, const QPoint &globalPosition);
     void saveSpanningQueue();
     CVPredicate getSpanQueuePredicateForField(const QString &field) const;
     void updateSpanSummary();
@@ -85,7 +102,13 @@ public:
     void addOrRemoveSelectionFromQueue();
     void addOrRemoveMediaTypeFromQueue(const CVPredicate &predicate, const QString &mediaName);
     void clearSpanningQueue();
-    const QMap<qint64, CVTrack *> &spanQueue() const { return m_spanQueue; }
+    void selectAllSpannedTracksToRestore();
+    void selectAllTracksToConsolidateFiles();
+    void selectLastTracksSpannedRestored();
+    void toggleRoundTimesForSummary();
+    const QHash<qint64, CVTrack *> &spanQueue() const { return m_spanQueue; }
+    // The queued tracks by TrackID, ascending.
+    QList<CVTrack *> queuedTracks() const;
     double currentSpanQueueSize() const { return m_currentSpanQueueSize; }
 
     // Modes and the span location.
@@ -100,7 +123,45 @@ public:
     void chooseSpanLocation();
     void changeSpanLocationWithConfirmation(const QString &path);
     void reloadSpanLocatonInformation();
+    // The history of span locations ("CVSpanLocationHistory"), newest first, at most five.
+    QStringList spanLocationHistory() const;
+    void fillSpanLocationsHistoryMenu(QMenu *menu);
+    void popUpSpanLocationsHistoryMenu(const QPoint &globalPosition);
+    void setSpanLocationFromHistory(const QString &path);
+    void addOrRemoveLocationToHistory();
+    void addLocationToHistory(const QString &path);
+    void clearSpanLocationHistory();
+    void showLocationInFinder();
+    void fillSpanLocationContextMenu(QMenu *menu);
+    void showSpanLocationContextMenu(const QPoint &globalPosition);
+    void spanLocationDropped(const QString &path);
+
+    // Runs.
     void spanLibrary();
+    // The answer to the confirmation: the run starts.
+    void closeConfirmSpanRestoreAction();
+    // Asks the player to look for the files of these tracks, then reloads.
+    void locateTracks(const QList<CVTrack *> &tracks);
+    void updateDependentTracks();
+    void checkForAndOfferToUpdateDependentlySpannedTracks();
+    // The views a run swaps in (the engine waits for these).
+    void showSpanningView();
+    void showResultsAfterRun(const CVRunResults &results);
+    void showReloadingView();
+    // The results view's way back: the library is read again and the main view shown.
+    void leaveResultsView();
+    // The run's worker thread has ended.
+    void runThreadFinished();
+    // Safe from any thread (the engine asks from its worker).
+    bool isSpanningViewOnScreen() const { return m_shownView == ShownView::Spanning; }
+    bool isResultsViewOnScreen() const { return m_shownView == ShownView::Results; }
+    void refreshDonateStatus();
+    void donateAction();
+    CVResultsModel *resultsModel() const { return m_resultsModel; }
+    CVRunProgress *runProgress() const { return m_runProgress; }
+    CVSounds *sounds() const { return m_sounds; }
+    CVLauncherEntry *launcherEntry() const { return m_launcherEntry.get(); }
+    static QString donationPageUrl();
 
     // The walk-through line on the queue's background.
     void setWalkThroughTextTo(const QString &text, const QString &step);
@@ -129,11 +190,22 @@ Q_SIGNALS:
     void mainViewShown();
 
 private:
+    enum class ShownView { Loading, Main, Spanning, Results };
+
     void wireMenus();
     void wireViews();
     void refreshPanesAfterQueueChange();
     QString filterDescription(const QString &name, bool *inForce) const;
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
+    void replaceQueueWithPredicate(const CVPredicate &predicate);
+    void didEndSpanLocationCheckSheet(int advice, int returnCode, const QString &location, const QString &previous);
+    // The View, Edit and Edit Spanning Queue menus with their items (and shortcuts).
+    void setMenuEnabled(const QString &name, bool enabled);
+    void disableMenusForRun();
+    void enableMenusAfterRun();
+    void showRunRefusal(const QString &reason);
+    void showCrashWhileRunningSheet();
+    void showCrashSheet();
     void saveSplitterSizes();
     void restoreSplitterSizes();
 
@@ -153,12 +225,27 @@ private:
     bool m_browsingSpanningQueue = false;
     bool m_wantsRemoveDropSet = false;
     bool m_mouseOverDropZone = false;
+    bool m_dragOverDropZone = false;
+    bool m_overrideFilesNotFoundForSpan = false;
+    bool m_overrideEnoughSpaceForSpan = false;
+    std::atomic<ShownView> m_shownView { ShownView::Loading };
+    CVMediaSpanner *m_spanner = nullptr;
+    CVResultsModel *m_resultsModel;
+    CVRunProgress *m_runProgress = nullptr;
+    CVSounds *m_sounds;
+    std::unique_ptr<CVLauncherEntry> m_launcherEntry;
+    int m_runTracks = 0;
+    double m_runBytes = 0;
     bool m_mouseOverFilterPathBar = false;
     bool m_frameSaving = true;
     QSize m_mainViewSize;
     QString m_spanLocation;
-    QMap<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
+    QHash<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
     CVPredicate m_currentSpanQueuePredicate = CVPredicate::fromText(QStringLiteral("EMPTY"));
+    // The queue predicates by field, for the queue as it was at m_spanQueueGeneration.
+    mutable QHash<QString, CVPredicate> m_spanQueuePredicateCache;
+    mutable quint64 m_spanQueuePredicateGeneration = 0;
+    quint64 m_spanQueueGeneration = 1;
     double m_currentSpanQueueSize = 0;
     bool m_shouldRoundOffTime = true;
     QHash<QString, QString> m_walkThroughTextOptions;

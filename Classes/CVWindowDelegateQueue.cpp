@@ -1,12 +1,9 @@
-// The spanning queue, the span/restore mode, the span location and the walk-through line of
-// CVWindowDelegate.
+// The spanning queue, the span/restore mode and the walk-through line of CVWindowDelegate.
 #include "CVWindowDelegate.h"
 
 #include "Browsing/CVBrowserDelegate.h"
 #include "Browsing/CVPlaylistsDelegate.h"
 #include "CVApplicationDelegate.h"
-#include "Engine/CVMediaSpanner.h"
-#include "Engine/CVSpanChecks.h"
 #include "Library/CVFormatters.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPredicateArchive.h"
@@ -14,17 +11,15 @@
 #include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "MainWindow/CVSounds.h"
 #include "Platform/CVSettings.h"
-#include "Platform/CVVolumes.h"
-#include "Views/CVIcons.h"
 #include "Views/CVSpanLocationView.h"
 #include "Views/CVSpanQueueDropZone.h"
+#include "Views/CVVanishingPuff.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QFileDialog>
-#include <QFileIconProvider>
-#include <QFileInfo>
+#include <QCursor>
 #include <QLabel>
 #include <QListView>
 #include <QPushButton>
@@ -56,46 +51,141 @@ CVPredicate CVWindowDelegate::getSpanQueuePredicateForField(const QString &field
 {
     if (m_spanQueue.isEmpty())
         return CVPredicate::fromText(u"EMPTY"_s);
+    if (field != u"TrackID"_s && field != u"PersistentID"_s)
+        return CVPredicate::fromText(u"EMPTY"_s);
+    // An unchanged queue is never worked out twice.
+    if (m_spanQueuePredicateGeneration != m_spanQueueGeneration) {
+        m_spanQueuePredicateCache.clear();
+        m_spanQueuePredicateGeneration = m_spanQueueGeneration;
+    }
+    if (const auto it = m_spanQueuePredicateCache.constFind(field); it != m_spanQueuePredicateCache.cend())
+        return *it;
+    CVPredicate p;
     if (field == u"TrackID"_s) {
-        std::vector<qint64> ids(m_spanQueue.keyBegin(), m_spanQueue.keyEnd()); // ascending: a map's keys
+        std::vector<qint64> ids(m_spanQueue.keyBegin(), m_spanQueue.keyEnd());
+        std::sort(ids.begin(), ids.end());
         QStringList texts;
         texts.reserve(qsizetype(ids.size()));
         for (qint64 id : ids)
             texts.append(QString::number(id));
-        CVPredicate p = CVPredicate::forTrackIDs(std::move(ids));
+        p = CVPredicate::forTrackIDs(std::move(ids));
         p.setCacheKey(texts.join(u','));
-        return p;
-    }
-    if (field == u"PersistentID"_s) {
+    } else {
+        // Persistent IDs are 16 hexadecimal digits: their text order is their number's, and
+        // numbers sort many times faster than texts (a whole library is queued at once). The
+        // tracks are read in the library's order, which is their order in memory.
+        std::vector<const CVTrack *> inOrder;
+        inOrder.reserve(std::size_t(m_spanQueue.size()));
+        const std::vector<CVTrack *> &all = m_library->allTracks();
+        if (std::size_t(m_spanQueue.size()) > all.size() / 8) {
+            for (const CVTrack *t : all)
+                if (m_spanQueue.contains(t->integer(CVAttr::TrackID)))
+                    inOrder.push_back(t);
+        } else {
+            inOrder.assign(m_spanQueue.cbegin(), m_spanQueue.cend());
+            std::sort(inOrder.begin(), inOrder.end(),
+                [](const CVTrack *a, const CVTrack *b) { return a->index() < b->index(); });
+        }
+        std::vector<std::pair<quint64, const QString *>> byNumber;
+        byNumber.reserve(inOrder.size());
+        bool numeric = true;
+        for (const CVTrack *t : inOrder) {
+            const QString &id = t->textRef(CVAttr::PersistentID);
+            quint64 number = 0;
+            numeric = numeric && id.size() == 16;
+            for (const QChar c : id) {
+                const char16_t u = c.unicode();
+                const int digit = u >= u'0' && u <= u'9' ? u - u'0' : u >= u'A' && u <= u'F' ? u - u'A' + 10 : -1;
+                numeric = numeric && digit >= 0;
+                number = number << 4 | quint64(qMax(digit, 0));
+            }
+            byNumber.emplace_back(number, &id);
+        }
+        if (numeric)
+            std::sort(byNumber.begin(), byNumber.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+        else
+            std::sort(
+                byNumber.begin(), byNumber.end(), [](const auto &a, const auto &b) { return *a.second < *b.second; });
         QStringList ids;
-        ids.reserve(m_spanQueue.size());
-        for (const CVTrack *t : m_spanQueue)
-            ids.append(t->text(CVAttr::PersistentID));
-        ids.sort();
+        ids.reserve(qsizetype(byNumber.size()));
+        for (auto &[number, text] : byNumber) {
+            if (!numeric) {
+                ids.append(*text);
+                continue;
+            }
+            // Written anew from the number: a copy of the track's own text would visit every
+            // track's text again, in another order than the memory's.
+            QString id(16, Qt::Uninitialized);
+            QChar *digits = id.data();
+            for (int i = 15; i >= 0; --i, number >>= 4)
+                digits[i] = QChar(u"0123456789ABCDEF"[number & 0xF]);
+            ids.append(std::move(id));
+        }
         const QString key = ids.join(u',');
-        CVPredicate p = CVPredicate::forPersistentIDs(std::move(ids));
+        p = CVPredicate::forPersistentIDs(std::move(ids));
         p.setCacheKey(key);
-        return p;
     }
-    return CVPredicate::fromText(u"EMPTY"_s);
+    m_spanQueuePredicateCache.insert(field, p);
+    return p;
+}
+
+QList<CVTrack *> CVWindowDelegate::queuedTracks() const
+{
+    QList<CVTrack *> tracks(m_spanQueue.cbegin(), m_spanQueue.cend());
+    std::sort(tracks.begin(), tracks.end(),
+        [](const CVTrack *a, const CVTrack *b) { return a->integer(CVAttr::TrackID) < b->integer(CVAttr::TrackID); });
+    return tracks;
 }
 
 void CVWindowDelegate::performDrop(const CVPredicate &predicate)
 {
     const CVTrackList tracks = m_library->smartSelectPredicate(predicate);
+    const qsizetype before = m_spanQueue.size();
+    bool changed = false;
+    if (!m_wantsRemoveDropSet)
+        m_spanQueue.reserve(before + qsizetype(tracks->tracks.size()));
     for (CVTrack *t : tracks->tracks) {
         const qint64 id = t->integer(CVAttr::TrackID);
-        if (m_wantsRemoveDropSet)
-            m_spanQueue.remove(id);
-        else
+        if (m_wantsRemoveDropSet) {
+            changed = m_spanQueue.remove(id) > 0 || changed;
+        } else {
+            // Adding a track already there replaces its entry (with the same record).
             m_spanQueue.insert(id, t);
+        }
     }
-    saveSpanningQueue();
-    updateSpanSummary();
+    // An unchanged queue is saved already (dropping what is queued, removing what is not).
+    if (changed || m_spanQueue.size() != before) {
+        ++m_spanQueueGeneration;
+        saveSpanningQueue();
+        updateSpanSummary();
+    }
     setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
     if (m_browsingSpanningQueue)
         refreshPanesAfterQueueChange();
     refreshFilterPathBar();
+}
+
+void CVWindowDelegate::performDropOfArchive(const QByteArray &archived, const QPoint &globalPosition)
+{
+    const std::optional<CVPredicate> predicate = CVPredicateArchive::unarchive(archived);
+    if (!predicate || m_app->crashedWhileSpanningLastRun()) {
+        m_wantsRemoveDropSet = false;
+        return;
+    }
+    // Drops are never confirmed.
+    playQueueFeedback(m_wantsRemoveDropSet, globalPosition);
+    performDrop(*predicate);
+    m_wantsRemoveDropSet = false;
+}
+
+void CVWindowDelegate::playQueueFeedback(bool removal, const QPoint &globalPosition)
+{
+    if (!m_settings->boolValue(u"CVPlaySpanQueueDropSounds"_s))
+        return;
+    if (removal)
+        CVVanishingPuff::showAt(globalPosition + QPoint(15, 25));
+    else
+        m_sounds->play(u"DropTrack"_s);
 }
 
 void CVWindowDelegate::refreshPanesAfterQueueChange()
@@ -118,19 +208,31 @@ void CVWindowDelegate::saveSpanningQueue()
 
 void CVWindowDelegate::updateSpanSummary()
 {
-    auto list = std::make_shared<CVTrackListData>();
-    list->tracks.assign(m_spanQueue.cbegin(), m_spanQueue.cend());
-    const QVariantMap attributes = m_library->getSummaryAttibutesForTracks(list);
-    QString text = u"No Media Selected"_s;
-    if (attributes.contains(u"CacheKey"_s)) {
+    // The summary attributes of the queued records (count, time, size), summed here: the
+    // library's summary of a list is keyed by all its track IDs and names its artists and
+    // albums, which for a queue of a whole library costs far more than the line shows.
+    if (m_spanQueue.isEmpty()) {
         // An empty queue keeps the last size on purpose: it never reaches the space check.
-        m_currentSpanQueueSize = double(attributes.value(u"RawSizeKey"_s).toLongLong());
-        const qint64 count = attributes.value(u"CountKey"_s).toLongLong();
-        text = u"%1 item%2, %3%4, %5"_s.arg(count).arg(plural(count),
-            attributes.value(m_shouldRoundOffTime ? u"RoundedDisplayTimeKey"_s : u"DisplayTimeKey"_s).toString(),
-            m_shouldRoundOffTime ? u""_s : u" total time"_s, attributes.value(u"DisplaySizeKey"_s).toString());
+        m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);
+        return;
     }
-    m_window->spanQueueDropZone->setSummary(text);
+    double time = 0, size = 0;
+    for (const CVTrack *t : m_spanQueue) {
+        time += t->real(CVAttr::TotalTime);
+        size += t->real(CVAttr::Size);
+    }
+    m_currentSpanQueueSize = size;
+    const qint64 count = m_spanQueue.size();
+    m_window->spanQueueDropZone->setSummary(u"%1 item%2, %3%4, %5"_s.arg(count).arg(plural(count),
+        CVFormatters::humanReadableTimeFromMilliseconds(time, m_shouldRoundOffTime),
+        m_shouldRoundOffTime ? u""_s : u" total time"_s, CVFormatters::humanReadableSizeFromBytes(size)));
+}
+
+void CVWindowDelegate::toggleRoundTimesForSummary()
+{
+    m_shouldRoundOffTime = !m_shouldRoundOffTime;
+    updateSpanSummary();
+    m_browser->refreshBrowserDependentText();
 }
 
 void CVWindowDelegate::updateSummaryForSource(const QString &source, const CVTrackList &tracks)
@@ -203,16 +305,19 @@ void CVWindowDelegate::confirmQueueSheet(const QString &message, const CVPredica
     // The predicate travels with the sheet, archived.
     const QByteArray archived = CVPredicateArchive::archive(predicate);
     m_presenter->beginSheet(alert, [this, archived](int returnCode) {
-        if (returnCode == CVPresenter::DefaultReturn)
-            if (const auto p = CVPredicateArchive::unarchive(archived))
+        if (returnCode == CVPresenter::DefaultReturn) {
+            if (const auto p = CVPredicateArchive::unarchive(archived)) {
                 performDrop(*p);
+                playQueueFeedback(m_wantsRemoveDropSet, QCursor::pos());
+            }
+        }
         m_wantsRemoveDropSet = false;
     });
 }
 
 void CVWindowDelegate::addOrRemoveSelectionFromQueue()
 {
-    if (m_app->crashedWhileSpanningLastRun())
+    if (m_app->crashedWhileSpanningLastRun() || !mainViewIsVisible())
         return;
     QWidget *focus = QApplication::focusWidget();
     QString kind, title;
@@ -255,6 +360,8 @@ void CVWindowDelegate::addOrRemoveSelectionFromQueue()
 
 void CVWindowDelegate::addOrRemoveMediaTypeFromQueue(const CVPredicate &predicate, const QString &mediaName)
 {
+    if (m_app->crashedWhileSpanningLastRun())
+        return;
     m_wantsRemoveDropSet = m_browsingSpanningQueue;
     const bool remove = m_wantsRemoveDropSet;
     confirmQueueSheet(u"Are you sure you want to %1 %2 %3 the spanning queue?"_s.arg(
@@ -264,7 +371,7 @@ void CVWindowDelegate::addOrRemoveMediaTypeFromQueue(const CVPredicate &predicat
 
 void CVWindowDelegate::clearSpanningQueue()
 {
-    if (m_spanQueue.isEmpty())
+    if (m_spanQueue.isEmpty() || m_app->crashedWhileSpanningLastRun())
         return;
     CVAlert alert;
     alert.title = u"\nAre you sure you want to clear all of the tracks in the spanning queue?"_s;
@@ -274,12 +381,111 @@ void CVWindowDelegate::clearSpanningQueue()
         if (returnCode != CVPresenter::DefaultReturn)
             return;
         m_spanQueue.clear();
+        ++m_spanQueueGeneration;
         saveSpanningQueue();
         updateSpanSummary();
         setWalkThroughTextToProperStep();
         if (m_browsingSpanningQueue)
             refreshPanesAfterQueueChange();
         refreshFilterPathBar();
+        playQueueFeedback(true, QCursor::pos());
+    });
+}
+
+// ---- The bulk commands -------------------------------------------------------------------
+
+void CVWindowDelegate::replaceQueueWithPredicate(const CVPredicate &predicate)
+{
+    m_spanQueue.clear();
+    ++m_spanQueueGeneration;
+    const CVTrackList tracks = m_library->selectPredicate(predicate);
+    for (CVTrack *t : tracks->tracks)
+        m_spanQueue.insert(t->integer(CVAttr::TrackID), t);
+    playQueueFeedback(false, QCursor::pos());
+    saveSpanningQueue();
+    updateSpanSummary();
+}
+
+void CVWindowDelegate::selectAllSpannedTracksToRestore()
+{
+    if (m_app->crashedWhileSpanningLastRun() || !mainViewIsVisible())
+        return;
+    CVAlert alert;
+    alert.title = u"Are you sure you want to select all spanned tracks and set to restore mode?"_s;
+    alert.defaultButton = u"Select All Spanned Tracks & Set Restore Mode"_s;
+    alert.alternateButton = u"Cancel"_s;
+    alert.text = u"Any tracks currently in the spanning queue will be replaced."_s;
+    m_presenter->beginSheet(alert, [this](int returnCode) {
+        if (returnCode != CVPresenter::DefaultReturn)
+            return;
+        replaceQueueWithPredicate(CVPredicate::fromText(u"( ItemIsSpanned == 1 )"_s));
+        if (m_browsingSpanningQueue)
+            refreshPanesAfterQueueChange();
+        doSetRestoreMode();
+        refreshFilterPathBar();
+    });
+}
+
+void CVWindowDelegate::selectAllTracksToConsolidateFiles()
+{
+    if (m_app->crashedWhileSpanningLastRun() || !mainViewIsVisible())
+        return;
+    CVAlert alert;
+    alert.title = u"Are you sure you want to select all tracks and set span mode?"_s;
+    alert.defaultButton = u"Select All Tracks & Set Span Mode"_s;
+    alert.alternateButton = u"Cancel"_s;
+    alert.text = u"Select a span location to consolidate all of your files, any tracks whose files are already in the "
+                 "selected location will be skipped."_s;
+    m_presenter->beginSheet(alert, [this](int returnCode) {
+        if (returnCode != CVPresenter::DefaultReturn)
+            return;
+        replaceQueueWithPredicate(CVPredicate::fromText(u""_s));
+        setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
+        if (m_browsingSpanningQueue)
+            refreshPanesAfterQueueChange();
+        doSetSpanMode();
+        refreshFilterPathBar();
+    });
+}
+
+void CVWindowDelegate::selectLastTracksSpannedRestored()
+{
+    if (m_app->crashedWhileSpanningLastRun() || !mainViewIsVisible())
+        return;
+    const QStringList last = m_settings->mapValue(u"CVLastTracksSpanned"_s).keys();
+    const auto add = [this, last](bool replace) {
+        if (replace) {
+            m_spanQueue.clear();
+            ++m_spanQueueGeneration;
+        }
+        const CVTrackList tracks = m_library->selectPredicate(CVPredicate::forPersistentIDs(last));
+        for (CVTrack *t : tracks->tracks)
+            m_spanQueue.insert(t->integer(CVAttr::TrackID), t);
+        ++m_spanQueueGeneration;
+        playQueueFeedback(false, QCursor::pos());
+        saveSpanningQueue();
+        updateSpanSummary();
+        setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
+        if (m_browsingSpanningQueue)
+            refreshPanesAfterQueueChange();
+        refreshFilterPathBar();
+    };
+    if (m_spanQueue.isEmpty()) {
+        add(false);
+        return;
+    }
+    CVAlert alert;
+    alert.title = u"Add to, or replace the spanning queue?"_s;
+    alert.defaultButton = u"Add"_s;
+    alert.alternateButton = u"Cancel"_s;
+    alert.otherButton = u"Replace"_s;
+    alert.text
+        = u"Would you like to add the last tracks %1 to the tracks in the spanning queue, or replace the tracks "
+          "in the spanning queue?"_s.arg(
+              m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s ? u"restored"_s : u"spanned"_s);
+    m_presenter->beginSheet(alert, [add](int returnCode) {
+        if (returnCode != CVPresenter::AlternateReturn)
+            add(returnCode == CVPresenter::OtherReturn);
     });
 }
 
@@ -335,158 +541,6 @@ void CVWindowDelegate::doSetRestoreMode()
     setWalkThroughTextToProperStep();
 }
 
-// ---- The span location -------------------------------------------------------------------
-
-void CVWindowDelegate::setSpanLocation(const QString &path, bool checkIt)
-{
-    if (m_app->crashedWhileSpanningLastRun() && !m_spanLocation.isEmpty())
-        return;
-    m_spanLocation
-        = path == u"/Network"_s || path == u"/Volumes"_s || CVVolumes::isDriveContainer(path) ? QString() : path;
-    reloadSpanLocatonInformation();
-    setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
-                             m_library->createDisplayTitleForPath(m_spanLocation)),
-        u"ReadyToSpan"_s);
-    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
-        m_settings->setValue(u"CVSavedSpanLocation"_s, m_restoreMode ? u"CVRestoreMode"_s : m_spanLocation);
-        m_settings->synchronize();
-    }
-    if (!checkIt || m_spanLocation.isEmpty() || !m_app->spanner())
-        return;
-    // The advice about a newly chosen folder; each answer is final (no second check).
-    const CVSpanChecks checks(*m_app->spanner(), *m_library);
-    const CVSpanChecks::LocationCheck check = checks.checkSpanLocation(m_spanLocation, m_library->getBaseSpanPaths(),
-        m_library->iTunesMediaPath().value_or(QString()), m_settings->stringValue(u"CVStartupDriveName"_s));
-    if (check.advice == CVSpanChecks::Advice::None)
-        return;
-    const QString location = m_spanLocation;
-    m_presenter->beginSheet(check.alert, [this, check, location](int returnCode) {
-        using A = CVSpanChecks::Advice;
-        const auto chooseAgain = [this] {
-            clearSpanLocation();
-            chooseSpanLocation();
-        };
-        switch (check.advice) {
-        case A::Unusable:
-            chooseAgain();
-            break;
-        case A::DriveRoot:
-            if (returnCode == CVPresenter::DefaultReturn) {
-                const QString folder = location + u"/Spanned Media"_s;
-                QDir().mkpath(folder);
-                if (QFileInfo(folder).isDir())
-                    setSpanLocation(folder, false);
-            } else if (returnCode == CVPresenter::AlternateReturn) {
-                chooseAgain();
-            }
-            break;
-        case A::PreviouslyUsed:
-            if (returnCode == CVPresenter::DefaultReturn)
-                setSpanLocation(check.previousLocation, false);
-            break;
-        case A::InsideMediaFolder:
-            if (returnCode == CVPresenter::DefaultReturn)
-                setSpanLocation(m_library->iTunesMediaPath().value_or(QString()), false);
-            else
-                chooseAgain();
-            break;
-        case A::StartupDrive:
-            if (returnCode == CVPresenter::DefaultReturn)
-                chooseAgain();
-            break;
-        case A::None:
-            break;
-        }
-    });
-}
-
-void CVWindowDelegate::reloadSpanLocatonInformation()
-{
-    CVSpanLocationView *view = m_window->spanLocationView;
-    view->setLocationName(m_library->createDisplayTitleForPath(m_spanLocation));
-    if (m_spanLocation.isEmpty())
-        view->setLocationIcon({});
-    else if (QFileInfo::exists(m_spanLocation))
-        view->setLocationIcon(QFileIconProvider().icon(QFileInfo(m_spanLocation)));
-    else
-        view->setLocationIcon(CVIcons::icon(CVIcons::Kind::QuestionMark));
-}
-
-void CVWindowDelegate::chooseSpanLocation()
-{
-    if (m_app->crashedWhileSpanningLastRun() || m_restoreMode)
-        return;
-    if (QApplication::keyboardModifiers() & Qt::AltModifier) {
-        clearSpanLocation();
-        return;
-    }
-    QString start;
-    if (!m_spanLocation.isEmpty())
-        start = CVVolumes::isDriveRoot(m_spanLocation) ? m_spanLocation : QFileInfo(m_spanLocation).path();
-    auto *dialog = new QFileDialog(m_window, u"Choose Span Location"_s, start);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    dialog->setAcceptMode(QFileDialog::AcceptOpen);
-    dialog->setWindowModality(Qt::WindowModal);
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString &folder) {
-        if (!folder.isEmpty())
-            setSpanLocation(QDir::cleanPath(folder), true);
-    });
-    dialog->open();
-}
-
-void CVWindowDelegate::changeSpanLocationWithConfirmation(const QString &path)
-{
-    if (m_spanLocation.isEmpty()) {
-        setSpanLocation(path, true);
-        return;
-    }
-    if (path == m_spanLocation)
-        return;
-    CVAlert alert;
-    alert.title = u"\nAre you sure you want to change the current span location?"_s;
-    alert.defaultButton = u"Select '%1'"_s.arg(m_library->createDisplayTitleForPath(path));
-    alert.alternateButton = u"Keep '%1'"_s.arg(m_library->createDisplayTitleForPath(m_spanLocation));
-    m_presenter->beginSheet(alert, [this, path](int returnCode) {
-        if (returnCode == CVPresenter::DefaultReturn)
-            setSpanLocation(path, true);
-    });
-}
-
-void CVWindowDelegate::spanLibrary()
-{
-    if (!m_app->spanner() || m_app->isLoadingCorvana() || !mainViewIsVisible())
-        return;
-    CVSpanChecks::Request request;
-    request.queue = QList<CVTrack *>(m_spanQueue.cbegin(), m_spanQueue.cend());
-    request.restoreMode = m_restoreMode;
-    request.spanLocation = m_spanLocation;
-    request.queueSize = m_currentSpanQueueSize;
-    const CVSpanChecks::RunCheck check = CVSpanChecks(*m_app->spanner(), *m_library).checkBeforeRun(request);
-    if (check.outcome != CVSpanChecks::Outcome::Confirm) {
-        m_presenter->beginSheet(check.alert, {});
-        return;
-    }
-    m_presenter->beginSheet(check.alert, [this](int returnCode) {
-        if (returnCode != CVPresenter::DefaultReturn)
-            return;
-        QList<CVTrack *> tracks(m_spanQueue.cbegin(), m_spanQueue.cend());
-        std::stable_sort(tracks.begin(), tracks.end(), [](const CVTrack *a, const CVTrack *b) {
-            for (const CVAttr attr : { CVAttr::SortArtist, CVAttr::SortAlbum }) {
-                if (const int c = a->textRef(attr).compare(b->textRef(attr)))
-                    return c < 0;
-            }
-            if (a->integer(CVAttr::TrackNumber) != b->integer(CVAttr::TrackNumber))
-                return a->integer(CVAttr::TrackNumber) < b->integer(CVAttr::TrackNumber);
-            return a->textRef(CVAttr::SortName) < b->textRef(CVAttr::SortName);
-        });
-        if (!m_restoreMode)
-            m_locations->addLocationToExpand(m_spanLocation);
-        m_app->startSpanRun(tracks);
-    });
-}
-
 // ---- The walk-through line ---------------------------------------------------------------
 
 void CVWindowDelegate::setWalkThroughTextTo(const QString &text, const QString &step)
@@ -503,7 +557,7 @@ QString CVWindowDelegate::walkThroughText() const
 void CVWindowDelegate::setWalkThroughTextToProperStep()
 {
     QString step;
-    if (m_mouseOverDropZone)
+    if (m_mouseOverDropZone && !m_dragOverDropZone)
         step = u"SpanQueueButtonText"_s;
     else if (m_browsingSpanningQueue)
         step = u"BrowseSpanQueue"_s;

@@ -1,6 +1,8 @@
 // corvana: the desktop program.
 #include "CVApplicationDelegate.h"
 #include "MainWindow/CVScreenshots.h"
+#include "Platform/CVAuthorization.h"
+#include "Platform/CVInstallLayout.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -26,7 +28,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption library(u"library"_s, u"Read this library file instead of the default one."_s, u"FILE"_s);
     const QCommandLineOption screenshots(
         u"screenshots"_s, u"Render the window's views to PNG files in DIR, then quit."_s, u"DIR"_s);
-    parser.addOptions({ library, screenshots });
+    const QCommandLineOption check(u"check"_s,
+        u"Load the library, show the main view, print where the helper, the privileged runner and the help were "
+        "found, and quit."_s);
+    parser.addOptions({ library, screenshots, check });
     parser.process(app);
 
     CVApplicationDelegate::Options options;
@@ -39,10 +44,11 @@ int main(int argc, char *argv[])
         options.libraryFile = file.absoluteFilePath();
     }
     const bool shots = parser.isSet(screenshots);
-    if (shots) {
+    if (shots || parser.isSet(check)) {
         options.answerDialogs = true;
         options.mainViewDelayMs = 0;
     }
+    options.startHelper = !parser.isSet(check);
     CVApplicationDelegate delegate(options);
     std::unique_ptr<CVScreenshots> screenshotMaker;
     delegate.awakeFromNib();
@@ -51,6 +57,22 @@ int main(int argc, char *argv[])
     if (shots) {
         screenshotMaker = std::make_unique<CVScreenshots>(&delegate, parser.value(screenshots));
         screenshotMaker->begin();
+    }
+    if (parser.isSet(check)) {
+        // What an installation needs, found from the program's own place.
+        QObject::connect(
+            &delegate, &CVApplicationDelegate::loadFinished, &delegate,
+            [&delegate] {
+                CVHelperApplicationControl &helper = delegate.helperControl();
+                std::printf("main view: shown\nhelper: %s (%s)\nrunner: %s\nhelp: %s\n",
+                    qUtf8Printable(helper.packagedHelperPath()),
+                    helper.isInstalledHelperCurrent() ? "installed, current" : "not installed",
+                    qUtf8Printable(CVAuthorization::defaultRunnerPath()),
+                    qUtf8Printable(CVInstallLayout::dataFile(u"help/index.html"_s)));
+                std::fflush(stdout);
+                delegate.terminate();
+            },
+            Qt::QueuedConnection);
     }
     delegate.applicationDidFinishLaunching();
     const int status = app.exec();

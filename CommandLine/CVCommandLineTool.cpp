@@ -10,6 +10,7 @@
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVPlayerLink.h"
 #include "Library/CVLibraryManager.h"
+#include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVSpanHistory.h"
 #include "Library/CVSpanRunState.h"
 #include "Platform/CVFileManagerLink.h"
@@ -52,6 +53,8 @@ int CVCommandLineTool::run(const QStringList &arguments)
     parser.addHelpOption();
     const QCommandLineOption libraryOption(
         u"library"_s, u"Read this library file instead of the default one."_s, u"FILE"_s);
+    const QCommandLineOption playerOption(u"player"_s,
+        u"Whose library: rhythmbox, itunes-file or dbus (default: the preference \"Player\", auto)."_s, u"PLAYER"_s);
     const QCommandLineOption search(u"search"_s, u"Search text, as typed in the search field."_s, u"TEXT"_s);
     const QCommandLineOption searchFields(
         u"search-fields"_s, u"Fields the search looks at, such as Name,Artist."_s, u"F,F"_s);
@@ -71,8 +74,11 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const QCommandLineOption dryRun(u"dry-run"_s, u"span, restore, update-dependent: print the plan, touch nothing."_s);
     const QCommandLineOption allowRoot(
         u"allow-root"_s, u"span, restore, update-dependent: run although the user is root (the administrator)."_s);
-    parser.addOptions({ libraryOption, search, searchFields, spanFilter, media, location, playlist, json, field, column,
-        sortField, title, to, anyway, yes, dryRun, allowRoot });
+    const QCommandLineOption windowsNames(u"windows-names"_s,
+        u"span: names of spanned files follow Windows rules: auto (where the drive wants them), always, never."_s,
+        u"WHEN"_s);
+    parser.addOptions({ libraryOption, playerOption, search, searchFields, spanFilter, media, location, playlist, json,
+        field, column, sortField, title, to, anyway, yes, dryRun, allowRoot, windowsNames });
     parser.addPositionalArgument(u"command"_s,
         u"info | tracks | playlists | show | load | history | select | browse | summary | locations | "
         "playlist-groups | span | restore | update-dependent | locate | "_s
@@ -116,6 +122,14 @@ int CVCommandLineTool::run(const QStringList &arguments)
     m_library = std::make_unique<CVLibraryManager>(m_settings.get());
     CVLibraryManager &library = *m_library;
     library.setPresenter(m_presenter.get());
+    if (parser.isSet(playerOption)) {
+        const QString player = parser.value(playerOption);
+        if (!CVPlayerLibraryFile::isPlayerName(player)) {
+            std::fprintf(stderr, "--player takes rhythmbox, itunes-file or dbus.\n");
+            return kStatusError;
+        }
+        library.setPlayer(player);
+    }
     QString libraryFile;
     if (parser.isSet(libraryOption)) {
         const QString file = parser.value(libraryOption);
@@ -126,7 +140,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
         libraryFile = QFileInfo(file).absoluteFilePath();
         library.setLibraryFilePath(libraryFile);
     } else {
-        libraryFile = CVLibraryManager::chooseLibraryFile(QDir::homePath());
+        libraryFile = library.findLibraryFile();
     }
 
     // The crash flags, kept as the window keeps them: a run that ended without its results is
@@ -141,11 +155,28 @@ int CVCommandLineTool::run(const QStringList &arguments)
     m_host->setCrashedWhileSpanningLastRun(crashedWhileSpanning);
     // Finding the player asks the session bus; only runs and a recovery need it.
     static const QStringList running { u"span"_s, u"restore"_s, u"update-dependent"_s, u"locate"_s };
-    if (crashedWhileSpanning || running.contains(command))
-        m_playerLink = CVPlayerLink::choose(libraryFile, CVFileManagerLink::shared());
+    if (crashedWhileSpanning || running.contains(command)) {
+        m_playerLink = CVPlayerLink::choose(libraryFile, CVFileManagerLink::shared(), library.player());
+        if (!m_playerLink) {
+            std::fprintf(stderr, "No player on the session bus offers org.corvana.PlayerLibrary1.\n");
+            return kStatusError;
+        }
+    }
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), CVFileManagerLink::shared(), m_presenter.get());
     m_spanner->setHost(m_host.get());
     m_spanner->setAllowRoot(parser.isSet(allowRoot));
+    if (parser.isSet(windowsNames)) {
+        static const QHash<QString, CVMediaSpanner::WindowsNames> modes {
+            { u"auto"_s, CVMediaSpanner::WindowsNames::Auto }, { u"always"_s, CVMediaSpanner::WindowsNames::Always },
+            { u"never"_s, CVMediaSpanner::WindowsNames::Never }
+        };
+        const auto mode = modes.constFind(parser.value(windowsNames));
+        if (mode == modes.cend()) {
+            std::fprintf(stderr, "--windows-names takes auto, always or never.\n");
+            return kStatusError;
+        }
+        m_spanner->setWindowsNames(*mode);
+    }
     m_spanner->setLibrary(&library);
     m_spanner->setSettings(&settings);
     if (crashedWhileSpanning)

@@ -43,7 +43,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption destOption(u"dest"_s, u"Folder (on any drive) to span to."_s, u"DIR"_s);
     const QCommandLineOption tracksOption(u"tracks"_s, u"Tracks."_s, u"N"_s, u"400"_s);
     const QCommandLineOption bytesOption(u"bytes"_s, u"Bytes per media file."_s, u"B"_s, u"5000000"_s);
-    parser.addOptions({ workOption, destOption, tracksOption, bytesOption });
+    const QCommandLineOption reflinkOption(u"reflink"_s, u"Compare with cp -r --reflink=auto."_s);
+    parser.addOptions({ workOption, destOption, tracksOption, bytesOption, reflinkOption });
     parser.process(app);
     const QString work = QDir(parser.value(workOption)).absolutePath();
     const QString dest = QDir(parser.value(destOption)).absolutePath();
@@ -92,10 +93,13 @@ int main(int argc, char *argv[])
 
     // cp -r once to warm the page cache, then cp -r (and sync) timed, then Corvana.
     const QString cpTarget = dest + u"/cp-copy"_s;
-    runCommand(u"cp"_s, { u"-r"_s, media, cpTarget });
+    const QStringList cpArguments = parser.isSet(reflinkOption)
+        ? QStringList { u"-r"_s, u"--reflink=auto"_s, media, cpTarget }
+        : QStringList { u"-r"_s, media, cpTarget };
+    runCommand(u"cp"_s, cpArguments);
     runCommand(u"rm"_s, { u"-rf"_s, cpTarget });
     runCommand(u"sync"_s, {});
-    const double cp = runCommand(u"cp"_s, { u"-r"_s, media, cpTarget });
+    const double cp = runCommand(u"cp"_s, cpArguments);
     const double sync = runCommand(u"sync"_s, {});
     runCommand(u"rm"_s, { u"-rf"_s, cpTarget });
     runCommand(u"sync"_s, {});

@@ -93,11 +93,8 @@ bool CVLibraryFilePlayerLink::isRunning()
     return QFile::exists(m_journalPath);
 }
 
-namespace {
-
-// Creates, writes, flushes and removes a small file in the folder: the journal line and the
-// rewritten library need exactly that.
-QString probeFolder(const QString &folder, const QString &what)
+// The journal line and the rewritten library need exactly that.
+QString CVLibraryFilePlayerLink::probeFolder(const QString &folder, const QString &what)
 {
     const QByteArray probe = QFile::encodeName(folder + u"/.corvana-probe-"_s + QString::number(::getpid()));
     const int fd = ::open(probe.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -112,8 +109,6 @@ QString probeFolder(const QString &folder, const QString &what)
         return u"%1 “%2” cannot be written: %3."_s.arg(what, folder, QString::fromLocal8Bit(strerror(error)));
     return {};
 }
-
-} // namespace
 
 QString CVLibraryFilePlayerLink::checkLocationsCanBeSet()
 {

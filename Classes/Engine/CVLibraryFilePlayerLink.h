@@ -16,6 +16,10 @@ public:
     // journalFolder: where the journal lives (the application support folder).
     CVLibraryFilePlayerLink(const QString &libraryPath, const QString &journalFolder, CVFileManagerLink *fileManager);
 
+    // Makes, writes, flushes and removes a small file in the folder; the reason when it cannot
+    // ("what" names the folder in it), else an empty text.
+    static QString probeFolder(const QString &folder, const QString &what);
+
     QString libraryPath() const { return m_libraryPath; }
     QString journalPath() const { return m_journalPath; }
     // The path of a track's file by persistent ID, for play and reveal; set by the owner.

@@ -347,6 +347,15 @@ CVMediaSpanner::CopyAttempt CVMediaSpanner::copyWithRules(
             attempt.outcome = CopyOutcome::NoSpace;
             return attempt;
         }
+        // FAT takes no file of 4 GiB or more: found out before a byte is copied.
+        const qint64 limit = maxFileSizeFor(to);
+        if (limit >= 0 && size > limit) {
+            attempt.outcome = CopyOutcome::TooLarge;
+            attempt.error = u"The file is too large for that drive: %1, where a file can be at most %2."_s.arg(
+                CVLibraryManager::humanReadableSizeFromBytes(double(size)),
+                CVLibraryManager::humanReadableSizeFromBytes(double(limit)));
+            return attempt;
+        }
         const QString folder = QFileInfo(to).absolutePath();
         const CVFileCopier::FolderResult folders = CVFileCopier::makeFolders(folder, top);
         if (!folders.ok) {
@@ -382,6 +391,20 @@ CVMediaSpanner::CopyAttempt CVMediaSpanner::copyWithRules(
     }
     attempt.outcome = CopyOutcome::Failed;
     return attempt;
+}
+
+qint64 CVMediaSpanner::maxFileSizeFor(const QString &path)
+{
+    QString probe = QFileInfo(path).absolutePath();
+    struct stat info { };
+    while (::stat(QFile::encodeName(probe).constData(), &info) != 0 && probe != u"/"_s)
+        probe = QFileInfo(probe).absolutePath();
+    const auto it = m_maxFileSizes.constFind(quint64(info.st_dev));
+    if (it != m_maxFileSizes.cend())
+        return *it;
+    const qint64 limit = CVVolumes::fileSystemOf(probe).maxFileSize;
+    m_maxFileSizes.insert(quint64(info.st_dev), limit);
+    return limit;
 }
 
 void CVMediaSpanner::syncCopies()

@@ -164,7 +164,7 @@ Q_SIGNALS:
 private:
     // Copy with the run's rules: free space with the reserve, missing folders made (only below
     // `top`, never on a drive that is gone), two attempts. The copy is noted in the run's ledger.
-    enum class CopyOutcome { Copied, NoSpace, Failed, DriveGone };
+    enum class CopyOutcome { Copied, NoSpace, Failed, DriveGone, TooLarge };
     struct CopyAttempt {
         CopyOutcome outcome = CopyOutcome::Failed;
         QString error; // the folder or file and the system's reason
@@ -173,6 +173,8 @@ private:
     };
     CopyAttempt copyWithRules(const CVTrack *track, const QString &from, const QString &to, const QString &top);
     void addRow(CVTrack *track, CVResultIcon icon, const QString &message, bool inPlace = false);
+    // The largest file the filesystem that would hold the path takes; -1 for no limit.
+    qint64 maxFileSizeFor(const QString &path);
     // Drives the run works on, by the device mounted at their root when the run started.
     void noteDrivesOfRun(const QStringList &paths);
     // The drive root of the path when it was mounted at the start and is gone (or another drive

@@ -64,6 +64,11 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     m_skipTheRest = false;
     m_needsReloadAfterSpan = false;
     m_copies.clear();
+    m_claimedDestinations.clear();
+    m_maxFileSizes.clear();
+    // Two names that differ only in letter case meet at one file on some drives (exFAT, FAT, SMB).
+    m_destinationIgnoresCase
+        = !restore && !m_runSpanLocation.isEmpty() && CVVolumes::ignoresLetterCase(m_runSpanLocation);
     Q_EMIT skipTitleChanged(u"Skip the rest…"_s);
     if (m_settings) {
         // Written to disk together with the in-flight map below: a crash must never find the
@@ -168,6 +173,17 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
                 fail(disconnectedText(gone), CVResultIcon::Skip);
                 continue;
             }
+        }
+
+        if (m_destinationIgnoresCase) {
+            const QString folded = dest.toCaseFolded();
+            const auto claimed = m_claimedDestinations.constFind(folded);
+            if (claimed != m_claimedDestinations.cend() && *claimed != pid) {
+                fail(u"Another track of this run already uses the name “%1” on a drive that ignores letter case; "
+                     "this track was not copied."_s.arg(dest));
+                continue;
+            }
+            m_claimedDestinations.insert(folded, pid);
         }
 
         struct stat destInfo { };
@@ -312,6 +328,10 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
             }
             if (attempt.outcome == CopyOutcome::NoSpace) {
                 fail(u"File not copied, no more space available on destination drive."_s);
+                continue;
+            }
+            if (attempt.outcome == CopyOutcome::TooLarge) {
+                fail(attempt.error);
                 continue;
             }
             if (attempt.outcome != CopyOutcome::Copied) {

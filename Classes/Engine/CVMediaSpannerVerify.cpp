@@ -6,8 +6,8 @@
 #include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVSpannerHost.h"
 #include "Library/CVFileURL.h"
-#include "Library/CVLibraryFileReader.h"
 #include "Library/CVLibraryManager.h"
+#include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
@@ -61,7 +61,8 @@ bool CVMediaSpanner::readPlayerLibrary(QHash<QString, QString> &locations, QStri
     for (;;) {
         file = m_library && !m_library->libraryFilePath().isEmpty() && QFileInfo::exists(m_library->libraryFilePath())
             ? m_library->libraryFilePath()
-            : CVLibraryManager::chooseLibraryFile(QDir::homePath());
+            : m_library ? m_library->findLibraryFile()
+                        : CVLibraryManager::chooseLibraryFile(QDir::homePath());
         if (!file.isEmpty())
             break;
         CVAlert alert = CVLibraryManager::noLibraryFileAlert();
@@ -73,10 +74,10 @@ bool CVMediaSpanner::readPlayerLibrary(QHash<QString, QString> &locations, QStri
         QThread::msleep(1000);
     }
     CVLibraryContents contents;
-    CVLibraryFileReader reader;
-    if (!reader.readFile(file, contents)) {
+    QString error;
+    if (!CVPlayerLibraryFile::read(file, contents, {}, &error)) {
         // A library that cannot be read confirms nothing.
-        CVLog::log(u"The library file could not be read: %1"_s.arg(reader.errorString()));
+        CVLog::log(u"The library file could not be read: %1"_s.arg(error));
         return false;
     }
     locations.clear();

@@ -52,6 +52,10 @@ public:
     virtual void quit() = 0;
     virtual bool launch() = 0;
 
-    // The player on the session bus when one owns its name, else the library file.
-    static std::unique_ptr<CVPlayerLink> choose(const QString &libraryPath, CVFileManagerLink *fileManager);
+    // For Rhythmbox's library file, Rhythmbox. Otherwise, by the player asked for ("auto",
+    // "itunes-file", "dbus", as the preference "Player" says): the player on the session bus when
+    // one owns its name (never for "itunes-file"), else the library file. Nothing for "dbus" when
+    // no such player is on the bus.
+    static std::unique_ptr<CVPlayerLink> choose(
+        const QString &libraryPath, CVFileManagerLink *fileManager, const QString &player = QStringLiteral("auto"));
 };

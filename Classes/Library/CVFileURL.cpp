@@ -83,7 +83,8 @@ std::optional<QString> CVFileURL::pathFromFileURL(std::string_view url)
     std::size_t length = std::size_t(out - begin);
     if (invalid)
         return std::nullopt;
-    if (length > 1 && begin[length - 1] == '/')
+    // A folder's URL may end in slashes; the path names it without them, so it survives the way back.
+    while (length > 1 && begin[length - 1] == '/')
         --length;
     // The player writes whole paths: "." and ".." would lead somewhere else than the name says.
     for (std::size_t i = 0; i < length; ++i) {

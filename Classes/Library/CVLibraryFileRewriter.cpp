@@ -2,6 +2,7 @@
 
 #include "Library/CVFileURL.h"
 #include "Library/CVPlistReader.h"
+#include "Platform/CVFaultInjection.h"
 #include "Platform/CVFullIO.h"
 
 #include <QFile>
@@ -22,11 +23,7 @@ using Token = CVPlistReader::Token;
 
 namespace {
 
-struct Edit {
-    qint64 start;
-    qint64 end; // start == end inserts
-    QByteArray bytes;
-};
+using CVLibraryFileRewriter::Edit;
 
 QString systemError(int error)
 {
@@ -188,17 +185,31 @@ CVLibraryFileRewriter::Result CVLibraryFileRewriter::applyLocations(
         return result;
     }
     std::sort(edits.begin(), edits.end(), [](const Edit &a, const Edit &b) { return a.start < b.start; });
+    QString error;
+    if (!replaceWithEdits(libraryPath, QByteArrayView(data, size), edits, error)) {
+        result.error = u"The library file “%1” %2"_s.arg(libraryPath, error);
+        return result;
+    }
+    result.ok = true;
+    result.applied = int(edits.size());
+    return result;
+}
 
-    struct stat original { };
-    ::fstat(file.handle(), &original);
-    const QString folder = QFileInfo(libraryPath).absolutePath();
-    const QString staging = libraryPath + u".corvana-new"_s;
+bool CVLibraryFileRewriter::replaceWithEdits(
+    const QString &path, QByteArrayView original, const std::vector<Edit> &edits, QString &error)
+{
+    const char *data = original.data();
+    const qint64 size = original.size();
+    struct stat info { };
+    const bool haveInfo = ::stat(QFile::encodeName(path).constData(), &info) == 0;
+    const QString folder = QFileInfo(path).absolutePath();
+    const QString staging = path + u".corvana-new"_s;
     const QByteArray stagingName = QFile::encodeName(staging);
     ::unlink(stagingName.constData()); // a leftover of an interrupted write: ours, never complete
     const int fd = ::open(stagingName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) {
-        result.error = u"The library file “%1” cannot be updated: %2"_s.arg(libraryPath, systemError(errno));
-        return result;
+        error = u"cannot be updated: %1"_s.arg(systemError(errno));
+        return false;
     }
     bool ok = true;
     qint64 at = 0;
@@ -208,28 +219,32 @@ CVLibraryFileRewriter::Result CVLibraryFileRewriter::applyLocations(
         at = edit.end;
     }
     ok = ok && CVFullIO::writeFully(fd, data + at, size_t(size - at));
-    ok = ok && ::fchmod(fd, original.st_mode & 07777) == 0 && ::fsync(fd) == 0;
+    ok = ok && (!haveInfo || ::fchmod(fd, info.st_mode & 07777) == 0) && ::fsync(fd) == 0;
     const int writeError = errno;
     ::close(fd);
     if (!ok) {
         ::unlink(stagingName.constData());
-        result.error = u"The library file “%1” cannot be updated: %2"_s.arg(libraryPath, systemError(writeError));
-        return result;
+        error = u"cannot be updated: %1"_s.arg(systemError(writeError));
+        return false;
     }
     QString backupError;
-    if (!makeBackup(libraryPath, data, size, backupError)) {
+    if (!makeBackup(path, data, size, backupError)) {
         ::unlink(stagingName.constData());
-        result.error = u"The library file “%1” was left as it was: %2"_s.arg(libraryPath, backupError);
-        return result;
+        error = u"was left as it was: %1"_s.arg(backupError);
+        return false;
     }
-    if (::rename(stagingName.constData(), QFile::encodeName(libraryPath).constData()) != 0) {
-        const int error = errno;
+    // Between the backup and the rename: where the tests kill the process.
+    if (const int fault = CVFaultInjection::fault(CVFaultInjection::Point::LibraryRename)) {
         ::unlink(stagingName.constData());
-        result.error = u"The library file “%1” cannot be replaced: %2"_s.arg(libraryPath, systemError(error));
-        return result;
+        error = u"cannot be replaced: %1"_s.arg(systemError(fault));
+        return false;
+    }
+    if (::rename(stagingName.constData(), QFile::encodeName(path).constData()) != 0) {
+        const int renameError = errno;
+        ::unlink(stagingName.constData());
+        error = u"cannot be replaced: %1"_s.arg(systemError(renameError));
+        return false;
     }
     syncFolder(folder);
-    result.ok = true;
-    result.applied = int(edits.size());
-    return result;
+    return true;
 }

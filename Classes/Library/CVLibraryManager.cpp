@@ -2,6 +2,7 @@
 
 #include "Library/CVFormatters.h"
 #include "Library/CVLibraryHost.h"
+#include "Library/CVPlayerLibraryFile.h"
 #include "Platform/CVPresenter.h"
 #include "Platform/CVSettings.h"
 
@@ -39,6 +40,20 @@ QString CVLibraryManager::chooseLibraryFile(const QString &homePath)
     return {};
 }
 
+QString CVLibraryManager::player() const
+{
+    if (!m_player.isEmpty())
+        return m_player;
+    const QString preference = m_settings ? m_settings->stringValue(u"Player"_s) : QString();
+    return CVPlayerLibraryFile::isPlayerName(preference) ? preference
+                                                         : QString::fromLatin1(CVPlayerLibraryFile::PlayerAuto);
+}
+
+QString CVLibraryManager::findLibraryFile() const
+{
+    return CVPlayerLibraryFile::chooseLibraryFile(QDir::homePath(), player());
+}
+
 CVAlert CVLibraryManager::noLibraryFileAlert()
 {
     CVAlert alert;
@@ -69,7 +84,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
 
     QString file = m_fixedLibraryFile;
     while (file.isEmpty()) {
-        file = chooseLibraryFile(QDir::homePath());
+        file = findLibraryFile();
         if (!file.isEmpty())
             break;
         CVAlert alert = noLibraryFileAlert();
@@ -101,9 +116,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     }
 
     auto contents = std::make_unique<CVLibraryContents>();
-    CVLibraryFileReader reader(std::move(options));
-    if (!reader.readFile(file, *contents)) {
-        m_lastError = reader.errorString();
+    if (!CVPlayerLibraryFile::read(file, *contents, std::move(options), &m_lastError)) {
         if (m_presenter)
             m_presenter->presentError(u"The iTunes library could not be read."_s,
                 u"%1\n\n%2"_s.arg(QDir::toNativeSeparators(file), m_lastError));

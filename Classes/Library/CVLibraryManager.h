@@ -37,6 +37,12 @@ public:
     void setRunState(const CVSpanRunState *state) { m_runState = state; }
     // Reads this file instead of looking in the default places.
     void setLibraryFilePath(const QString &path) { m_fixedLibraryFile = path; }
+    // Whose library is looked for ("auto", "rhythmbox", "itunes-file", "dbus"): this one, else
+    // the preference "Player".
+    void setPlayer(const QString &player) { m_player = player; }
+    QString player() const;
+    // The library file the player keeps under home, or an empty text when there is none.
+    QString findLibraryFile() const;
 
     // The default library file under home, or an empty text when neither candidate exists.
     static QString chooseLibraryFile(const QString &homePath);
@@ -145,6 +151,7 @@ private:
     QHash<QString, QString> m_displayTitles; // span location -> its title, for one load
     std::optional<QSet<QString>> m_inFlightTracks; // the crashed run's tracks, during a join
     QString m_fixedLibraryFile;
+    QString m_player;
     QString m_libraryFile;
     QString m_lastError;
 

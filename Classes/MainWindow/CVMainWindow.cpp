@@ -5,8 +5,10 @@
 #include "Views/CVIcons.h"
 #include "Views/CVLoadingView.h"
 #include "Views/CVMediaFilterBar.h"
+#include "Views/CVResultsView.h"
 #include "Views/CVSpanLocationView.h"
 #include "Views/CVSpanQueueDropZone.h"
+#include "Views/CVSpanningView.h"
 
 #include <QCloseEvent>
 #include <QHBoxLayout>
@@ -81,8 +83,12 @@ CVMainWindow::CVMainWindow(QWidget *parent)
     m_stack = new QStackedWidget(this);
     loadingView = new CVLoadingView(m_stack);
     mainView = buildMainView();
+    spanningView = new CVSpanningView(m_stack);
+    resultsView = new CVResultsView(m_stack);
     m_stack->addWidget(loadingView);
     m_stack->addWidget(mainView);
+    m_stack->addWidget(spanningView);
+    m_stack->addWidget(resultsView);
     setCentralWidget(m_stack);
     buildMenus();
 }
@@ -300,9 +306,15 @@ void CVMainWindow::buildMenus()
     queue->addSeparator();
     makeAction(queue, u"browseQueue"_s, u"Browse Spanning Queue"_s, QKeySequence(u"Ctrl+B"_s));
     queue->addSeparator();
+    makeAction(queue, u"selectAllSpanned"_s, u"Select All Spanned Tracks to Restore…"_s);
+    makeAction(queue, u"selectAllTracks"_s, u"Select All Tracks to Consolidate Files…"_s);
+    makeAction(queue, u"selectLastTracks"_s, u"Select Last Tracks Spanned…"_s)->setVisible(false);
+    queue->addSeparator();
     makeAction(queue, u"spanMode"_s, u"Span Mode"_s, QKeySequence(u"Ctrl+Alt+S"_s));
     makeAction(queue, u"restoreMode"_s, u"Restore Mode"_s, QKeySequence(u"Ctrl+Alt+R"_s));
     makeAction(queue, u"chooseLocation"_s, u"Choose Span Location…"_s, QKeySequence(u"Ctrl+Shift+O"_s));
+    QMenu *recent = queue->addMenu(u"Recent Span Locations"_s);
+    m_menus.insert(u"RecentSpanLocations"_s, recent);
     makeAction(queue, u"start"_s, u"Span…"_s, QKeySequence(u"Ctrl+Shift+Return"_s));
 
     QMenu *help = menuBar()->addMenu(u"&Help"_s);
@@ -321,9 +333,31 @@ void CVMainWindow::showMainView()
     m_stack->setCurrentWidget(mainView);
 }
 
+void CVMainWindow::showSpanningView()
+{
+    m_stack->setCurrentWidget(spanningView);
+}
+
+void CVMainWindow::showResultsView()
+{
+    m_stack->setCurrentWidget(resultsView);
+}
+
 bool CVMainWindow::isMainViewShown() const
 {
     return m_stack->currentWidget() == mainView;
+}
+
+CVMainWindow::View CVMainWindow::currentView() const
+{
+    const QWidget *current = m_stack->currentWidget();
+    if (current == mainView)
+        return View::Main;
+    if (current == spanningView)
+        return View::Spanning;
+    if (current == resultsView)
+        return View::Results;
+    return View::Loading;
 }
 
 void CVMainWindow::setBrowserOnTop(bool onTop)

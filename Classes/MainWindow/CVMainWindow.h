@@ -7,8 +7,10 @@ class CVFilterPathBar;
 class CVFilterPathPopover;
 class CVLoadingView;
 class CVMediaFilterBar;
+class CVResultsView;
 class CVSpanLocationView;
 class CVSpanQueueDropZone;
+class CVSpanningView;
 class QAction;
 class QLabel;
 class QLineEdit;
@@ -21,8 +23,9 @@ class QTableView;
 class QToolButton;
 class QTreeView;
 
-// The main window: the loading view and the main view in one stack, the menus, and every pane's
-// widget. It lays things out and forwards the window's events; the controllers do the rest.
+// The main window: the loading view, the main view, a run's spanning view and its results view
+// in one stack, the menus, and every pane's widget. It lays things out and forwards the window's
+// events; the controllers do the rest.
 class CVMainWindow : public QMainWindow {
     Q_OBJECT
 
@@ -33,9 +36,14 @@ public:
 
     explicit CVMainWindow(QWidget *parent = nullptr);
 
+    enum class View { Loading, Main, Spanning, Results };
+
     void showLoadingView();
     void showMainView();
+    void showSpanningView();
+    void showResultsView();
     bool isMainViewShown() const;
+    View currentView() const;
     // The browser above the track list, or left of it.
     void setBrowserOnTop(bool onTop);
     bool browserOnTop() const { return m_browserOnTop; }
@@ -45,6 +53,8 @@ public:
 
     CVLoadingView *loadingView = nullptr;
     QWidget *mainView = nullptr;
+    CVSpanningView *spanningView = nullptr;
+    CVResultsView *resultsView = nullptr;
     QToolButton *spanFilterButton = nullptr;
     QMenu *spanFilterMenu = nullptr;
     CVFilterPathBar *filterPathBar = nullptr;

@@ -5,17 +5,25 @@
 #include "Browsing/CVTrackListModel.h"
 #include "CVApplicationDelegate.h"
 #include "CVWindowDelegate.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Engine/CVSpannerHost.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QLineEdit>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPainter>
 #include <QPalette>
 #include <QStyleFactory>
 #include <QTableView>
+#include <QThread>
 
 #include <cstdio>
 
@@ -68,8 +76,13 @@ CVScreenshots::CVScreenshots(CVApplicationDelegate *app, QString folder, QObject
 
 void CVScreenshots::save(QWidget *widget, const QString &name)
 {
+    savePixmap(widget->grab(), name);
+}
+
+void CVScreenshots::savePixmap(const QPixmap &pixmap, const QString &name)
+{
     const QString path = QDir(m_folder).filePath(name + u".png"_s);
-    if (!widget->grab().save(path)) {
+    if (!pixmap.save(path)) {
         ++m_failures;
         std::fprintf(stderr, "could not write %s\n", qUtf8Printable(path));
         return;
@@ -149,7 +162,112 @@ void CVScreenshots::takeMainViewShots()
     settle();
     save(window, u"main-dark"_s);
     QApplication::setPalette(light);
+    settle();
+    takeRunShots();
+}
 
-    // A load is over: quit the normal way.
+void CVScreenshots::saveLightAndDark(QWidget *widget, const QString &name)
+{
+    settle();
+    save(widget, name);
+    const QPalette light = QApplication::palette();
+    QApplication::setPalette(darkPalette());
+    settle();
+    save(widget, name + u"-dark"_s);
+    QApplication::setPalette(light);
+    settle();
+}
+
+void CVScreenshots::saveWithSheet(const QString &name)
+{
+    CVMainWindow *window = m_app->windowDelegate()->corvanaWindow();
+    QMessageBox *box = nullptr;
+    for (QMessageBox *candidate : window->findChildren<QMessageBox *>())
+        if (candidate->isVisible())
+            box = candidate;
+    if (!box) {
+        ++m_failures;
+        std::fprintf(stderr, "no sheet to show for %s\n", qUtf8Printable(name));
+        return;
+    }
+    settle();
+    QPixmap shot = window->grab();
+    const QPixmap sheet = box->grab();
+    QPainter p(&shot);
+    p.setRenderHint(QPainter::Antialiasing);
+    // The sheet hangs from under the menu bar, with a soft shadow.
+    const QPoint at((window->width() - sheet.width()) / 2, window->menuBar()->height());
+    for (int i = 8; i > 0; --i)
+        p.fillRect(QRect(at, sheet.size()).adjusted(-i, 0, i, i), QColor(0, 0, 0, 6));
+    p.drawPixmap(at, sheet);
+    p.end();
+    savePixmap(shot, name);
+}
+
+void CVScreenshots::takeRunShots()
+{
+    CVWindowDelegate *delegate = m_app->windowDelegate();
+    CVMainWindow *window = delegate->corvanaWindow();
+    QApplication::setActiveWindow(window);
+    delegate->windowDidBecomeMain();
+    CVSheetPresenter *presenter = m_app->presenter();
+    CVMediaSpanner *spanner = m_app->spanner();
+    // A library without its files (the large generated one) shows no run.
+    const CVTrackList music
+        = m_app->libraryManager()->selectPredicate(CVPredicate::fromText(u"( MediaType == 'Music' )"_s));
+    if (!music || music->tracks.empty() || !QFileInfo::exists(music->tracks.front()->text(CVAttr::Location))) {
+        m_app->terminate();
+        return;
+    }
+    // The demo's home is a copy made for the pictures; its files may be moved.
+    spanner->setAllowRoot(true);
+    const QString location = QDir::home().filePath(u"Backup/Spanned Media"_s);
+    QDir().mkpath(location);
+    delegate->browserDelegate()->setMediaFilter(u"Music"_s);
+    delegate->performDrop(CVPredicate::fromText(u"( MediaType == 'Music' )"_s));
+    delegate->setSpanLocation(location, false);
+    settle();
+    saveLightAndDark(window, u"queue"_s);
+
+    // One track whose file is gone, so that the results show a failure too.
+    const QList<CVTrack *> queued(delegate->spanQueue().cbegin(), delegate->spanQueue().cend());
+    if (!queued.isEmpty())
+        QFile::remove(queued.constLast()->text(CVAttr::Location));
+    // Real boxes from here: the sheets are pictured.
+    presenter->setAnswering(false);
+    delegate->spanLibrary();
+    presenter->answerSheet(CVPresenter::OtherReturn); // "Span Anyway"
+    saveWithSheet(u"confirm"_s);
+
+    // A third of the way through, the run waits while it is pictured (long enough for a rate).
+    const int target = qMax(1, int(queued.size()) / 3);
+    connect(
+        spanner, &CVMediaSpanner::fileCopied, this,
+        [this, target, delegate, window](qint64) {
+            if (++m_copies != target)
+                return;
+            QThread::msleep(2500);
+            QMetaObject::invokeMethod(
+                this,
+                [this, delegate, window] {
+                    delegate->runProgress()->flush();
+                    saveLightAndDark(window, u"spanning"_s);
+                },
+                Qt::BlockingQueuedConnection);
+        },
+        Qt::DirectConnection);
+    connect(
+        spanner, &CVMediaSpanner::runFinished, this, [this] { takeResultsShots(); }, Qt::QueuedConnection);
+    presenter->answerSheet(CVPresenter::DefaultReturn);
+    presenter->setAnswering(true);
+}
+
+void CVScreenshots::takeResultsShots()
+{
+    CVWindowDelegate *delegate = m_app->windowDelegate();
+    CVMainWindow *window = delegate->corvanaWindow();
+    settle();
+    saveLightAndDark(window, u"results"_s);
+    // A run is over: quit the normal way.
     m_app->terminate();
 }

@@ -6,8 +6,9 @@
 class CVApplicationDelegate;
 
 // The program's screenshot mode: starts as usual (dialogs answered), then renders the loading
-// view, the main view, a search, TV shows, the information panel and the dark palette to PNG
-// files in a folder, and quits.
+// view, the main view, a search, TV shows, the information panel and the dark palette, then a
+// filled spanning queue, the confirmation sheet, a run in progress and its results (light and
+// dark), to PNG files in a folder, and quits.
 class CVScreenshots : public QObject {
     Q_OBJECT
 
@@ -20,10 +21,18 @@ public:
 
 private:
     void takeMainViewShots();
+    void takeRunShots();
+    void takeResultsShots();
     void save(QWidget *widget, const QString &name);
+    void savePixmap(const QPixmap &pixmap, const QString &name);
+    // The window with a sheet over it, as the desktop shows a window-modal box.
+    void saveWithSheet(const QString &name);
+    // The widget in the light palette, then in the dark one ("-dark").
+    void saveLightAndDark(QWidget *widget, const QString &name);
 
     CVApplicationDelegate *m_app;
     QString m_folder;
     bool m_loadingTaken = false;
+    int m_copies = 0;
     int m_failures = 0;
 };

@@ -1,7 +1,11 @@
 #include "MainWindow/CVSheetPresenter.h"
 
+#include "Views/CVIcons.h"
+
 #include <QAbstractButton>
 #include <QCoreApplication>
+#include <QGraphicsDropShadowEffect>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QThread>
@@ -54,6 +58,18 @@ QMessageBox *CVSheetPresenter::makeBox(
 {
     auto *box = new QMessageBox(parent);
     box->setIcon(iconFor(alert.style));
+    if (const QIcon named = CVIcons::named(alert.icon); !named.isNull())
+        box->setIconPixmap(named.pixmap(64, 64));
+    if (alert.centred) {
+        if (auto *label = box->findChild<QLabel *>(u"qt_msgbox_label"_s)) {
+            label->setAlignment(Qt::AlignCenter);
+            auto *shadow = new QGraphicsDropShadowEffect(label);
+            shadow->setBlurRadius(4);
+            shadow->setOffset(0, 1);
+            shadow->setColor(QColor(0, 0, 0, 60));
+            label->setGraphicsEffect(shadow);
+        }
+    }
     // A panel's title is its message; an empty title leaves the informative text alone.
     box->setText(alert.title.isEmpty() ? alert.text : alert.title);
     if (!alert.title.isEmpty())

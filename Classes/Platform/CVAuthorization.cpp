@@ -1,6 +1,7 @@
 #include "Platform/CVAuthorization.h"
 
 #include "Platform/CVFullIO.h"
+#include "Platform/CVInstallLayout.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -87,13 +88,7 @@ QString CVAuthorization::packagedHelper()
 
 QString CVAuthorization::defaultRunnerPath()
 {
-    const QString name = u"corvana-privileged-runner"_s;
-    if (QCoreApplication::instance()) {
-        const QString beside = QCoreApplication::applicationDirPath() + u'/' + name;
-        if (QFile::exists(beside))
-            return beside;
-    }
-    return u"/usr/libexec/corvana/"_s + name;
+    return CVInstallLayout::libexecFolder() + u"/corvana-privileged-runner"_s;
 }
 
 bool CVAuthorization::obtain(QString *error)

@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kPoints = int(CVFaultInjection::Point::HistoryCommit) + 1;
+constexpr int kPoints = int(CVFaultInjection::Point::LibraryRename) + 1;
 
 struct Fault {
     int remaining = 0; // calls until the failure; 0 is none
@@ -32,7 +32,8 @@ const QHash<QString, CVFaultInjection::Point> &pointNames()
     using P = CVFaultInjection::Point;
     static const QHash<QString, P> names { { u"copy-open"_s, P::CopyOpen }, { u"copy-write"_s, P::CopyWrite },
         { u"copy-fsync"_s, P::CopyFsync }, { u"copy-rename"_s, P::CopyRename }, { u"folder-create"_s, P::FolderCreate },
-        { u"trash-rename"_s, P::TrashRename }, { u"history-commit"_s, P::HistoryCommit } };
+        { u"trash-rename"_s, P::TrashRename }, { u"history-commit"_s, P::HistoryCommit },
+        { u"library-rename"_s, P::LibraryRename } };
     return names;
 }
 

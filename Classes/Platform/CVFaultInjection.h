@@ -16,6 +16,7 @@ enum class Point {
     FolderCreate,
     TrashRename, // an item going into the Trash
     HistoryCommit, // the span history's save
+    LibraryRename, // a rewritten library file taking its name, after its backup
 };
 
 // Instead of an errno: the process is killed at that call, as a crash or a pulled plug would.

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QMutex>
 #include <QSet>
 
@@ -177,23 +178,48 @@ bool unsupported(int error)
 // Filesystems differ in what they offer: "rename, but not over a file"; else a hard link, which
 // fails on an existing name just the same; else (exFAT, FAT, some shares) the name is claimed
 // first with an exclusive create, and the copy renamed over our own empty claim.
-bool placeCopy(const QByteArray &temporary, const QByteArray &destination, int &error)
+// The way that worked last on a filesystem (by device), so that a run does not ask a FUSE
+// filesystem twice per file for what it cannot do.
+enum class Placement { NoReplace, HardLink, Claim };
+QHash<dev_t, Placement> &placements()
+{
+    static QHash<dev_t, Placement> known;
+    return known;
+}
+QMutex placementMutex;
+
+bool placeCopy(const QByteArray &temporary, const QByteArray &destination, dev_t device, int &error)
 {
     if (injected(Point::CopyRename, error))
         return false;
-    if (::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD, destination.constData(), RENAME_NOREPLACE) == 0)
-        return true;
-    if (!unsupported(errno)) {
-        error = errno;
-        return false;
+    Placement way;
+    {
+        QMutexLocker lock(&placementMutex);
+        way = placements().value(device, Placement::NoReplace);
     }
-    if (::link(temporary.constData(), destination.constData()) == 0) {
-        ::unlink(temporary.constData());
-        return true;
+    const auto remember = [device](Placement next) {
+        QMutexLocker lock(&placementMutex);
+        placements().insert(device, next);
+    };
+    if (way == Placement::NoReplace) {
+        if (::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD, destination.constData(), RENAME_NOREPLACE) == 0)
+            return true;
+        if (!unsupported(errno)) {
+            error = errno;
+            return false;
+        }
+        remember(way = Placement::HardLink);
     }
-    if (errno != EPERM && !unsupported(errno) && errno != EMLINK) {
-        error = errno;
-        return false;
+    if (way == Placement::HardLink) {
+        if (::link(temporary.constData(), destination.constData()) == 0) {
+            ::unlink(temporary.constData());
+            return true;
+        }
+        if (errno != EPERM && !unsupported(errno) && errno != EMLINK) {
+            error = errno;
+            return false;
+        }
+        remember(Placement::Claim);
     }
     const int claim = ::open(destination.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (claim < 0) {
@@ -341,7 +367,7 @@ CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString
     ::fchmod(out.fd, info.st_mode & 07777);
     if (durability == Durability::Sync && (injected(Point::CopyFsync, error) || ::fsync(out.fd) != 0))
         return fail(error ? error : errno);
-    if (!placeCopy(temporary, to, error))
+    if (!placeCopy(temporary, to, target.st_dev, error))
         return fail(error);
     // Taken after the name is in place: renaming changes the change time on most filesystems.
     struct stat placed { };

@@ -3,6 +3,7 @@
 #include "Library/CVSpanHistory.h"
 #include "Platform/CVAuthorization.h"
 #include "Platform/CVHUserDefaults.h"
+#include "Platform/CVInstallLayout.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVLoginItems.h"
 #include "Platform/CVPresenter.h"
@@ -109,13 +110,7 @@ QString CVHelperApplicationControl::defaultPackagedHelperPath()
     const QString overridden = qEnvironmentVariable(PackagedHelperVariable);
     if (!overridden.isEmpty())
         return overridden;
-    const QString programFolder = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
-    if (programFolder.isEmpty())
-        return {};
-    const QString beside = programFolder + u'/' + bundle;
-    if (QFileInfo(beside).isDir())
-        return beside;
-    return QDir::cleanPath(programFolder + u"/../libexec/corvana/"_s + bundle);
+    return CVInstallLayout::libexecFolder() + u'/' + bundle;
 }
 
 bool CVHelperApplicationControl::isPackagedHelperPresent() const

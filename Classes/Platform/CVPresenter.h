@@ -13,6 +13,7 @@ struct CVAlert {
     QString otherButton;
     Style style = Style::Warning;
     QString icon; // a named image instead of the style's icon ("TrashFull")
+    bool centred = false; // the message centred under a light shadow (a run's confirmation)
 };
 
 // Every dialog and every piece of load progress goes through one presenter, so the window,

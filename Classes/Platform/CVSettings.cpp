@@ -61,6 +61,9 @@ void CVSettings::registerStandardDefaults()
         { u"CVStartupDriveName"_s, u"Computer"_s },
         // Names of spanned files follow Windows rules: "auto" where the drive wants them, "always", "never".
         { u"CVWindowsFileNames"_s, u"auto"_s },
+        // Whose library is read and told new locations: "auto" (an iTunes-format library file, or
+        // a player on the session bus, else Rhythmbox's), "rhythmbox", "itunes-file", "dbus".
+        { u"Player"_s, u"auto"_s },
     });
 }
 

@@ -95,12 +95,17 @@ QString unescapedField(const QByteArray &field)
 
 QList<CVVolumes::Mount> CVVolumes::mounts()
 {
-    QList<Mount> list;
     QFile table(u"/proc/self/mountinfo"_s);
     if (!table.open(QIODevice::ReadOnly))
-        return list;
+        return {};
+    return parseMountInfo(table.readAll());
+}
+
+QList<CVVolumes::Mount> CVVolumes::parseMountInfo(const QByteArray &text)
+{
+    QList<Mount> list;
     // "36 35 98:0 /root /mnt/point options... - type source super-options"
-    const QList<QByteArray> lines = table.readAll().split('\n');
+    const QList<QByteArray> lines = text.split('\n');
     for (const QByteArray &line : lines) {
         const QList<QByteArray> fields = line.split(' ');
         const qsizetype separator = fields.indexOf(QByteArray("-"));
@@ -221,11 +226,16 @@ CVVolumes::FileSystem CVVolumes::fileSystemOf(const QString &path)
     const QList<Mount> all = mounts();
     // The last mount of that device is the one on top.
     for (auto it = all.crbegin(); it != all.crend(); ++it) {
-        if (it->device == quint64(info.st_dev)) {
-            fs.type = it->type;
-            break;
-        }
+        if (it->device == quint64(info.st_dev))
+            return fileSystemOfType(it->type);
     }
+    return fs;
+}
+
+CVVolumes::FileSystem CVVolumes::fileSystemOfType(const QString &type)
+{
+    FileSystem fs;
+    fs.type = type;
     static const QStringList windows { u"vfat"_s, u"msdos"_s, u"exfat"_s, u"ntfs"_s, u"ntfs3"_s, u"cifs"_s, u"smb3"_s,
         u"smbfs"_s };
     const QString base = fs.type.section(u'.', 0, 0);

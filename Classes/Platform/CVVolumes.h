@@ -30,6 +30,8 @@ struct Mount {
 };
 // The mounts of this process, in the kernel's order (later mounts over earlier ones).
 QList<Mount> mounts();
+// The lines of a /proc/self/mountinfo text.
+QList<Mount> parseMountInfo(const QByteArray &text);
 // Whether something is mounted at the path: listed in the mount table, or its device differs
 // from its parent folder's. An unplugged drive leaves its mount folder behind as a plain folder.
 bool isMountPoint(const QString &path);
@@ -45,6 +47,8 @@ struct FileSystem {
 };
 // The filesystem that holds the path (or would hold it: the nearest existing folder counts).
 FileSystem fileSystemOf(const QString &path);
+// What a filesystem of this mount table type allows.
+FileSystem fileSystemOfType(const QString &type);
 // Whether names in the folder are told apart by letter case: a file made under one case and looked
 // for under another. False when the folder cannot be written (nothing then meets there anyway).
 bool ignoresLetterCase(const QString &folder);

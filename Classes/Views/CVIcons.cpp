@@ -125,6 +125,53 @@ void draw(QPainter &p, CVIcons::Kind kind, const QPalette &palette, QIcon::Mode 
         p.drawLine(QPointF(0.5, 0.45), QPointF(0.5, 0.72));
         break;
     }
+    case K::ResultFullSuccess:
+    case K::ResultLinkSuccess:
+    case K::ResultSkip:
+    case K::ResultFail: {
+        // A disc in the outcome's colour with its mark: check, linked check, skip arrows, cross.
+        const QColor colour = mode == QIcon::Disabled ? ink
+            : kind == K::ResultFullSuccess            ? QColor(0x2e, 0x9e, 0x4f)
+            : kind == K::ResultLinkSuccess            ? QColor(0x3d, 0x7c, 0xc9)
+            : kind == K::ResultSkip                   ? QColor(0xd8, 0x95, 0x1c)
+                                                      : QColor(0xd0, 0x36, 0x30);
+        p.setPen(Qt::NoPen);
+        p.setBrush(colour);
+        p.drawEllipse(QRectF(0.06, 0.06, 0.88, 0.88));
+        p.setPen(QPen(Qt::white, 0.1, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        p.setBrush(Qt::NoBrush);
+        if (kind == K::ResultFullSuccess) {
+            p.drawPolyline(QPolygonF({ QPointF(0.3, 0.52), QPointF(0.44, 0.66), QPointF(0.71, 0.36) }));
+        } else if (kind == K::ResultLinkSuccess) {
+            p.setPen(QPen(Qt::white, 0.08, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+            p.drawRoundedRect(QRectF(0.22, 0.42, 0.32, 0.18), 0.09, 0.09);
+            p.drawRoundedRect(QRectF(0.46, 0.42, 0.32, 0.18), 0.09, 0.09);
+        } else if (kind == K::ResultSkip) {
+            p.drawPolyline(QPolygonF({ QPointF(0.28, 0.32), QPointF(0.46, 0.5), QPointF(0.28, 0.68) }));
+            p.drawPolyline(QPolygonF({ QPointF(0.5, 0.32), QPointF(0.68, 0.5), QPointF(0.5, 0.68) }));
+        } else {
+            p.drawLine(QPointF(0.34, 0.34), QPointF(0.66, 0.66));
+            p.drawLine(QPointF(0.66, 0.34), QPointF(0.34, 0.66));
+        }
+        break;
+    }
+    case K::TrashFull: {
+        // A bin with papers over its rim.
+        p.setBrush(paper);
+        p.drawRect(QRectF(0.3, 0.14, 0.22, 0.2));
+        p.drawRect(QRectF(0.46, 0.1, 0.2, 0.24));
+        p.setBrush(ink.lighter(220));
+        QPainterPath bin;
+        bin.moveTo(0.2, 0.3);
+        bin.lineTo(0.8, 0.3);
+        bin.lineTo(0.72, 0.92);
+        bin.lineTo(0.28, 0.92);
+        bin.closeSubpath();
+        p.drawPath(bin);
+        p.drawLine(QPointF(0.42, 0.42), QPointF(0.44, 0.82));
+        p.drawLine(QPointF(0.58, 0.42), QPointF(0.56, 0.82));
+        break;
+    }
     }
 }
 
@@ -207,6 +254,13 @@ QString themeName(CVIcons::Kind kind)
         return u"go-down"_s;
     case K::Information:
         return u"dialog-information"_s;
+    case K::TrashFull:
+        return u"user-trash-full"_s;
+    case K::ResultFullSuccess:
+    case K::ResultLinkSuccess:
+    case K::ResultSkip:
+    case K::ResultFail:
+        break;
     }
     return {};
 }
@@ -220,7 +274,17 @@ QIcon CVIcons::fallback(Kind kind)
 
 QIcon CVIcons::icon(Kind kind)
 {
-    return QIcon::fromTheme(themeName(kind), fallback(kind));
+    const QString name = themeName(kind);
+    return name.isEmpty() ? fallback(kind) : QIcon::fromTheme(name, fallback(kind));
+}
+
+QIcon CVIcons::named(const QString &name)
+{
+    if (name == u"TrashFull"_s)
+        return icon(Kind::TrashFull);
+    if (name == u"QuestionMark"_s)
+        return icon(Kind::QuestionMark);
+    return {};
 }
 
 QIcon CVIcons::quitBadgedApplicationIcon()

@@ -21,9 +21,17 @@ enum class Kind {
     SpanLocation,
     Queue,
     Information,
+    // The four outcomes of a run, drawn by us so that they mean the same on every desktop.
+    ResultFullSuccess,
+    ResultLinkSuccess,
+    ResultSkip,
+    ResultFail,
+    TrashFull,
 };
 
 QIcon icon(Kind kind);
+// A named image of the design ("TrashFull", "QuestionMark"); a null icon for an unknown name.
+QIcon named(const QString &name);
 // Our own drawing, without asking the theme (for the screenshots and the tests).
 QIcon fallback(Kind kind);
 // The application icon with the quit badge laid over it.

@@ -1,9 +1,13 @@
 #include "Views/CVSpanLocationView.h"
 
 #include <QContextMenuEvent>
+#include <QDir>
+#include <QFileInfo>
 #include <QKeyEvent>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPainterPath>
 
 using namespace Qt::StringLiterals;
 
@@ -13,6 +17,7 @@ CVSpanLocationView::CVSpanLocationView(QWidget *parent)
     setAccessibleName(u"Span location"_s);
     setFocusPolicy(Qt::TabFocus);
     setCursor(Qt::PointingHandCursor);
+    setAcceptDrops(true);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
 
@@ -33,6 +38,7 @@ void CVSpanLocationView::setLocationIcon(const QIcon &icon)
 void CVSpanLocationView::setRestoreMode(bool restore)
 {
     m_restore = restore;
+    setCursor(restore ? Qt::ArrowCursor : Qt::PointingHandCursor);
     update();
 }
 
@@ -52,6 +58,12 @@ QSize CVSpanLocationView::minimumSizeHint() const
     return { 160, sizeHint().height() };
 }
 
+QRect CVSpanLocationView::arrowRect() const
+{
+    const int side = fontMetrics().height() + 8;
+    return { width() - side - 8, (height() - side) / 2, side, side };
+}
+
 void CVSpanLocationView::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
@@ -59,16 +71,35 @@ void CVSpanLocationView::paintEvent(QPaintEvent *)
     const QPalette &pal = palette();
     const QPalette::ColorGroup group = m_dimmed || m_restore ? QPalette::Disabled : QPalette::Active;
     const QRectF box = QRectF(rect()).adjusted(3.5, 3.5, -3.5, -3.5);
-    p.setPen(QPen(hasFocus() ? pal.color(QPalette::Highlight) : pal.color(QPalette::Mid), 1.2));
-    p.setBrush(pal.color(QPalette::Base));
+    const bool lit = hasFocus() || m_dropOver;
+    p.setPen(QPen(lit ? pal.color(QPalette::Highlight) : pal.color(QPalette::Mid), m_dropOver ? 2.5 : 1.2));
+    QColor fill = pal.color(QPalette::Base);
+    if (m_dropOver) {
+        fill = pal.color(QPalette::Highlight);
+        fill.setAlphaF(0.22f);
+    }
+    p.setBrush(fill);
     p.drawRoundedRect(box, 8, 8);
     const int side = qMin(32, height() - 16);
     const QRect iconRect(int(box.left()) + 10, (height() - side) / 2, side, side);
     if (!m_icon.isNull() && !m_restore)
         m_icon.paint(&p, iconRect, Qt::AlignCenter, group == QPalette::Disabled ? QIcon::Disabled : QIcon::Normal);
+    const QRect arrow = arrowRect();
+    if (!m_restore) {
+        // The history's drop-down arrow.
+        QPainterPath triangle;
+        const QPointF c = QRectF(arrow).center();
+        triangle.moveTo(c + QPointF(-4.5, -2));
+        triangle.lineTo(c + QPointF(4.5, -2));
+        triangle.lineTo(c + QPointF(0, 3));
+        triangle.closeSubpath();
+        p.setPen(Qt::NoPen);
+        p.setBrush(pal.color(group, QPalette::Text));
+        p.drawPath(triangle);
+    }
     const QFontMetrics fm = fontMetrics();
     const QRect text(
-        iconRect.right() + 10, int(box.top()) + 4, int(box.right()) - iconRect.right() - 18, int(box.height()) - 8);
+        iconRect.right() + 10, int(box.top()) + 4, arrow.left() - iconRect.right() - 14, int(box.height()) - 8);
     p.setPen(pal.color(QPalette::PlaceholderText));
     const QRect caption(text.left(), text.center().y() - fm.height(), text.width(), fm.height());
     p.drawText(caption, Qt::AlignLeft | Qt::AlignVCenter, m_restore ? u"Restore to"_s : u"Span Location"_s);
@@ -86,8 +117,14 @@ void CVSpanLocationView::paintEvent(QPaintEvent *)
 
 void CVSpanLocationView::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
-        Q_EMIT clicked();
+    const QPoint at = event->position().toPoint();
+    if (event->button() != Qt::LeftButton || !rect().contains(at))
+        return;
+    if (!m_restore && arrowRect().adjusted(-4, -4, 4, 4).contains(at)) {
+        Q_EMIT historyMenuRequested(mapToGlobal(QPoint(0, height())));
+        return;
+    }
+    Q_EMIT clicked();
 }
 
 void CVSpanLocationView::keyPressEvent(QKeyEvent *event)
@@ -96,10 +133,61 @@ void CVSpanLocationView::keyPressEvent(QKeyEvent *event)
         Q_EMIT clicked();
         return;
     }
+    if (event->key() == Qt::Key_Down && !m_restore) {
+        Q_EMIT historyMenuRequested(mapToGlobal(QPoint(0, height())));
+        return;
+    }
     QWidget::keyPressEvent(event);
 }
 
 void CVSpanLocationView::contextMenuEvent(QContextMenuEvent *event)
 {
     Q_EMIT contextMenuRequested(event->globalPos());
+}
+
+QString CVSpanLocationView::droppableFolder(const QMimeData *mime)
+{
+    if (!mime || !mime->hasUrls() || mime->urls().isEmpty())
+        return {};
+    const QUrl first = mime->urls().constFirst();
+    if (!first.isLocalFile())
+        return {};
+    const QString path = QDir::cleanPath(first.toLocalFile());
+    return QFileInfo(path).isDir() ? path : QString();
+}
+
+bool CVSpanLocationView::takeDrag(QDropEvent *event)
+{
+    if (m_restore || m_refusesDrops || droppableFolder(event->mimeData()).isEmpty()) {
+        event->ignore();
+        return false;
+    }
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    return true;
+}
+
+void CVSpanLocationView::dragEnterEvent(QDragEnterEvent *event)
+{
+    m_dropOver = takeDrag(event);
+    update();
+}
+
+void CVSpanLocationView::dragMoveEvent(QDragMoveEvent *event)
+{
+    takeDrag(event);
+}
+
+void CVSpanLocationView::dragLeaveEvent(QDragLeaveEvent *)
+{
+    m_dropOver = false;
+    update();
+}
+
+void CVSpanLocationView::dropEvent(QDropEvent *event)
+{
+    m_dropOver = false;
+    update();
+    if (takeDrag(event))
+        Q_EMIT folderDropped(droppableFolder(event->mimeData()));
 }

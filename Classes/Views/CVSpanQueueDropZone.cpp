@@ -1,8 +1,10 @@
 #include "Views/CVSpanQueueDropZone.h"
 
+#include "Library/CVPredicateArchive.h"
 #include "Views/CVIcons.h"
 
 #include <QKeyEvent>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
 
@@ -14,6 +16,7 @@ CVSpanQueueDropZone::CVSpanQueueDropZone(QWidget *parent)
     setAccessibleName(u"Spanning queue"_s);
     setFocusPolicy(Qt::TabFocus);
     setAttribute(Qt::WA_Hover);
+    setAcceptDrops(true);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
 
@@ -59,11 +62,14 @@ void CVSpanQueueDropZone::paintEvent(QPaintEvent *)
     p.setRenderHint(QPainter::Antialiasing);
     const QPalette &pal = palette();
     const QRectF box = QRectF(rect()).adjusted(3.5, 3.5, -3.5, -3.5);
-    QColor fill = m_browsing ? pal.color(QPalette::Highlight) : pal.color(QPalette::AlternateBase);
-    if (m_browsing)
-        fill.setAlphaF(0.18f);
+    QColor fill = m_browsing || m_dragOver ? pal.color(QPalette::Highlight) : pal.color(QPalette::AlternateBase);
+    if (m_dragOver)
+        fill = m_removing ? QColor(0xd0, 0x36, 0x30) : fill;
+    if (m_browsing || m_dragOver)
+        fill.setAlphaF(m_dragOver ? 0.28f : 0.18f);
     p.setBrush(fill);
-    QPen border(m_hover || hasFocus() ? pal.color(QPalette::Highlight) : pal.color(QPalette::Mid), 1.5, Qt::DashLine);
+    const bool lit = m_hover || m_dragOver || hasFocus();
+    QPen border(lit ? pal.color(QPalette::Highlight) : pal.color(QPalette::Mid), m_dragOver ? 2.5 : 1.5, Qt::DashLine);
     p.setPen(border);
     p.drawRoundedRect(box, 8, 8);
 
@@ -113,4 +119,72 @@ void CVSpanQueueDropZone::leaveEvent(QEvent *)
     m_hover = false;
     update();
     Q_EMIT mouseOverChanged(false);
+}
+
+bool CVSpanQueueDropZone::takeDrag(QDropEvent *event)
+{
+    const QMimeData *mime = event->mimeData();
+    // Only a drag whose last (richest) type is our predicate: a drag from elsewhere that also
+    // carries one is someone else's.
+    if (m_refusesDrags || !mime || mime->formats().isEmpty()
+        || mime->formats().constLast() != QString::fromLatin1(CVPredicateArchive::MimeType)) {
+        event->ignore();
+        return false;
+    }
+    const bool removing = m_browsing || (event->modifiers() & Qt::AltModifier);
+    if (removing != m_removing || !m_dragOver) {
+        m_removing = removing;
+        Q_EMIT wantsRemoveDropChanged(removing);
+    }
+    event->setDropAction(removing ? Qt::MoveAction : Qt::CopyAction);
+    event->accept();
+    return true;
+}
+
+void CVSpanQueueDropZone::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!takeDrag(event))
+        return;
+    m_dragOver = true;
+    Q_EMIT dragActiveChanged(true);
+    update();
+}
+
+void CVSpanQueueDropZone::dragMoveEvent(QDragMoveEvent *event)
+{
+    // The Alt key may change on the way.
+    if (takeDrag(event))
+        update();
+}
+
+void CVSpanQueueDropZone::endDrag()
+{
+    const bool wasRemoving = m_removing;
+    m_dragOver = false;
+    m_removing = false;
+    if (wasRemoving)
+        Q_EMIT wantsRemoveDropChanged(false);
+    Q_EMIT dragActiveChanged(false);
+    update();
+}
+
+void CVSpanQueueDropZone::dragLeaveEvent(QDragLeaveEvent *)
+{
+    if (m_dragOver)
+        endDrag();
+}
+
+void CVSpanQueueDropZone::dropEvent(QDropEvent *event)
+{
+    if (!takeDrag(event)) {
+        if (m_dragOver)
+            endDrag();
+        return;
+    }
+    const QByteArray archived = event->mimeData()->data(QString::fromLatin1(CVPredicateArchive::MimeType));
+    const QPoint at = mapToGlobal(event->position().toPoint());
+    // The controller reads the removal flag while it handles the drop; it is cleared after.
+    m_dragOver = false;
+    Q_EMIT predicateDropped(archived, at);
+    endDrag();
 }

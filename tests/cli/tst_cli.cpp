@@ -311,6 +311,24 @@ private Q_SLOTS:
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.contains(QByteArray("  to   " + QFile::encodeName(span) + "/Music/")));
         QVERIFY(QDir(span).isEmpty());
+        // Names as a drive with Windows rules takes them, when asked for.
+        const auto forbidden = [&](const QByteArray &out) {
+            for (const QByteArray &line : out.split('\n')) {
+                const QByteArray below = line.mid(7 + QFile::encodeName(span).size());
+                if (line.startsWith("  to   ")
+                    && (below.contains('?') || below.contains('"') || below.contains('*') || below.contains(':')
+                        || below.contains('|')))
+                    return true;
+            }
+            return false;
+        };
+        QVERIFY(forbidden(run.out));
+        run = runCli(
+            QStringList { u"span"_s, u"--to"_s, span, u"--dry-run"_s, u"--windows-names"_s, u"always"_s } + music);
+        QCOMPARE(run.status, 0);
+        QVERIFY(!forbidden(run.out));
+        QCOMPARE(
+            runCli(QStringList { u"span"_s, u"--to"_s, span, u"--windows-names"_s, u"often"_s } + music).status, 2);
 
         // A missing file is refused until --anyway answers "Span Anyway".
         const QList<QByteArray> planned = run.out.split('\n');

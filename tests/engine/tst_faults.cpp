@@ -9,6 +9,7 @@
 #include "CVSpanSession.h"
 #include "CVTestFiles.h"
 #include "CVTestHome.h"
+#include "CVTestMounts.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Library/CVLibraryFileReader.h"
@@ -38,101 +39,11 @@ using CVFaultInjection::Point;
 
 namespace {
 
-// Set by main() before Qt starts a thread: whether this process has mounts of its own.
-bool g_ownMounts = false;
-QString g_noMountsWhy;
-bool g_realRoot = false; // root of the machine, not of a user namespace
-
-bool writeProcFile(const char *path, const QByteArray &text)
-{
-    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    const bool ok = ::write(fd, text.constData(), size_t(text.size())) == text.size();
-    ::close(fd);
-    return ok;
-}
-
-// A mount namespace of our own with an empty tmpfs over /mnt, where the test's drives go.
-bool enterPrivateMounts(QString *why)
-{
-    if (::geteuid() == 0) {
-        if (::unshare(CLONE_NEWNS) != 0) {
-            *why = u"no mount namespace: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
-            return false;
-        }
-    } else {
-        const uid_t uid = ::getuid();
-        const gid_t gid = ::getgid();
-        if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-            *why = u"not root, and no user namespace: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
-            return false;
-        }
-        writeProcFile("/proc/self/setgroups", "deny");
-        if (!writeProcFile("/proc/self/uid_map", "0 " + QByteArray::number(uid) + " 1")
-            || !writeProcFile("/proc/self/gid_map", "0 " + QByteArray::number(gid) + " 1")) {
-            *why = u"the user namespace cannot be mapped"_s;
-            return false;
-        }
-    }
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
-        || ::mount("tmpfs", "/mnt", "tmpfs", 0, "size=1g,mode=0755") != 0) {
-        *why = u"tmpfs cannot be mounted: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
-        return false;
-    }
-    return true;
-}
-
-// A removable drive: a tmpfs of its own kept at /mnt/.disks/NAME and shown at /mnt/NAME, so that
-// unplugging it (the mount at /mnt/NAME goes) keeps its files, as a real drive does.
-struct Drive {
-    QString name;
-    QString store;
-    QString root;
-
-    bool plug() const { return ::mount(qPrintable(store), qPrintable(root), nullptr, MS_BIND, nullptr) == 0; }
-    bool unplug() const { return ::umount2(qPrintable(root), MNT_DETACH) == 0; }
-    bool makeReadOnly() const
-    {
-        return ::mount(nullptr, qPrintable(root), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
-    }
-    // Leaves about `room` bytes free (none at all for 0).
-    void fill(qint64 room) const
-    {
-        QFile filler(store + u"/.filler"_s);
-        QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered));
-        for (;;) {
-            QStorageInfo info(store);
-            info.refresh();
-            const qint64 free = info.bytesAvailable();
-            if (free <= room)
-                break;
-            const QByteArray block(qsizetype(qMin<qint64>(free - room, 1 << 20)), 'f');
-            if (filler.write(block) != block.size())
-                break;
-        }
-    }
-};
+using CVTestMounts::Drive;
 
 QByteArray digest(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    hash.addData(&file);
-    return hash.result();
-}
-
-QHash<QString, QString> libraryLocations(const QString &library)
-{
-    CVLibraryContents contents;
-    CVLibraryFileReader().readFile(library, contents);
-    QHash<QString, QString> locations;
-    for (const CVTrack &track : contents.tracks)
-        if (track.has(CVAttr::Location))
-            locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
-    return locations;
+    return fileDigest(path);
 }
 
 struct CliRun {
@@ -159,33 +70,7 @@ CliRun runCli(const QStringList &arguments, const QString &faults = {})
     return run;
 }
 
-// A player that keeps the old place of some tracks.
-struct StubbornLink : CVLibraryFilePlayerLink {
-    using CVLibraryFilePlayerLink::CVLibraryFilePlayerLink;
-    bool setTrackLocation(const QString &pid, const QString &path) override
-    {
-        return ignored.contains(pid) || CVLibraryFilePlayerLink::setTrackLocation(pid, path);
-    }
-    QSet<QString> ignored;
-};
-
-struct Session : CVSpanSession {
-    explicit Session(const QString &libraryFile, bool crashed = false)
-        : CVSpanSession(libraryFile, crashed)
-        , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
-    {
-        usePlayerLink(&link);
-    }
-    StubbornLink link;
-
-    QString row(const CVTrack *track) const
-    {
-        for (const CVShownResultRow &r : spanner.lastResults().rows)
-            if (r.trackObject == track)
-                return r.message;
-        return {};
-    }
-};
+using Session = CVFileSpanSession;
 
 } // namespace
 
@@ -216,15 +101,9 @@ private:
     }
 
     // Roomy enough for the 100 MB that every drive keeps free; a tmpfs takes memory only as it fills.
-    Drive makeDrive(const QString &name, const char *size = "size=512m")
+    static Drive makeDrive(const QString &name, const char *size = "size=512m")
     {
-        Drive drive { name, u"/mnt/.disks/"_s + name, u"/mnt/"_s + name };
-        QDir().mkpath(drive.store);
-        QDir().mkpath(drive.root);
-        if (::mount("tmpfs", qPrintable(drive.store), "tmpfs", 0, size) != 0 || !drive.plug())
-            qFatal("cannot mount %s: %s", qPrintable(drive.root), strerror(errno));
-        m_drives.append(drive);
-        return drive;
+        return CVTestMounts::makeTmpfsDrive(name, size);
     }
 
     // Every file the library had is somewhere the user can find it, with its bytes; and every
@@ -288,15 +167,10 @@ private Q_SLOTS:
     void cleanup()
     {
         CVFaultInjection::clear();
-        for (auto it = m_drives.crbegin(); it != m_drives.crend(); ++it) {
-            ::umount2(qPrintable(it->root), MNT_DETACH);
-            ::umount2(qPrintable(it->store), MNT_DETACH);
-            if (!it->store.isEmpty()) {
-                QDir().rmdir(it->root);
-                QDir().rmdir(it->store);
-            }
-        }
-        m_drives.clear();
+        if (!m_supportBind.isEmpty())
+            ::umount2(QFile::encodeName(m_supportBind).constData(), MNT_DETACH);
+        m_supportBind.clear();
+        CVTestMounts::removeDrives();
         CVLog::setSink({});
         m_log.clear();
         CVTrash::setMountPointFilter({});
@@ -373,8 +247,8 @@ private Q_SLOTS:
     void aRunNeedsAWritableHistory()
     {
         QFETCH(QString, fault);
-        if (!g_ownMounts)
-            QSKIP(qPrintable(g_noMountsWhy));
+        if (!CVTestMounts::available())
+            QSKIP(qPrintable(CVTestMounts::unavailableReason()));
         makeLibrary(16);
         {
             Session s(libraryFile());
@@ -384,7 +258,7 @@ private Q_SLOTS:
         const Drive drive = makeDrive(u"Support"_s, "size=1m");
         QVERIFY(QFile::copy(support + u"/SpanRestoreHistory.cvcddb"_s, drive.root + u"/SpanRestoreHistory.cvcddb"_s));
         QVERIFY(::mount(qPrintable(drive.root), qPrintable(support), nullptr, MS_BIND, nullptr) == 0);
-        m_drives.append({ u"support bind"_s, QString(), support });
+        m_supportBind = support;
         if (fault == u"full"_s)
             drive.fill(0);
         else
@@ -424,8 +298,8 @@ private Q_SLOTS:
 
     void aDriveThatGoesAwayMidSpan()
     {
-        if (!g_ownMounts)
-            QSKIP(qPrintable(g_noMountsWhy));
+        if (!CVTestMounts::available())
+            QSKIP(qPrintable(CVTestMounts::unavailableReason()));
         makeLibrary(30);
         const Drive drive = makeDrive(u"Span Disk"_s);
         const QString span = drive.root + u"/Spanned"_s;
@@ -460,8 +334,8 @@ private Q_SLOTS:
 
     void aDriveThatGoesAwayMidRestore()
     {
-        if (!g_ownMounts)
-            QSKIP(qPrintable(g_noMountsWhy));
+        if (!CVTestMounts::available())
+            QSKIP(qPrintable(CVTestMounts::unavailableReason()));
         makeLibrary(30);
         const Drive drive = makeDrive(u"Span Disk"_s);
         const QString span = drive.root + u"/Spanned"_s;
@@ -499,8 +373,8 @@ private Q_SLOTS:
     void aFullOrReadOnlyDriveToRestoreTo()
     {
         QFETCH(bool, readOnly);
-        if (!g_ownMounts)
-            QSKIP(qPrintable(g_noMountsWhy));
+        if (!CVTestMounts::available())
+            QSKIP(qPrintable(CVTestMounts::unavailableReason()));
         // The originals of the second drive's tracks go back to a drive that cannot take them.
         const Drive archive = makeDrive(u"Archive"_s, "size=220m");
         makeLibrary(60, archive.root, 20000);
@@ -734,7 +608,7 @@ private Q_SLOTS:
 
     void theRunAsAnotherUser()
     {
-        if (!g_realRoot || !QFileInfo::exists(u"/usr/bin/setpriv"_s))
+        if (!CVTestMounts::realRoot() || !QFileInfo::exists(u"/usr/bin/setpriv"_s))
             QSKIP("needs root, to run the tool as an unprivileged user");
         // A home of the user "nobody" with a library of its own.
         QTemporaryDir top;
@@ -835,15 +709,14 @@ private Q_SLOTS:
 private:
     std::unique_ptr<CVTestHome> m_home;
     QHash<QString, QByteArray> m_before;
-    QList<Drive> m_drives;
+    QString m_supportBind;
     QStringList m_log;
 };
 
 int main(int argc, char *argv[])
 {
     // Before any thread exists: a user namespace can only be entered by a single thread.
-    g_realRoot = ::geteuid() == 0;
-    g_ownMounts = enterPrivateMounts(&g_noMountsWhy);
+    CVTestMounts::enterPrivateMounts();
     QCoreApplication app(argc, argv);
     TestFaults test;
     QTEST_SET_MAIN_SOURCE_PATH

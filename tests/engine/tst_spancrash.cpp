@@ -24,23 +24,6 @@ class TestSpanCrash : public QObject {
 private:
     QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
 
-    static QByteArray digest(const QString &path)
-    {
-        return QCryptographicHash::hash(readAll(path), QCryptographicHash::Sha1);
-    }
-
-    QHash<QString, QString> libraryLocations() const
-    {
-        CVLibraryContents contents;
-        CVLibraryFileReader reader;
-        if (!reader.readFile(libraryFile(), contents))
-            qFatal("the library file does not read: %s", qPrintable(reader.errorString()));
-        QHash<QString, QString> locations;
-        for (const CVTrack &t : contents.tracks)
-            locations.insert(t.text(CVAttr::PersistentID), t.text(CVAttr::Location));
-        return locations;
-    }
-
     int runTool(const QStringList &args, QByteArray *output = nullptr)
     {
         QProcess tool;
@@ -71,9 +54,9 @@ private Q_SLOTS:
 
         // What every file holds, by persistent ID.
         QHash<QString, QByteArray> digests;
-        for (auto [pid, path] : libraryLocations().asKeyValueRange()) {
+        for (auto [pid, path] : libraryLocations(libraryFile()).asKeyValueRange()) {
             if (path.startsWith(u'/') && QFileInfo::exists(path))
-                digests.insert(pid, digest(path));
+                digests.insert(pid, fileDigest(path));
         }
         QVERIFY(digests.size() > 30);
         const QStringList spanArgs { u"span"_s, u"--to"_s, span, u"--yes"_s, u"--allow-root"_s };
@@ -111,7 +94,7 @@ private Q_SLOTS:
             }
 
             // Every file is where the library says, byte for byte, or where the history says.
-            const QHash<QString, QString> locations = libraryLocations();
+            const QHash<QString, QString> locations = libraryLocations(libraryFile());
             QHash<QString, QString> spanned;
             {
                 CVSpanHistoryStore store;
@@ -124,9 +107,9 @@ private Q_SLOTS:
             }
             for (auto [pid, expected] : digests.asKeyValueRange()) {
                 const QString at = locations.value(pid);
-                const bool inPlace = QFileInfo::exists(at) && digest(at) == expected;
+                const bool inPlace = QFileInfo::exists(at) && fileDigest(at) == expected;
                 const bool inHistory
-                    = !inPlace && QFileInfo::exists(spanned.value(pid)) && digest(spanned.value(pid)) == expected;
+                    = !inPlace && QFileInfo::exists(spanned.value(pid)) && fileDigest(spanned.value(pid)) == expected;
                 QVERIFY2(inPlace || inHistory, qPrintable(u"round %1: %2 not at %3"_s.arg(round).arg(pid, at)));
             }
             // After a span every file lies in the span location, after a restore none does.

@@ -27,30 +27,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A player that keeps the old place of some tracks, as a stubborn player does.
-struct StubbornLink : CVLibraryFilePlayerLink {
-    using CVLibraryFilePlayerLink::CVLibraryFilePlayerLink;
-    bool setTrackLocation(const QString &pid, const QString &path) override
-    {
-        ++calls[pid];
-        if (ignored.contains(pid))
-            return true;
-        return CVLibraryFilePlayerLink::setTrackLocation(pid, path);
-    }
-    QSet<QString> ignored;
-    QHash<QString, int> calls;
-};
-
-// One start of the program, with the library file as the player.
-struct Session : CVSpanSession {
-    explicit Session(const QString &libraryFile)
-        : CVSpanSession(libraryFile)
-        , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
-    {
-        usePlayerLink(&link);
-    }
-    StubbornLink link;
-};
+using Session = CVFileSpanSession;
 
 bool mountTmpfs(const QString &folder, const char *options)
 {

@@ -1,11 +1,20 @@
 #include "CVWindowSession.h"
 
 #include "CVLibraryGenerator.h"
+#include "CVSpanSession.h"
+#include "Engine/CVLibraryFilePlayerLink.h"
+#include "Engine/CVMediaSpanner.h"
+#include "Library/CVLibraryFileReader.h"
+#include "Library/CVSpanHistory.h"
+#include "Library/CVTrack.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVTrash.h"
 
 #include <QDir>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -18,6 +27,7 @@ CVWindowSession::CVWindowSession(Options options)
     generator.mediaRoot = home.filePath(u"Music/iTunes"_s);
     generator.secondDrive = home.filePath(u"Volumes/Archive"_s);
     generator.createMediaFiles = true;
+    generator.mediaFileBytes = options.mediaFileBytes;
     QDir().mkpath(home.filePath(u"Music/iTunes"_s));
     if (!CVLibraryGenerator(generator).write(libraryFile(), &generated))
         qFatal("the library could not be written");
@@ -35,6 +45,14 @@ CVWindowSession::CVWindowSession(Options options)
     info.close();
     qputenv("CORVANA_HELPER_BUNDLE", QFile::encodeName(helper));
     CVLog::setSink([this](const QString &line) { log.append(line); });
+    // The machine's own volumes and their trash are never looked into.
+    trashRoots.append(home.path());
+    CVTrash::setMountPointFilter([this](const QString &point) {
+        for (const QString &root : std::as_const(trashRoots))
+            if (point == root || point.startsWith(root + u'/'))
+                return true;
+        return false;
+    });
     if (options.start) {
         awake();
         launch();
@@ -44,6 +62,7 @@ CVWindowSession::CVWindowSession(Options options)
 CVWindowSession::~CVWindowSession()
 {
     m_app.reset();
+    CVTrash::setMountPointFilter({});
     CVLog::setSink({});
     qunsetenv("CORVANA_HELPER_BUNDLE");
 }
@@ -68,6 +87,8 @@ CVApplicationDelegate &CVWindowSession::app()
 void CVWindowSession::awake()
 {
     app().awakeFromNib();
+    if (::geteuid() == 0 && m_options.allowRoot && app().spanner())
+        app().spanner()->setAllowRoot(true);
 }
 
 void CVWindowSession::launch()
@@ -91,4 +112,50 @@ void CVWindowSession::restart()
     m_app.reset();
     awake();
     launch();
+}
+
+QStringList CVWindowSession::spanBeforeStart(const QString &predicate, const QString &to)
+{
+    CVSpanSession span(libraryFile());
+    span.spanner.setAllowRoot(true);
+    CVLibraryFilePlayerLink link(libraryFile(), CVSpanHistory::applicationSupportFolder(), &span.files);
+    span.usePlayerLink(&link);
+    const QList<CVTrack *> tracks = span.select(predicate);
+    span.span(tracks, to);
+    QStringList ids;
+    for (const CVShownResultRow &row : span.spanner.lastResults().rows)
+        if (row.icon == CVResultIcon::FullSuccess)
+            ids.append(row.trackObject->text(CVAttr::PersistentID));
+    return ids;
+}
+
+void CVWindowSession::makeDependentBeforeStart(const QStringList &persistentIDs)
+{
+    QHash<QString, QString> spanPaths;
+    {
+        CVSpanSession span(libraryFile());
+        for (const QString &pid : persistentIDs)
+            if (CVTrack *t = span.track(pid))
+                spanPaths.insert(pid, t->text(CVAttr::SpanLocation) + u'\n' + t->text(CVAttr::OriginalLocation));
+    }
+    CVLibraryFilePlayerLink link(libraryFile(), CVSpanHistory::applicationSupportFolder(), nullptr);
+    for (auto [pid, paths] : spanPaths.asKeyValueRange()) {
+        const QString span = paths.section(u'\n', 0, 0);
+        const QString original = paths.section(u'\n', 1);
+        QDir().mkpath(QFileInfo(original).path());
+        if (!QFile::link(span, original) || !link.setTrackLocation(pid, original))
+            qFatal("a dependent track could not be made");
+    }
+    if (!link.applyJournal())
+        qFatal("the library file could not be written");
+}
+
+QHash<QString, QString> CVWindowSession::libraryLocations() const
+{
+    CVLibraryContents contents;
+    CVLibraryFileReader().readFile(libraryFile(), contents);
+    QHash<QString, QString> locations;
+    for (const CVTrack &track : contents.tracks)
+        locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
+    return locations;
 }

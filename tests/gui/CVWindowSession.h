@@ -4,6 +4,7 @@
 #include "CVLibraryGenerator.h"
 #include "CVTestHome.h"
 
+#include <QHash>
 #include <QStringList>
 
 #include <memory>
@@ -15,6 +16,10 @@ public:
     struct Options {
         int tracks = 300;
         bool start = true; // awakeFromNib, the first load, the main view
+        // As root, runs are allowed as if the user had said so (tests run as root on some machines).
+        bool allowRoot = true;
+        // Bytes of each media file (0: a few kB).
+        qint64 mediaFileBytes = 0;
     };
 
     explicit CVWindowSession(Options options);
@@ -33,6 +38,17 @@ public:
     bool waitForLoad();
     // A second start in the same home (after quitting the first).
     void restart();
+
+    // Before the window starts: spans the tracks of a predicate with the engine alone, and
+    // returns their persistent IDs.
+    QStringList spanBeforeStart(const QString &predicate, const QString &to);
+    // Before the window starts: the player points these spanned tracks at their old places,
+    // where a link leads to the file, as Corvana Helper leaves dependent tracks.
+    void makeDependentBeforeStart(const QStringList &persistentIDs);
+    // The player's locations in the library file, by persistent ID.
+    QHash<QString, QString> libraryLocations() const;
+    // Which volumes' trash folders the program may look into: the home's, and these.
+    QStringList trashRoots;
 
     CVTestHome home;
     CVLibraryGeneratorResult generated;

@@ -211,7 +211,8 @@ void TestStartup::quitDuringRunAsksAndNeverQuits()
     if (restore)
         app.windowDelegate()->doSetRestoreMode();
     CVMediaSpanner *spanner = app.spanner();
-    spanner->setRunUnderWay(true); // a run at work on its thread
+    spanner->setRunUnderWay(true); // a run at work on its thread, its view on screen
+    app.windowDelegate()->showSpanningView();
     app.terminate();
     QVERIFY(spanner->pauseSpan());
     const CVAlert &sheet = app.presenter()->openSheet();
@@ -253,6 +254,9 @@ void TestStartup::quitAfterCrashWhileSpanning()
     session.awake();
     session.launch();
     CVApplicationDelegate &app = session.app();
+    // The crash sheet of the load comes first: closed.
+    QVERIFY(app.presenter()->openSheet().title.startsWith(u"\nCorvana Crashed While Spanning!"_s));
+    app.presenter()->answerSheet(CVPresenter::AlternateReturn);
     app.terminate();
     const CVAlert &sheet = app.presenter()->openSheet();
     QCOMPARE(sheet.title, u"It is not recommended to quit without recovering from the last crash."_s);

@@ -2,6 +2,7 @@
 #include "CVHTestHistory.h"
 #include "CVTestFiles.h"
 #include "CVTestHome.h"
+#include "CVTestMounts.h"
 #include "CVTestPresenter.h"
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVHelperApplicationControl.h"
@@ -14,31 +15,10 @@
 #include <QProcess>
 #include <QtTest>
 
-#include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-QString s_mountSkipReason;
-
-// Mount tests run in a mount namespace of their own (and the helpers they start with them),
-// with a fresh tmpfs over /mnt, so nothing they mount is seen outside. Must run before any
-// thread exists.
-void enterPrivateMountNamespace()
-{
-    if (::unshare(CLONE_NEWNS) != 0) {
-        s_mountSkipReason = u"no mount namespace of our own here: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
-        return;
-    }
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
-        || ::mount("corvana-test", "/mnt", "tmpfs", 0, "size=16m") != 0)
-        s_mountSkipReason = u"mounting is not allowed here: %1"_s.arg(QString::fromLocal8Bit(strerror(errno)));
-}
-
-} // namespace
 
 // Stands in for the desktop's notification service and records what it is sent.
 class FakeNotifications : public QObject {
@@ -162,7 +142,7 @@ private Q_SLOTS:
         // What a helper sent before it went is taken in here, not in the next test.
         helperRegistered();
         settle();
-        if (s_mountSkipReason.isEmpty()) {
+        if (CVTestMounts::available()) {
             ::umount2("/mnt/Drive", MNT_DETACH);
             ::umount2("/mnt/staging", MNT_DETACH);
         }
@@ -381,8 +361,8 @@ private Q_SLOTS:
 
     void linksReturnWithTheDrive()
     {
-        if (!s_mountSkipReason.isEmpty())
-            QSKIP(qPrintable(s_mountSkipReason));
+        if (!CVTestMounts::available())
+            QSKIP(qPrintable(CVTestMounts::unavailableReason()));
         setDefault(u"CVHLoginItemAlertSupress"_s, true);
         setDefault(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s, false);
         makeDriveWithSpanFiles({ u"a.mp3"_s, u"b.mp3"_s });
@@ -426,7 +406,7 @@ private:
 
 int main(int argc, char *argv[])
 {
-    enterPrivateMountNamespace();
+    CVTestMounts::enterPrivateMounts("size=16m");
     QCoreApplication app(argc, argv);
     TestHelper test;
     QTEST_SET_MAIN_SOURCE_PATH

@@ -196,6 +196,7 @@ private Q_SLOTS:
         QTest::newRow("decomposed kept") << QByteArray("file:///Cafe%CC%81") << u"/Cafe\u0301"_s << true;
         QTest::newRow("raw utf8") << QByteArray("file:///Café") << u"/Café"_s << true;
         QTest::newRow("trailing slash") << QByteArray("file:///Users/ann/") << u"/Users/ann"_s << true;
+        QTest::newRow("trailing slashes") << QByteArray("file:///a%2;//") << u"/a%2;"_s << true;
         QTest::newRow("root") << QByteArray("file:///") << u"/"_s << true;
         QTest::newRow("windows") << QByteArray("file://localhost/C:/Music/a.mp3") << u"/C:/Music/a.mp3"_s << true;
         QTest::newRow("stray percent") << QByteArray("file:///100%") << u"/100%"_s << true;

@@ -1,6 +1,8 @@
 // The archived predicate: the drag data of every pane and the saved queue share one encoding.
 #include "Library/CVPredicateArchive.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -10,6 +12,7 @@ class TestPredicateArchive : public QObject {
 
 private Q_SLOTS:
     void roundTrips();
+    void writtenAsQtWritesIt();
     void refusesWhatIsNotOurs_data();
     void refusesWhatIsNotOurs();
     void dictionaryWithoutIdentifiersSelectsNothing();
@@ -33,6 +36,33 @@ void TestPredicateArchive::roundTrips()
     // An empty text is a predicate too (the "All" row's drag).
     QCOMPARE(CVPredicateArchive::unarchive(CVPredicateArchive::archive(CVPredicate::fromText(u""_s))),
         CVPredicate::fromText(u""_s));
+}
+
+void TestPredicateArchive::writtenAsQtWritesIt()
+{
+    // The archive is written by hand for speed; it must be what QJsonDocument writes, escapes and all.
+    const QString odd = u"quote \" backslash \\ slash / tab \t line \n return \r bell \a del \x7f "
+                        "é ☆ 𝄞 nul-free"_s;
+    const auto viaQt = [](const CVPredicate &p) {
+        QJsonObject o;
+        o.insert(u"CVDraggingPredicate"_s, CVPredicateArchive::Version);
+        if (p.kind() == CVPredicate::Kind::Text)
+            o.insert(u"text"_s, p.text());
+        else
+            o.insert(u"dictionary"_s, p.toJson());
+        return QJsonDocument(o).toJson(QJsonDocument::Compact);
+    };
+    const CVPredicate text = CVPredicate::fromText(odd);
+    QCOMPARE(CVPredicateArchive::archive(text), viaQt(text));
+    CVPredicate ids = CVPredicate::forPersistentIDs({ u"00000000000000A1"_s, odd });
+    ids.setCacheKey(odd);
+    ids.setIsSavedQueue(true);
+    ids.setNoSearch(true);
+    QCOMPARE(CVPredicateArchive::archive(ids), viaQt(ids));
+    CVPredicate numbers = CVPredicate::forTrackIDs({ 1, 22, 9007199254740993 });
+    numbers.setIsPlaylist(true);
+    QCOMPARE(CVPredicateArchive::archive(numbers), viaQt(numbers));
+    QCOMPARE(CVPredicateArchive::archive(CVPredicate::forTrackIDs({})), viaQt(CVPredicate::forTrackIDs({})));
 }
 
 void TestPredicateArchive::refusesWhatIsNotOurs_data()

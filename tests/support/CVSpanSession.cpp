@@ -5,6 +5,8 @@
 
 #include <QDir>
 
+#include "Library/CVSpanHistory.h"
+
 using namespace Qt::StringLiterals;
 
 void CVSessionHost::telliTunesToQuit()
@@ -79,4 +81,25 @@ QStringList CVSpanSession::messages() const
     for (const CVShownResultRow &row : spanner.lastResults().rows)
         out.append(row.message);
     return out;
+}
+
+bool CVStubbornFileLink::setTrackLocation(const QString &pid, const QString &path)
+{
+    ++calls[pid];
+    return ignored.contains(pid) || CVLibraryFilePlayerLink::setTrackLocation(pid, path);
+}
+
+CVFileSpanSession::CVFileSpanSession(const QString &libraryFile, bool crashed)
+    : CVSpanSession(libraryFile, crashed)
+    , link(libraryFile, CVSpanHistory::applicationSupportFolder(), &files)
+{
+    usePlayerLink(&link);
+}
+
+QString CVFileSpanSession::row(const CVTrack *track) const
+{
+    for (const CVShownResultRow &r : spanner.lastResults().rows)
+        if (r.trackObject == track)
+            return r.message;
+    return {};
 }

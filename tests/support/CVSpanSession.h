@@ -11,6 +11,11 @@
 #include <QList>
 #include <QStringList>
 
+#include "Engine/CVLibraryFilePlayerLink.h"
+
+#include <QHash>
+#include <QSet>
+
 class CVPlayerLink;
 
 // The window and the application delegate as a run sees them.
@@ -56,4 +61,23 @@ public:
     CVFileManagerLink files;
     CVSessionHost host;
     CVMediaSpanner spanner;
+};
+
+// A player that is the library file itself, and that can be told to keep the old place of some
+// tracks, as a stubborn player does.
+struct CVStubbornFileLink : CVLibraryFilePlayerLink {
+    using CVLibraryFilePlayerLink::CVLibraryFilePlayerLink;
+    bool setTrackLocation(const QString &pid, const QString &path) override;
+    QSet<QString> ignored;
+    QHash<QString, int> calls;
+};
+
+// One start of the program with the library file as the player.
+class CVFileSpanSession : public CVSpanSession {
+public:
+    explicit CVFileSpanSession(const QString &libraryFile, bool crashed = false);
+    // The message of the track's row in the last run's results, or an empty text.
+    QString row(const CVTrack *track) const;
+
+    CVStubbornFileLink link;
 };

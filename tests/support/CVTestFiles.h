@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QtTest>
 
 // Small file helpers for tests: write (making the folders) and read back whole files.
@@ -20,3 +21,8 @@ inline QByteArray readAll(const QString &path)
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
+
+// A file's SHA-1, or an empty array when it cannot be read.
+QByteArray fileDigest(const QString &path);
+// The Location of every track of a library file, by persistent ID (fatal when it does not read).
+QHash<QString, QString> libraryLocations(const QString &libraryFile);

@@ -1,5 +1,6 @@
 // corvana-genlib: writes a generated library file (and, when asked, its media files).
 #include "CVLibraryGenerator.h"
+#include "CVRhythmboxGenerator.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -25,7 +26,9 @@ int main(int argc, char *argv[])
         u"DIR"_s);
     const QCommandLineOption createMedia(u"create-media"_s, u"Write a small media file for every file track."_s);
     const QCommandLineOption mediaBytes(u"media-bytes"_s, u"With --create-media: about N bytes per file."_s, u"N"_s);
-    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia, mediaBytes });
+    const QCommandLineOption rhythmbox(
+        u"rhythmbox"_s, u"Write Rhythmbox's rhythmdb.xml (and playlists.xml beside it) instead."_s);
+    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia, mediaBytes, rhythmbox });
     parser.addPositionalArgument(u"file"_s, u"The library file to write."_s);
     parser.process(app);
     if (parser.positionalArguments().size() != 1) {
@@ -46,6 +49,19 @@ int main(int argc, char *argv[])
     else if (options.createMediaFiles)
         options.secondDrive = options.mediaRoot + u"/Archive"_s;
     options.mediaFileBytes = parser.value(mediaBytes).toLongLong();
+    if (parser.isSet(rhythmbox)) {
+        if (!parser.isSet(mediaRoot))
+            options.mediaRoot = QFileInfo(parser.positionalArguments().first()).absolutePath();
+        CVRhythmboxGenerator generator(options);
+        CVRhythmboxGeneratorResult result;
+        if (!generator.write(parser.positionalArguments().first(), &result)) {
+            std::fprintf(stderr, "%s\n", qUtf8Printable(generator.errorString()));
+            return 1;
+        }
+        std::printf("{\"songs\": %d, \"otherEntries\": %d, \"playlists\": %d, \"bytes\": %lld}\n", result.songs,
+            result.otherEntries, result.playlists, result.bytes);
+        return 0;
+    }
     CVLibraryGenerator generator(options);
     CVLibraryGeneratorResult result;
     if (!generator.write(parser.positionalArguments().first(), &result)) {

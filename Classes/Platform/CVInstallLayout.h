@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+
+// Where the program's parts are, found from the running program's own place, so that the build
+// tree and any installed prefix both work: programs in <prefix>/bin, the helper and the privileged
+// runner in <prefix>/libexec/corvana, help and sounds in <prefix>/share/corvana. The build tree
+// has the same layout below its top folder.
+namespace CVInstallLayout {
+
+// libexec/corvana beside the program's bin folder; else the folder of the configured prefix.
+QString libexecFolder();
+// share/corvana beside the program's bin folder; else the folder of the configured prefix.
+QString dataFolder();
+// A file of dataFolder() ("help/index.html", "sounds/DropTrack.wav"); empty when it is missing.
+QString dataFile(const QString &relativePath);
+
+} // namespace CVInstallLayout

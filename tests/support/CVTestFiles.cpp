@@ -1,0 +1,29 @@
+#include "CVTestFiles.h"
+
+#include "Library/CVLibraryFileReader.h"
+#include "Library/CVTrack.h"
+
+#include <QCryptographicHash>
+
+QByteArray fileDigest(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    hash.addData(&file);
+    return hash.result();
+}
+
+QHash<QString, QString> libraryLocations(const QString &libraryFile)
+{
+    CVLibraryContents contents;
+    CVLibraryFileReader reader;
+    if (!reader.readFile(libraryFile, contents))
+        qFatal("the library file does not read: %s", qPrintable(reader.errorString()));
+    QHash<QString, QString> locations;
+    for (const CVTrack &track : contents.tracks)
+        if (track.has(CVAttr::Location))
+            locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
+    return locations;
+}
