@@ -122,16 +122,17 @@ void CVSelection::reset(std::vector<CVTrack *> allTracks)
     all->id = 0;
     all->tracks = std::move(allTracks);
     m_all = all;
-    m_ranks[0].clear();
-    m_ranks[1].clear();
-    m_inOrder[0].clear();
-    m_inOrder[1].clear();
+    m_albumFirstRanks.clear();
+    m_inOrder[0].reset();
+    m_inOrder[1].reset();
+    m_compilations.clear();
     m_textValues.clear();
     for (auto &texts : m_folded)
         texts.clear();
     for (auto &done : m_foldedDone)
         done.clear();
     clearMemoization();
+    numberTracks();
 }
 
 void CVSelection::clearMemoization()
@@ -153,11 +154,12 @@ void CVSelection::setMemo(const QString &key, std::shared_ptr<const void> value,
         m_kindMemo.insert(key, std::move(value));
 }
 
-CVTrackList CVSelection::makeList(std::vector<CVTrack *> tracks, Order order)
+CVTrackList CVSelection::makeList(std::vector<CVTrack *> tracks, std::vector<int> indices, Order order)
 {
     auto list = std::make_shared<CVTrackListData>();
     list->id = m_nextListID++;
     list->tracks = std::move(tracks);
+    list->indices = std::move(indices);
     list->order = order;
     return list;
 }
@@ -316,8 +318,8 @@ bool CVSelection::trackMatches(const CVFilter &filter, const CVTrack &track)
     });
 }
 
-void CVSelection::filterTracks(
-    const CVFilter &filter, const std::vector<CVTrack *> &candidates, std::vector<CVTrack *> &out)
+void CVSelection::filterTracks(const CVFilter &filter, const CVTrackListData &candidates, std::vector<CVTrack *> &out,
+    std::vector<int> &outIndices)
 {
     auto noFold = [](const CVFilter::Leaf &, const CVFilterValue &) { return QString(); };
     // A comparison of a stored text gives the same answer for the same text. Where the load's
@@ -340,7 +342,7 @@ void CVSelection::filterTracks(
             continue;
         if (const TextValues *values = textValuesIfMade(*leaf.trackAttribute)) {
             // Numbering pays when the list is not tiny against the number of texts.
-            if (candidates.size() * 8 < values->texts.size())
+            if (candidates.tracks.size() * 8 < values->texts.size())
                 continue;
             plans[i].values = const_cast<TextValues *>(values);
             plans[i].byTrack = &values->byTrack[0];
@@ -348,14 +350,13 @@ void CVSelection::filterTracks(
         }
     }
     const CVTrack *track = nullptr;
+    int trackIndex = -1;
     auto test = [&](int index, const CVFilter::Leaf &leaf) -> bool {
         LeafPlan &plan = plans[std::size_t(index)];
         if (!leaf.trackAttribute)
             return plan.absentAnswer;
-        const CVAttr a = *leaf.trackAttribute;
-        const CVTrack &t = *track;
         if (plan.values) {
-            const int value = (*plan.byTrack)[std::size_t(t.index())];
+            const int value = (*plan.byTrack)[std::size_t(trackIndex)];
             if (value < 0)
                 return plan.absentAnswer;
             qint8 &answer = plan.answers[std::size_t(value)];
@@ -368,6 +369,8 @@ void CVSelection::filterTracks(
             }
             return answer != 0;
         }
+        const CVAttr a = *leaf.trackAttribute;
+        const CVTrack &t = *track;
         auto folded = [&](const CVFilter::Leaf &l, const CVFilterValue &v) -> const QString & {
             return foldedText(a, l.fold, t, *v.text);
         };
@@ -380,20 +383,27 @@ void CVSelection::filterTracks(
         plan.recent.insert(text, answer);
         return answer;
     };
+    const std::size_t n = candidates.tracks.size();
     if (filter.singleLeaf()) {
         const CVFilter::Leaf &leaf = *filter.singleLeaf();
         const int index = int(&leaf - leaves.data());
-        for (CVTrack *t : candidates) {
-            track = t;
-            if (test(index, leaf))
-                out.push_back(t);
+        for (std::size_t i = 0; i < n; ++i) {
+            track = candidates.tracks[i];
+            trackIndex = candidates.indexAt(i);
+            if (test(index, leaf)) {
+                out.push_back(candidates.tracks[i]);
+                outIndices.push_back(trackIndex);
+            }
         }
         return;
     }
-    for (CVTrack *t : candidates) {
-        track = t;
-        if (filter.matchesLeaves(test))
-            out.push_back(t);
+    for (std::size_t i = 0; i < n; ++i) {
+        track = candidates.tracks[i];
+        trackIndex = candidates.indexAt(i);
+        if (filter.matchesLeaves(test)) {
+            out.push_back(candidates.tracks[i]);
+            outIndices.push_back(trackIndex);
+        }
     }
 }
 
@@ -409,6 +419,18 @@ void CVSelection::prepareSearch()
     }
     textValues({ CVAttr::MediaType }, false);
     inOrder(Order::ArtistFirst);
+    compilations();
+}
+
+const std::vector<quint8> &CVSelection::compilations()
+{
+    if (m_compilations.size() != m_all->tracks.size()) {
+        m_compilations.assign(m_all->tracks.size(), 0);
+        for (const CVTrack *t : m_all->tracks)
+            m_compilations[std::size_t(t->index())]
+                = t->has(CVAttr::Compilation) && t->integer(CVAttr::Compilation) != 0;
+    }
+    return m_compilations;
 }
 
 const QString &CVSelection::foldedValue(TextValues &values, int value, quint8 fold)
@@ -499,25 +521,34 @@ const CVSelection::TextValues &CVSelection::textValues(const std::vector<CVAttr>
     return values;
 }
 
-const std::vector<CVTrack *> &CVSelection::inOrder(Order order)
+const CVTrackList &CVSelection::inOrder(Order order)
 {
-    std::vector<CVTrack *> &sorted = m_inOrder[order == Order::ArtistFirst ? 0 : 1];
-    if (sorted.size() == m_all->tracks.size())
+    CVTrackList &sorted = m_inOrder[order == Order::AlbumFirst ? 1 : 0];
+    if (sorted)
         return sorted;
-    const std::vector<int> &rank = ranks(order);
-    sorted.assign(m_all->tracks.size(), nullptr);
-    for (CVTrack *t : m_all->tracks)
-        sorted[std::size_t(rank[std::size_t(t->index())])] = t;
+    std::vector<CVTrack *> tracks(m_all->tracks.size(), nullptr);
+    std::vector<int> indices(tracks.size());
+    if (order == Order::AlbumFirst) {
+        const std::vector<int> &rank = albumFirstRanks();
+        for (CVTrack *t : m_all->tracks) {
+            tracks[std::size_t(rank[std::size_t(t->index())])] = t;
+            indices[std::size_t(rank[std::size_t(t->index())])] = t->index();
+        }
+    } else {
+        for (CVTrack *t : m_all->tracks) {
+            tracks[std::size_t(t->index())] = t;
+            indices[std::size_t(t->index())] = t->index();
+        }
+    }
+    sorted = makeList(std::move(tracks), std::move(indices), order);
     return sorted;
 }
 
-const std::vector<int> &CVSelection::ranks(Order order)
+void CVSelection::numberTracks()
 {
-    std::vector<int> &rank = m_ranks[order == Order::ArtistFirst ? 0 : 1];
-    if (!rank.empty() || m_all->tracks.empty())
-        return rank;
-    // The texts compare as their ranks among the distinct texts (absent first, as -1); only
-    // tracks equal in everything else compare their names.
+    // The texts compare as their numbers in text order (absent first, as -1); only tracks equal
+    // in everything else compare their names. Sorted from the library's order, so that tracks
+    // equal in every key keep it.
     const std::vector<int> &artist = textValues({ CVAttr::SortArtist }, true).byTrack[0];
     const std::vector<int> &album = textValues({ CVAttr::SortAlbum }, true).byTrack[0];
     std::vector<CVTrack *> sorted = m_all->tracks;
@@ -525,25 +556,52 @@ const std::vector<int> &CVSelection::ranks(Order order)
     std::stable_sort(sorted.begin(), sorted.end(), [&](const CVTrack *a, const CVTrack *b) {
         const auto i = std::size_t(a->index()), j = std::size_t(b->index());
         int c;
-        if (order == Order::ArtistFirst) {
-            if ((c = number(artist[i], artist[j])))
-                return c < 0;
-            if ((c = number(album[i], album[j])))
-                return c < 0;
-            if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
-                return c < 0;
-            if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
-                return c < 0;
-        } else {
-            if ((c = number(album[i], album[j])))
-                return c < 0;
-            if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
-                return c < 0;
-            if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
-                return c < 0;
-            if ((c = number(artist[i], artist[j])))
-                return c < 0;
+        if ((c = number(artist[i], artist[j])))
+            return c < 0;
+        if ((c = number(album[i], album[j])))
+            return c < 0;
+        if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
+            return c < 0;
+        if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
+            return c < 0;
+        return compareText(*a, *b, CVAttr::SortName) < 0;
+    });
+    // From here on a track's index is its place in that order; the numbered texts follow.
+    std::vector<int> previous(sorted.size());
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
+        previous[i] = sorted[i]->index();
+        sorted[i]->setIndex(int(i));
+    }
+    for (auto &[attributes, values] : m_textValues) {
+        for (std::vector<int> &byTrack : values->byTrack) {
+            std::vector<int> renumbered(byTrack.size());
+            for (std::size_t i = 0; i < previous.size(); ++i)
+                renumbered[i] = byTrack[std::size_t(previous[i])];
+            byTrack = std::move(renumbered);
         }
+    }
+}
+
+const std::vector<int> &CVSelection::albumFirstRanks()
+{
+    std::vector<int> &rank = m_albumFirstRanks;
+    if (!rank.empty() || m_all->tracks.empty())
+        return rank;
+    const std::vector<int> &artist = textValues({ CVAttr::SortArtist }, true).byTrack[0];
+    const std::vector<int> &album = textValues({ CVAttr::SortAlbum }, true).byTrack[0];
+    std::vector<CVTrack *> sorted = m_all->tracks;
+    auto number = [](int x, int y) { return x < y ? -1 : (x > y ? 1 : 0); };
+    std::stable_sort(sorted.begin(), sorted.end(), [&](const CVTrack *a, const CVTrack *b) {
+        const auto i = std::size_t(a->index()), j = std::size_t(b->index());
+        int c;
+        if ((c = number(album[i], album[j])))
+            return c < 0;
+        if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
+            return c < 0;
+        if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
+            return c < 0;
+        if ((c = number(artist[i], artist[j])))
+            return c < 0;
         return compareText(*a, *b, CVAttr::SortName) < 0;
     });
     rank.resize(sorted.size());
@@ -552,15 +610,27 @@ const std::vector<int> &CVSelection::ranks(Order order)
     return rank;
 }
 
-void CVSelection::sortTracks(std::vector<CVTrack *> &tracks, Order order)
+void CVSelection::sortTracks(std::vector<CVTrack *> &tracks, std::vector<int> &indices, Order order)
 {
-    // Both orders are worked out once per load; a selection sorts by rank.
-    const std::vector<int> &rank = ranks(order);
-    auto before = [&](const CVTrack *a, const CVTrack *b) {
-        return rank[std::size_t(a->index())] < rank[std::size_t(b->index())];
-    };
-    if (!std::is_sorted(tracks.begin(), tracks.end(), before))
-        std::sort(tracks.begin(), tracks.end(), before);
+    // Both orders are worked out once per load; a selection sorts by place.
+    if (indices.size() != tracks.size()) {
+        indices.resize(tracks.size());
+        for (std::size_t i = 0; i < tracks.size(); ++i)
+            indices[i] = tracks[i]->index();
+    }
+    const std::vector<int> *rank = order == Order::AlbumFirst ? &albumFirstRanks() : nullptr;
+    auto place = [&](int index) { return rank ? (*rank)[std::size_t(index)] : index; };
+    std::vector<std::pair<int, CVTrack *>> keyed(tracks.size());
+    for (std::size_t i = 0; i < tracks.size(); ++i)
+        keyed[i] = { place(indices[i]), tracks[i] };
+    auto before = [](const auto &a, const auto &b) { return a.first < b.first; };
+    if (std::is_sorted(keyed.begin(), keyed.end(), before))
+        return;
+    std::sort(keyed.begin(), keyed.end(), before);
+    for (std::size_t i = 0; i < keyed.size(); ++i) {
+        tracks[i] = keyed[i].second;
+        indices[i] = keyed[i].second->index();
+    }
 }
 
 QString CVSelection::predicateWithText(const QString &predicate, const QString &from, const QString &to)
@@ -593,21 +663,23 @@ CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVT
     const Order order
         = text && predicate.text().contains(u"( Compilation == 1 )"_s) ? Order::AlbumFirst : Order::ArtistFirst;
     // A list already in the result's order stays in it when narrowed; all tracks are walked in it.
-    const std::vector<CVTrack *> *candidates = &source->tracks;
+    const CVTrackListData *candidates = source.get();
     bool sorted = source->order == order;
     if (source == m_all) {
-        candidates = &inOrder(order);
+        candidates = inOrder(order).get();
         sorted = true;
     }
 
     std::vector<CVTrack *> result;
+    std::vector<int> indices;
     if (text) {
         const QString &filterText = predicate.text();
         if (filterText.isEmpty()) {
             // Everything passes: a list already in order is its own result.
             if (source != m_all && sorted)
                 return remember(source);
-            result = *candidates;
+            result = candidates->tracks;
+            indices = candidates->indices;
         } else if (filterText == kEmpty) {
             sorted = true;
         } else {
@@ -617,14 +689,14 @@ CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVT
             if (isSearch && m_lastSearch.tracks && !m_lastSearch.text.isEmpty()
                 && m_searchString.startsWith(m_lastSearch.text)
                 && predicateWithText(m_lastSearch.predicate, m_lastSearch.text, m_searchString) == filterText) {
-                candidates = &m_lastSearch.tracks->tracks;
+                candidates = m_lastSearch.tracks.get();
                 sorted = m_lastSearch.tracks->order == order;
             }
-            filterTracks(*CVFilter::compile(filterText), *candidates, result);
+            filterTracks(*CVFilter::compile(filterText), *candidates, result, indices);
             if (isSearch) {
                 if (!sorted)
-                    sortTracks(result, order);
-                CVTrackList list = makeList(std::move(result), order);
+                    sortTracks(result, indices, order);
+                CVTrackList list = makeList(std::move(result), std::move(indices), order);
                 m_lastSearch = { m_searchString, filterText, list };
                 return remember(list);
             }
@@ -651,9 +723,9 @@ CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVT
                     result.push_back(t);
         }
     }
-    if (!sorted)
-        sortTracks(result, order);
-    return remember(makeList(std::move(result), order));
+    if (!sorted || indices.size() != result.size())
+        sortTracks(result, indices, order);
+    return remember(makeList(std::move(result), std::move(indices), order));
 }
 
 CVBrowserList CVSelection::getBrowserListForField(
@@ -693,7 +765,7 @@ CVBrowserList CVSelection::getBrowserListForField(
     if (f && k) {
         QStringList keys, rows;
         bool compilationSeen = false;
-        if (browserListByRanks(*f, *k, artist, group, albumArtists, source->tracks, keys, rows, compilationSeen))
+        if (browserListByRanks(*f, *k, artist, group, albumArtists, *source, keys, rows, compilationSeen))
             return finish(keys, rows, compilationSeen);
     }
 
@@ -755,45 +827,53 @@ CVBrowserList CVSelection::getBrowserListForField(
 }
 
 bool CVSelection::browserListByRanks(CVAttr display, CVAttr sort, bool artist, bool group, bool albumArtists,
-    const std::vector<CVTrack *> &tracks, QStringList &keys, QStringList &rows, bool &compilationSeen)
+    const CVTrackListData &tracks, QStringList &keys, QStringList &rows, bool &compilationSeen)
 {
-    // Sort values that are stored texts: each track's value is a rank among the load's distinct
-    // values, so the list is made by marking ranks, with no text hashed or compared. Album
-    // artists sort among the artists, so both share one ranking.
+    // Sort values that are stored texts: each track's value is a number in text order among
+    // the load's distinct values, so the list is made by marking numbers, with no text hashed or
+    // compared. Album artists sort among the artists, so both share one numbering. The shown
+    // texts are read from the numbered texts too, so the tracks themselves are not touched.
     const bool withAlbumArtists = artist && albumArtists;
-    if (CVAttribute::type(sort) != CVAttrType::Text
-        || (withAlbumArtists && CVAttribute::type(CVAttr::SortAlbumArtist) != CVAttrType::Text))
+    if (CVAttribute::type(sort) != CVAttrType::Text)
         return false;
     const TextValues &ranks
         = withAlbumArtists ? textValues({ sort, CVAttr::SortAlbumArtist }, true) : textValues({ sort }, true);
+    const TextValues *shown
+        = CVAttribute::type(display) == CVAttrType::Text ? &textValues({ display }, false) : nullptr;
+    const TextValues *albumArtist = withAlbumArtists ? &textValues({ CVAttr::AlbumArtist }, false) : nullptr;
+    const std::vector<quint8> &compilation = compilations();
     // An absent sort value sorts as the empty text, which comes before every other text.
     const bool hasEmpty = !ranks.texts.empty() && ranks.texts.front().isEmpty();
-    // By rank + 1 (0: the empty text when no track has it): the last track with that value.
-    std::vector<const CVTrack *> last(ranks.texts.size() + 1, nullptr);
+    // By number + 1 (0: the empty text when no track has it): the last track with that value.
+    std::vector<int> last(ranks.texts.size() + 1, -1);
     std::vector<quint8> byAlbumArtist(withAlbumArtists ? last.size() : 0);
-    for (const CVTrack *t : tracks) {
-        const bool compilation = t->has(CVAttr::Compilation) && t->integer(CVAttr::Compilation) != 0;
-        compilationSeen |= compilation;
-        if (artist && group && compilation)
+    for (std::size_t i = 0; i < tracks.tracks.size(); ++i) {
+        const auto index = std::size_t(tracks.indexAt(i));
+        compilationSeen |= compilation[index] != 0;
+        if (artist && group && compilation[index])
             continue;
-        const bool useAlbumArtist = withAlbumArtists && t->has(CVAttr::AlbumArtist);
-        if (!useAlbumArtist && !t->has(display))
+        const bool useAlbumArtist = albumArtist && albumArtist->byTrack[0][index] >= 0;
+        if (!useAlbumArtist && !(shown ? shown->byTrack[0][index] >= 0 : tracks.tracks[i]->has(display)))
             continue;
-        const auto i = std::size_t(t->index());
-        int rank = ranks.byTrack[useAlbumArtist ? 1 : 0][i];
+        int rank = ranks.byTrack[useAlbumArtist ? 1 : 0][index];
         if (rank < 0)
             rank = hasEmpty ? 0 : -1;
-        last[std::size_t(rank + 1)] = t;
+        last[std::size_t(rank + 1)] = int(i);
         if (withAlbumArtists)
             byAlbumArtist[std::size_t(rank + 1)] = useAlbumArtist;
     }
     for (std::size_t slot = 0; slot < last.size(); ++slot) {
-        const CVTrack *t = last[slot];
-        if (!t)
+        if (last[slot] < 0)
             continue;
-        const CVAttr shown = withAlbumArtists && byAlbumArtist[slot] ? CVAttr::AlbumArtist : display;
+        const auto i = std::size_t(last[slot]);
+        const auto index = std::size_t(tracks.indexAt(i));
         keys.append(slot == 0 ? QString() : ranks.texts[slot - 1]);
-        rows.append(CVAttribute::type(shown) == CVAttrType::Text ? t->textRef(shown) : t->displayText(shown));
+        if (withAlbumArtists && byAlbumArtist[slot])
+            rows.append(albumArtist->texts[std::size_t(albumArtist->byTrack[0][index])]);
+        else if (shown)
+            rows.append(shown->texts[std::size_t(shown->byTrack[0][index])]);
+        else
+            rows.append(tracks.tracks[i]->displayText(display));
     }
     return true;
 }

@@ -87,20 +87,25 @@ private:
         std::vector<quint8> foldedDone[4];
     };
 
-    CVTrackList makeList(std::vector<CVTrack *> tracks, Order order);
+    CVTrackList makeList(std::vector<CVTrack *> tracks, std::vector<int> indices, Order order);
+    // Numbers the tracks in artist-first order (a new load).
+    void numberTracks();
     static QString predicateWithText(const QString &predicate, const QString &from, const QString &to);
-    void sortTracks(std::vector<CVTrack *> &tracks, Order order);
-    const std::vector<int> &ranks(Order order);
+    void sortTracks(std::vector<CVTrack *> &tracks, std::vector<int> &indices, Order order);
+    // By index: the place in album-first order (in artist-first order a track's index is its place).
+    const std::vector<int> &albumFirstRanks();
     // All tracks in an order, for selections from all tracks that come out sorted.
-    const std::vector<CVTrack *> &inOrder(Order order);
+    const CVTrackList &inOrder(Order order);
     const TextValues &textValues(const std::vector<CVAttr> &attributes, bool sorted);
     const TextValues *textValuesIfMade(CVAttr attribute) const;
     static const QString &foldedValue(TextValues &values, int value, quint8 fold);
     const QString &foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text);
     // The candidates that match, in their order.
-    void filterTracks(const CVFilter &filter, const std::vector<CVTrack *> &candidates, std::vector<CVTrack *> &out);
+    void filterTracks(const CVFilter &filter, const CVTrackListData &candidates, std::vector<CVTrack *> &out,
+        std::vector<int> &outIndices);
     bool browserListByRanks(CVAttr display, CVAttr sort, bool artist, bool group, bool albumArtists,
-        const std::vector<CVTrack *> &tracks, QStringList &keys, QStringList &rows, bool &compilationSeen);
+        const CVTrackListData &tracks, QStringList &keys, QStringList &rows, bool &compilationSeen);
+    const std::vector<quint8> &compilations();
 
     CVSettings *m_settings;
     const CVSelectionPanes *m_panes = nullptr;
@@ -129,10 +134,11 @@ private:
     mutable QStringList m_searchPredicateFields;
     mutable QString m_searchPredicate;
 
-    // Kept for the whole load: the two sort orders as ranks, the ranks of texts, and folded
-    // texts per attribute.
-    std::vector<int> m_ranks[2];
-    std::vector<CVTrack *> m_inOrder[2];
+    // Kept for the whole load: the two sort orders, the numbered texts, and folded texts per
+    // attribute.
+    std::vector<int> m_albumFirstRanks;
+    CVTrackList m_inOrder[2];
+    std::vector<quint8> m_compilations; // by index
     std::map<std::vector<CVAttr>, std::unique_ptr<TextValues>> m_textValues;
     // By attribute and fold (attribute * 4 + fold): an index, as this is asked per track and clause.
     std::vector<std::vector<QString>> m_folded = std::vector<std::vector<QString>>(kCVAttrCount * 4);

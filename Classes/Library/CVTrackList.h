@@ -17,6 +17,18 @@ struct CVTrackListData {
     std::vector<CVTrack *> tracks;
     // What the list is sorted by, when it is known: a narrower list of it keeps the order.
     CVTrackOrder order = CVTrackOrder::Unknown;
+    // The tracks' indices (CVTrack::index()), when the selection that made the list kept them:
+    // tables beside the tracks are then read without touching the tracks.
+    std::vector<int> indices;
+
+    int indexAt(std::size_t i) const;
 };
+
+#include "Library/CVTrack.h"
+
+inline int CVTrackListData::indexAt(std::size_t i) const
+{
+    return indices.empty() ? tracks[i]->index() : indices[i];
+}
 
 using CVTrackList = std::shared_ptr<const CVTrackListData>;
