@@ -30,17 +30,6 @@ int compareText(const CVTrack &a, const CVTrack &b, CVAttr attr)
     return x.constData() == y.constData() && x.size() == y.size() ? 0 : x.compare(y);
 }
 
-int compareNumber(const CVTrack &a, const CVTrack &b, CVAttr attr)
-{
-    const bool ha = a.has(attr), hb = b.has(attr);
-    if (ha != hb)
-        return ha ? 1 : -1;
-    if (!ha)
-        return 0;
-    const qint64 x = a.integer(attr), y = b.integer(attr);
-    return x < y ? -1 : (x > y ? 1 : 0);
-}
-
 // Something worked out per text, kept by the text's address for the texts met lately: the
 // texts of a load that repeat (artists, albums, genres, kinds) share their characters, and
 // neighbouring tracks mostly repeat them.
@@ -74,35 +63,106 @@ private:
     std::array<Entry, 64> m_entries;
 };
 
-// Texts by address, then by content: an id for each distinct text.
+// Texts by address: an id for each text object. The load's repeated texts share their
+// characters, so this numbers them without hashing any text; equal texts kept apart get
+// separate ids, which a sorted numbering merges.
 class CVTextIds {
 public:
+    explicit CVTextIds(std::size_t expected)
+    {
+        std::size_t size = 1024;
+        while (size < expected * 2)
+            size *= 2;
+        m_table.assign(size, -1);
+    }
     int idOf(const QString &text)
     {
-        if (const int *id = m_recent.find(text))
-            return *id;
-        const auto address = std::pair(text.constData(), text.size());
-        int id = m_byAddress.value(address, -1);
-        if (id < 0) {
-            id = m_byText.value(text, -1);
-            if (id < 0) {
-                id = int(m_texts.size());
-                m_texts.push_back(text);
-                m_byText.insert(text, id);
-            }
-            m_byAddress.insert(address, id);
+        const QChar *data = text.constData();
+        const auto length = text.size();
+        quint64 h = (quint64(quintptr(data)) ^ (quint64(length) << 48)) * 0x9E3779B97F4A7C15ULL;
+        std::size_t mask = m_table.size() - 1;
+        for (std::size_t i = std::size_t(h >> 20) & mask;; i = (i + 1) & mask) {
+            const int id = m_table[i];
+            if (id < 0)
+                break;
+            const QString &known = m_texts[std::size_t(id)];
+            if (known.constData() == data && known.size() == length)
+                return id;
         }
-        m_recent.insert(text, id);
-        return id;
+        if ((m_texts.size() + 1) * 2 > m_table.size()) {
+            m_table.assign(m_table.size() * 2, -1);
+            mask = m_table.size() - 1;
+            for (std::size_t id = 0; id < m_texts.size(); ++id)
+                place(int(id), mask);
+        }
+        m_texts.push_back(text);
+        place(int(m_texts.size() - 1), mask);
+        return int(m_texts.size() - 1);
     }
-    const std::vector<QString> &texts() const { return m_texts; }
+    std::vector<QString> takeTexts() { return std::move(m_texts); }
 
 private:
-    CVRecentTexts<int> m_recent;
-    QHash<std::pair<const QChar *, qsizetype>, int> m_byAddress;
-    QHash<QString, int> m_byText;
+    void place(int id, std::size_t mask)
+    {
+        const QString &text = m_texts[std::size_t(id)];
+        const quint64 h = (quint64(quintptr(text.constData())) ^ (quint64(text.size()) << 48)) * 0x9E3779B97F4A7C15ULL;
+        std::size_t i = std::size_t(h >> 20) & mask;
+        while (m_table[i] >= 0)
+            i = (i + 1) & mask;
+        m_table[i] = id;
+    }
+    std::vector<int> m_table;
     std::vector<QString> m_texts;
 };
+
+// A track's place in one of the two orders, worked out from numbers: the numbered texts, disc
+// and track numbers (absent before any value); names are compared only on a tie, then the
+// place the track had, so that tracks equal in everything keep their order.
+struct CVTrackSortKey {
+    int first = -1, second = -1, fourth = -1; // numbered texts: -1 when absent
+    qint64 disc = 0, number = 0;
+    bool hasDisc = false, hasNumber = false;
+    int position = 0;
+    CVTrack *track = nullptr;
+};
+
+CVTrackSortKey sortKey(CVTrack *t, int first, int second, int fourth, int position)
+{
+    CVTrackSortKey key { first, second, fourth, 0, 0, t->has(CVAttr::DiscNumber), t->has(CVAttr::TrackNumber), position,
+        t };
+    if (key.hasDisc)
+        key.disc = t->integer(CVAttr::DiscNumber);
+    if (key.hasNumber)
+        key.number = t->integer(CVAttr::TrackNumber);
+    return key;
+}
+
+std::vector<CVTrack *> sortedByKeys(std::vector<CVTrackSortKey> &keys)
+{
+    std::sort(keys.begin(), keys.end(), [](const CVTrackSortKey &a, const CVTrackSortKey &b) {
+        if (a.first != b.first)
+            return a.first < b.first;
+        if (a.second != b.second)
+            return a.second < b.second;
+        if (a.hasDisc != b.hasDisc)
+            return b.hasDisc;
+        if (a.disc != b.disc)
+            return a.disc < b.disc;
+        if (a.hasNumber != b.hasNumber)
+            return b.hasNumber;
+        if (a.number != b.number)
+            return a.number < b.number;
+        if (a.fourth != b.fourth)
+            return a.fourth < b.fourth;
+        if (const int c = compareText(*a.track, *b.track, CVAttr::SortName))
+            return c < 0;
+        return a.position < b.position;
+    });
+    std::vector<CVTrack *> sorted(keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        sorted[i] = keys[i].track;
+    return sorted;
+}
 
 } // namespace
 
@@ -484,7 +544,7 @@ const CVSelection::TextValues &CVSelection::textValues(const std::vector<CVAttr>
     if (!slot) {
         slot = std::make_unique<TextValues>();
         const std::vector<CVTrack *> &tracks = m_all->tracks;
-        CVTextIds ids;
+        CVTextIds ids(tracks.size() / 4);
         slot->byTrack.assign(attributes.size(), std::vector<int>(tracks.size(), -1));
         for (std::size_t a = 0; a < attributes.size(); ++a) {
             std::vector<int> &byTrack = slot->byTrack[a];
@@ -492,21 +552,24 @@ const CVSelection::TextValues &CVSelection::textValues(const std::vector<CVAttr>
                 if (t->has(attributes[a]))
                     byTrack[std::size_t(t->index())] = ids.idOf(t->textRef(attributes[a]));
         }
-        slot->texts = ids.texts();
+        slot->texts = ids.takeTexts();
     }
     TextValues &values = *slot;
     if (!sorted || values.sorted)
         return values;
-    // Renumber in plain text order (the texts are distinct, so no two share a number).
+    // Renumber in plain text order; equal texts (numbered apart by address) share a number.
     std::vector<int> order(values.texts.size());
     std::iota(order.begin(), order.end(), 0);
     std::sort(order.begin(), order.end(),
         [&](int x, int y) { return values.texts[std::size_t(x)].compare(values.texts[std::size_t(y)]) < 0; });
     std::vector<int> renumbered(order.size());
-    std::vector<QString> texts(order.size());
+    std::vector<QString> texts;
+    texts.reserve(order.size());
     for (std::size_t r = 0; r < order.size(); ++r) {
-        renumbered[std::size_t(order[r])] = int(r);
-        texts[r] = values.texts[std::size_t(order[r])];
+        const QString &text = values.texts[std::size_t(order[r])];
+        if (texts.empty() || texts.back() != text)
+            texts.push_back(text);
+        renumbered[std::size_t(order[r])] = int(texts.size() - 1);
     }
     values.texts = std::move(texts);
     for (std::vector<int> &byTrack : values.byTrack)
@@ -551,21 +614,13 @@ void CVSelection::numberTracks()
     // equal in every key keep it.
     const std::vector<int> &artist = textValues({ CVAttr::SortArtist }, true).byTrack[0];
     const std::vector<int> &album = textValues({ CVAttr::SortAlbum }, true).byTrack[0];
-    std::vector<CVTrack *> sorted = m_all->tracks;
-    auto number = [](int x, int y) { return x < y ? -1 : (x > y ? 1 : 0); };
-    std::stable_sort(sorted.begin(), sorted.end(), [&](const CVTrack *a, const CVTrack *b) {
-        const auto i = std::size_t(a->index()), j = std::size_t(b->index());
-        int c;
-        if ((c = number(artist[i], artist[j])))
-            return c < 0;
-        if ((c = number(album[i], album[j])))
-            return c < 0;
-        if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
-            return c < 0;
-        if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
-            return c < 0;
-        return compareText(*a, *b, CVAttr::SortName) < 0;
-    });
+    std::vector<CVTrackSortKey> keys(m_all->tracks.size());
+    for (std::size_t p = 0; p < keys.size(); ++p) {
+        CVTrack *t = m_all->tracks[p];
+        const auto i = std::size_t(t->index());
+        keys[p] = sortKey(t, artist[i], album[i], -1, int(p));
+    }
+    const std::vector<CVTrack *> sorted = sortedByKeys(keys);
     // From here on a track's index is its place in that order; the numbered texts follow.
     std::vector<int> previous(sorted.size());
     for (std::size_t i = 0; i < sorted.size(); ++i) {
@@ -589,21 +644,13 @@ const std::vector<int> &CVSelection::albumFirstRanks()
         return rank;
     const std::vector<int> &artist = textValues({ CVAttr::SortArtist }, true).byTrack[0];
     const std::vector<int> &album = textValues({ CVAttr::SortAlbum }, true).byTrack[0];
-    std::vector<CVTrack *> sorted = m_all->tracks;
-    auto number = [](int x, int y) { return x < y ? -1 : (x > y ? 1 : 0); };
-    std::stable_sort(sorted.begin(), sorted.end(), [&](const CVTrack *a, const CVTrack *b) {
-        const auto i = std::size_t(a->index()), j = std::size_t(b->index());
-        int c;
-        if ((c = number(album[i], album[j])))
-            return c < 0;
-        if ((c = compareNumber(*a, *b, CVAttr::DiscNumber)))
-            return c < 0;
-        if ((c = compareNumber(*a, *b, CVAttr::TrackNumber)))
-            return c < 0;
-        if ((c = number(artist[i], artist[j])))
-            return c < 0;
-        return compareText(*a, *b, CVAttr::SortName) < 0;
-    });
+    std::vector<CVTrackSortKey> keys(m_all->tracks.size());
+    for (std::size_t p = 0; p < keys.size(); ++p) {
+        CVTrack *t = m_all->tracks[p];
+        const auto i = std::size_t(t->index());
+        keys[p] = sortKey(t, album[i], -1, artist[i], int(p));
+    }
+    const std::vector<CVTrack *> sorted = sortedByKeys(keys);
     rank.resize(sorted.size());
     for (std::size_t i = 0; i < sorted.size(); ++i)
         rank[std::size_t(sorted[i]->index())] = int(i);
