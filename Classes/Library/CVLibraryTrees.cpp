@@ -130,11 +130,7 @@ static quint64 hashName(int folderKey, QStringView name)
 
 int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
 {
-    // A file's path is met once (the table by path sees to that); folders are shared.
-    if (!isFile) {
-        if (const auto it = m_nodeByPath.constFind(path); it != m_nodeByPath.cend())
-            return *it;
-    }
+    // A file's path is met once (the table by path sees to that), a folder's once by its chain.
     CVLocationNode node;
     node.path = path;
     node.hasParent = true;
@@ -153,10 +149,7 @@ int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
     node.isFile = isFile;
     node.key = keyFor(node.lcPath, parent, parent >= 0 ? m_nodes[std::size_t(parent)].path.size() : 0);
     m_nodes.push_back(std::move(node));
-    const int id = int(m_nodes.size() - 1);
-    if (!isFile)
-        m_nodeByPath.insert(path, id);
-    return id;
+    return int(m_nodes.size() - 1);
 }
 
 int CVLibraryTrees::findKey(int folderKey, QStringView name, quint64 hash) const
@@ -269,7 +262,6 @@ std::vector<int> CVLibraryTrees::keyedLocation(const CVTrack &track) const
 void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void(double, double)> &progress)
 {
     m_nodes.clear();
-    m_nodeByPath.clear();
     m_keys.clear();
     m_keyHashes.clear();
     m_keyTable.clear();
@@ -301,6 +293,9 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
         table *= 2;
     m_keyTable.assign(table, 0);
     m_keyed.assign(tracks.size(), KeyedPath());
+    // Albums mostly have folders of their own.
+    m_folders.reserve(qsizetype(tracks.size() / 3));
+    m_folderKeys.reserve(qsizetype(tracks.size() / 3));
     // Neighbouring tracks mostly share their folder (an album): try the last one first.
     // The folders met last, most recent first: an album's tracks come together, with the
     // odd film or podcast in between.
@@ -345,12 +340,63 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
 
 void CVLibraryTrees::rankKeys()
 {
-    // Lists come in plain text order of the lower-case paths: ranked once per load.
-    std::vector<int> byRank(m_keys.size());
-    std::iota(byRank.begin(), byRank.end(), 0);
-    std::sort(byRank.begin(), byRank.end(),
-        [&](int a, int b) { return m_keys[std::size_t(a)].lcPath < m_keys[std::size_t(b)].lcPath; });
-    m_keyRanks.assign(m_keys.size(), 0);
+    // Lists come in plain text order of the lower-case paths: ranked once per load. Below a top
+    // key (a drive, "/", or a file that is a drive) a key's path is its folder's path and its
+    // name, and a folder's name ends in "/": so a folder's keys follow it, each of its names in
+    // name order with the keys below that name behind it. Names are short, whole paths share
+    // long beginnings: the names of each folder are sorted, and only the runs of the top keys
+    // are merged by whole paths.
+    const std::size_t count = m_keys.size();
+    std::vector<int> start(count + 2, 0); // children of key k at start[k + 1] ... (k = -1: tops)
+    for (const Key &k : m_keys)
+        ++start[std::size_t(k.folder + 2)];
+    for (std::size_t i = 1; i < start.size(); ++i)
+        start[i] += start[i - 1];
+    std::vector<int> children(count);
+    {
+        std::vector<int> fill(start.begin(), start.end() - 1);
+        for (std::size_t k = 0; k < count; ++k)
+            children[std::size_t(fill[std::size_t(m_keys[k].folder + 1)]++)] = int(k);
+    }
+    auto name = [&](int k) { return QStringView(m_keys[std::size_t(k)].lcPath).mid(m_keys[std::size_t(k)].nameStart); };
+    for (std::size_t f = 1; f + 1 < start.size(); ++f)
+        std::sort(children.begin() + start[f], children.begin() + start[f + 1],
+            [&](int a, int b) { return name(a).compare(name(b)) < 0; });
+
+    std::vector<int> byRank;
+    byRank.reserve(count);
+    std::vector<std::size_t> runs; // where each top's run begins
+    std::vector<std::pair<int, int>> stack; // key, next child
+    for (int t = start[0]; t < start[1]; ++t) {
+        runs.push_back(byRank.size());
+        stack.push_back({ children[std::size_t(t)], 0 });
+        byRank.push_back(children[std::size_t(t)]);
+        while (!stack.empty()) {
+            auto &[k, next] = stack.back();
+            const int first = start[std::size_t(k + 1)], last = start[std::size_t(k + 2)];
+            if (first + next >= last) {
+                stack.pop_back();
+                continue;
+            }
+            const int child = children[std::size_t(first + next++)];
+            byRank.push_back(child);
+            stack.push_back({ child, 0 });
+        }
+    }
+    runs.push_back(byRank.size());
+    auto before = [&](int a, int b) { return m_keys[std::size_t(a)].lcPath < m_keys[std::size_t(b)].lcPath; };
+    while (runs.size() > 2) {
+        std::vector<std::size_t> merged;
+        for (std::size_t r = 0; r + 1 < runs.size(); r += 2) {
+            merged.push_back(runs[r]);
+            if (r + 2 < runs.size())
+                std::inplace_merge(byRank.begin() + std::ptrdiff_t(runs[r]),
+                    byRank.begin() + std::ptrdiff_t(runs[r + 1]), byRank.begin() + std::ptrdiff_t(runs[r + 2]), before);
+        }
+        merged.push_back(byRank.size());
+        runs = std::move(merged);
+    }
+    m_keyRanks.assign(count, 0);
     for (std::size_t i = 0; i < byRank.size(); ++i)
         m_keyRanks[std::size_t(byRank[i])] = int(i);
     m_nodeRanks.assign(m_nodes.size(), -1);

@@ -81,7 +81,6 @@ private:
     CVSelection *m_selection;
     const std::vector<CVPlaylist> *m_playlists = nullptr;
     std::vector<CVLocationNode> m_nodes; // 0: the root, 1: the placeholder
-    QHash<QString, int> m_nodeByPath;
     // Keys: one per lower-case path, found by the enclosing folder's key and the last name, in
     // a table of our own (hashing every file's name is most of the table's cost).
     struct Key {

@@ -254,6 +254,33 @@ private Q_SLOTS:
         QVERIFY(m_library->locationNode(none->front()).isFile);
     }
 
+    void locationsComeInPlainOrderOfTheirLowerCasePaths()
+    {
+        // Names with characters that sort before and after "/", files named like folders,
+        // letter case, and drives whose paths fall among the folders of "/".
+        const QStringList names { u"a"_s, u"A b"_s, u"a-"_s, u"a.mp3"_s, u"a0"_s, u"\u00E9"_s, u"z"_s, u"E\u0301"_s };
+        QRandomGenerator random(7);
+        auto pick = [&] { return names[qsizetype(random.bounded(quint32(names.size())))]; };
+        QStringList tracks;
+        const QStringList tops { u""_s, u"/Volumes/Disk"_s, u"/Volumes/a"_s, u"/b"_s };
+        for (int i = 0; i < 300; ++i) {
+            QString path = tops[qsizetype(random.bounded(quint32(tops.size())))];
+            const int depth = 1 + int(random.bounded(3u));
+            for (int d = 0; d < depth; ++d)
+                path += u'/' + pick();
+            path += u'/' + pick() + QString::number(i % 7);
+            tracks.append(text("Location", u"file://"_s + QString::fromUtf8(QUrl::toPercentEncoding(path, "/"))));
+        }
+        load(library(tracks));
+        const auto list = m_library->filterEmptyLocations();
+        QVERIFY(list->size() > 300);
+        for (std::size_t i = 2; i < list->size(); ++i) {
+            const QString &before = m_library->locationNode(list->at(i - 1)).lcPath;
+            const QString &after = m_library->locationNode(list->at(i)).lcPath;
+            QVERIFY2(before < after, qPrintable(before + u" / "_s + after));
+        }
+    }
+
     void playlistTrees()
     {
         load(library({ text("Name", u"a"_s), text("Name", u"b"_s) + u"<key>Movie</key><true/>"_s },
