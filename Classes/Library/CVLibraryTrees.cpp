@@ -148,6 +148,7 @@ int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
     }
     node.isFile = isFile;
     node.key = keyFor(node.lcPath, parent, parent >= 0 ? m_nodes[std::size_t(parent)].path.size() : 0);
+    m_links.push_back({ node.key, node.parentKey, node.isFile });
     m_nodes.push_back(std::move(node));
     return int(m_nodes.size() - 1);
 }
@@ -280,12 +281,14 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
     none.lcPath = u"no locations"_s;
     none.isFile = true;
     m_nodes = { root, none };
+    m_links = { { root.key, root.parentKey, root.isFile }, { none.key, none.parentKey, none.isFile } };
 
     const std::vector<CVTrack *> &tracks = m_selection->allTracks()->tracks;
     const double maximum = double(tracks.size());
     double counter = 1;
     const std::size_t expected = tracks.size() + tracks.size() / 4 + 2;
     m_nodes.reserve(expected);
+    m_links.reserve(expected);
     m_keys.reserve(expected);
     m_keyHashes.reserve(expected);
     std::size_t table = 1024;
@@ -437,10 +440,11 @@ std::shared_ptr<const std::vector<int>> CVLibraryTrees::filterEmptyLocations()
         w = id;
     };
     int lastChain = -1;
-    for (const CVTrack *track : tracks->tracks) {
-        if (std::size_t(track->index()) >= m_keyed.size())
+    for (std::size_t i = 0; i < tracks->tracks.size(); ++i) {
+        const auto index = std::size_t(tracks->indexAt(i));
+        if (index >= m_keyed.size())
             continue;
-        const KeyedPath &keyed = m_keyed[std::size_t(track->index())];
+        const KeyedPath &keyed = m_keyed[index];
         if (keyed.file < 0)
             continue;
         // The tracks of a folder come together: its chain is merged again only after another.

@@ -50,6 +50,13 @@ public:
     std::shared_ptr<const std::vector<int>> filterEmptyLocations();
     std::shared_ptr<const std::vector<int>> getLocationsForPredicate(const QString &predicate);
     const CVLocationNode &node(int id) const { return m_nodes[std::size_t(id)]; }
+    // A node's keys and kind, kept apart from its texts: a whole tree is built from these.
+    struct NodeLinks {
+        int key = -1;
+        int parentKey = -1;
+        bool isFile = false;
+    };
+    const NodeLinks &links(int id) const { return m_links[std::size_t(id)]; }
     // The nodes of a track's current path, from its drive down to the file.
     std::vector<int> keyedLocation(const CVTrack &track) const;
 
@@ -81,6 +88,7 @@ private:
     CVSelection *m_selection;
     const std::vector<CVPlaylist> *m_playlists = nullptr;
     std::vector<CVLocationNode> m_nodes; // 0: the root, 1: the placeholder
+    std::vector<NodeLinks> m_links; // by node
     // Keys: one per lower-case path, found by the enclosing folder's key and the last name, in
     // a table of our own (hashing every file's name is most of the table's cost).
     struct Key {

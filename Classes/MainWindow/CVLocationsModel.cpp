@@ -43,8 +43,9 @@ void CVLocationsModel::reload()
     m_items.reserve(nodes.size());
     // The list has every folder before its contents: a node's parent is the item of its
     // parent's key, met already. The root comes first; a top node (a drive) hangs under it.
+    const CVLibraryTrees &trees = m_library->trees();
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const CVLocationNode &n = m_library->locationNode(nodes[i]);
+        const CVLibraryTrees::NodeLinks &n = trees.links(nodes[i]);
         Item it;
         it.node = nodes[i];
         if (i > 0) {
