@@ -220,29 +220,54 @@ int CVLibraryTrees::keyOfLowerPath(const QString &lcPath) const
     return findKey(-1, lcPath, hashName(-1, lcPath));
 }
 
-// The nodes of a folder, from its drive's node down; each folder is split once.
-int CVLibraryTrees::folderChain(const QString &folder)
+// The nodes of a folder, from its drive's node down; each folder is split once. Folders are
+// found in a table of our own by a hash of their path (every track asks for its folder).
+int CVLibraryTrees::folderChain(QStringView folder)
 {
-    if (const auto it = m_folders.constFind(folder); it != m_folders.cend())
-        return *it;
+    const quint64 hash = hashName(-2, folder);
+    std::size_t mask = m_folderTable.size() - 1;
+    for (std::size_t i = std::size_t(hash) & mask;; i = (i + 1) & mask) {
+        const int entry = m_folderTable[i];
+        if (entry == 0)
+            break;
+        if (m_chainHashes[std::size_t(entry - 1)] == hash && m_chainFolders[std::size_t(entry - 1)] == folder)
+            return entry - 1;
+    }
+    const QString path = folder.toString();
     std::vector<int> chain;
     bool underDrive = false;
-    if (folder == u"/"_s) {
+    if (path == u"/"_s) {
         chain.push_back(addNode(u"/"_s, -1, false));
-    } else if (CVVolumes::driveRootOfPath(folder) == folder) {
-        chain.push_back(addNode(folder + u'/', -1, false));
+    } else if (CVVolumes::driveRootOfPath(path) == path) {
+        chain.push_back(addNode(path + u'/', -1, false));
         underDrive = true;
     } else {
         const qsizetype slash = folder.lastIndexOf(u'/');
-        const int up = folderChain(slash <= 0 ? u"/"_s : folder.left(slash));
+        const int up = folderChain(slash <= 0 ? QStringView(u"/") : folder.left(slash));
         chain = m_chains[std::size_t(up)];
         underDrive = m_chainUnderDrive[std::size_t(up)];
-        chain.push_back(addNode(folder + u'/', chain.back(), false));
+        chain.push_back(addNode(path + u'/', chain.back(), false));
     }
     m_chains.push_back(std::move(chain));
     m_chainUnderDrive.push_back(underDrive);
+    m_chainFolders.push_back(path);
+    m_chainHashes.push_back(hash);
     const int index = int(m_chains.size() - 1);
-    m_folders.insert(folder, index);
+    mask = m_folderTable.size() - 1; // the folders above may have grown the table
+    if (m_chains.size() * 2 > m_folderTable.size()) {
+        m_folderTable.assign(m_folderTable.size() * 2, 0);
+        mask = m_folderTable.size() - 1;
+        for (std::size_t c = 0; c + 1 < m_chains.size(); ++c) {
+            std::size_t k = std::size_t(m_chainHashes[c]) & mask;
+            while (m_folderTable[k])
+                k = (k + 1) & mask;
+            m_folderTable[k] = int(c + 1);
+        }
+    }
+    std::size_t k = std::size_t(hash) & mask;
+    while (m_folderTable[k])
+        k = (k + 1) & mask;
+    m_folderTable[k] = index + 1;
     return index;
 }
 
@@ -269,7 +294,9 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
     m_keyRanks.clear();
     m_nodeRanks.clear();
     m_folderKeys.clear();
-    m_folders.clear();
+    m_folderTable.assign(1024, 0);
+    m_chainFolders.clear();
+    m_chainHashes.clear();
     m_chains.clear();
     m_chainUnderDrive.clear();
     m_keyed.clear();
@@ -297,33 +324,14 @@ void CVLibraryTrees::compileAllKeyedLocationInformation(const std::function<void
     m_keyTable.assign(table, 0);
     m_keyed.assign(tracks.size(), KeyedPath());
     // Albums mostly have folders of their own.
-    m_folders.reserve(qsizetype(tracks.size() / 3));
     m_folderKeys.reserve(qsizetype(tracks.size() / 3));
-    // Neighbouring tracks mostly share their folder (an album): try the last one first.
-    // The folders met last, most recent first: an album's tracks come together, with the
-    // odd film or podcast in between.
-    struct Recent {
-        QString folder;
-        int chain = -1;
-    };
-    std::array<Recent, 8> recent;
     for (const CVTrack *track : tracks) {
         const QString &path = track->currentPath();
         if (path.isEmpty() || !path.startsWith(u'/'))
             continue;
         KeyedPath &keyed = m_keyed[std::size_t(track->index())];
         const qsizetype slash = path.lastIndexOf(u'/');
-        const QStringView folder = slash == 0 ? QStringView(u"/") : QStringView(path).left(slash);
-        std::size_t hit = 0;
-        while (hit < recent.size() && (recent[hit].chain < 0 || folder != recent[hit].folder))
-            ++hit;
-        if (hit == recent.size()) {
-            hit = recent.size() - 1;
-            recent[hit].folder = folder.toString();
-            recent[hit].chain = folderChain(recent[hit].folder);
-        }
-        std::rotate(recent.begin(), recent.begin() + std::ptrdiff_t(hit), recent.begin() + std::ptrdiff_t(hit) + 1);
-        const int lastChain = recent[0].chain;
+        const int lastChain = folderChain(slash == 0 ? QStringView(u"/") : QStringView(path).left(slash));
         // A path below a drive's folder is never the drive itself.
         if (path == u"/"_s
             || (!m_chainUnderDrive[std::size_t(lastChain)] && CVVolumes::driveRootOfPath(path) == path)) {

@@ -80,7 +80,7 @@ private:
     int addNode(const QString &path, int parent, bool isFile);
     int keyFor(const QString &lcPath, int parent, qsizetype nameStart);
     int findKey(int folderKey, QStringView name, quint64 hash) const;
-    int folderChain(const QString &folder); // index into m_chains
+    int folderChain(QStringView folder); // index into m_chains
     void rankKeys();
     const std::vector<std::vector<int>> &playlistTracks();
     static QString nodeField(const CVLocationNode &node, const QString &attribute, bool *present);
@@ -110,7 +110,9 @@ private:
     };
     std::vector<std::vector<int>> m_chains;
     std::vector<quint8> m_chainUnderDrive; // by chain: the folder lies on a drive other than "/"
-    QHash<QString, int> m_folders;
+    std::vector<QString> m_chainFolders; // by chain: the folder's path
+    std::vector<quint64> m_chainHashes; // by chain: the hash of that path
+    std::vector<int> m_folderTable; // open addressing: chain + 1, or 0 for a free slot
     std::vector<KeyedPath> m_keyed; // by track index
     // By playlist: the indices of the tracks its track IDs name, worked out once per load.
     std::vector<std::vector<int>> m_playlistTracks;
