@@ -545,12 +545,17 @@ const CVSelection::TextValues &CVSelection::textValues(const std::vector<CVAttr>
         slot = std::make_unique<TextValues>();
         const std::vector<CVTrack *> &tracks = m_all->tracks;
         CVTextIds ids(tracks.size() / 4);
+        // Numbered in the tracks' order, so that a list's texts (folded ones too) are met
+        // mostly in memory order.
+        std::vector<const CVTrack *> byIndex(tracks.size());
+        for (const CVTrack *t : tracks)
+            byIndex[std::size_t(t->index())] = t;
         slot->byTrack.assign(attributes.size(), std::vector<int>(tracks.size(), -1));
         for (std::size_t a = 0; a < attributes.size(); ++a) {
             std::vector<int> &byTrack = slot->byTrack[a];
-            for (const CVTrack *t : tracks)
-                if (t->has(attributes[a]))
-                    byTrack[std::size_t(t->index())] = ids.idOf(t->textRef(attributes[a]));
+            for (std::size_t i = 0; i < byIndex.size(); ++i)
+                if (byIndex[i]->has(attributes[a]))
+                    byTrack[i] = ids.idOf(byIndex[i]->textRef(attributes[a]));
         }
         slot->texts = ids.takeTexts();
     }
