@@ -438,29 +438,32 @@ std::shared_ptr<const std::vector<int>> CVLibraryTrees::filterEmptyLocations()
     const quint64 generation = m_selection->generation();
     const CVTrackList tracks = m_selection->selectPredicateStack(stack);
 
-    // Merge by lower-cased path: the spelling of the last track merged wins. Nodes are marked
-    // by their key's rank, so the list comes out in order without a sort.
+    // Merge by lower-cased path: the spelling of the last track merged wins. Walked from the
+    // last track, so a key's first spelling met wins and a folder's chain is merged once.
+    // Nodes are marked by their key's rank, so the list comes out in order without a sort.
     std::vector<int> winner(m_keys.size(), -1);
+    std::vector<quint8> chainMerged(m_chains.size(), 0);
     std::size_t marked = 0;
     auto merge = [&](int id) {
         int &w = winner[std::size_t(m_nodeRanks[std::size_t(id)])];
-        marked += w < 0;
-        w = id;
+        if (w < 0) {
+            w = id;
+            ++marked;
+        }
     };
-    int lastChain = -1;
-    for (std::size_t i = 0; i < tracks->tracks.size(); ++i) {
+    for (std::size_t i = tracks->tracks.size(); i-- > 0;) {
         const auto index = std::size_t(tracks->indexAt(i));
         if (index >= m_keyed.size())
             continue;
         const KeyedPath &keyed = m_keyed[index];
         if (keyed.file < 0)
             continue;
-        // The tracks of a folder come together: its chain is merged again only after another.
-        if (keyed.chain >= 0 && keyed.chain != lastChain)
+        merge(keyed.file);
+        if (keyed.chain >= 0 && !chainMerged[std::size_t(keyed.chain)]) {
+            chainMerged[std::size_t(keyed.chain)] = 1;
             for (int id : m_chains[std::size_t(keyed.chain)])
                 merge(id);
-        lastChain = keyed.chain;
-        merge(keyed.file);
+        }
     }
     auto list = std::make_shared<std::vector<int>>();
     if (marked == 0) {
