@@ -467,11 +467,28 @@ void CVSelection::filterTracks(const CVFilter &filter, const CVTrackListData &ca
     }
 }
 
+void CVSelection::prepareLists()
+{
+    // The texts the first lists and counts look at: sorted and shown in the browser columns,
+    // the media type that the media filters count.
+    const bool albumArtists = m_settings && m_settings->boolValue(u"CVUseAlbumArtistsInBrowser"_s);
+    std::vector<std::vector<CVAttr>> sets { { CVAttr::MediaType }, { CVAttr::SortGenre }, { CVAttr::Genre },
+        { CVAttr::Artist }, { CVAttr::Album } };
+    if (albumArtists) {
+        sets.push_back({ CVAttr::SortArtist, CVAttr::SortAlbumArtist });
+        sets.push_back({ CVAttr::AlbumArtist });
+    }
+    makeTextValues(sets);
+    inOrder(Order::ArtistFirst);
+    compilations();
+}
+
 void CVSelection::prepareSearch()
 {
     // The fields a search can look at, numbered and folded as its LIKE[cd] clauses fold them,
     // the media type that the media filters count, and the order selections come out in.
     constexpr quint8 fold = CVFilter::CaseFold | CVFilter::DiacriticFold;
+    makeTextValues({ { CVAttr::Name }, { CVAttr::Album }, { CVAttr::Artist }, { CVAttr::Genre } });
     for (const CVAttr attr : { CVAttr::Name, CVAttr::Album, CVAttr::Artist, CVAttr::Genre }) {
         TextValues &values = const_cast<TextValues &>(textValues({ attr }, false));
         for (int v = 0; v < int(values.texts.size()); ++v)
@@ -538,27 +555,50 @@ const CVSelection::TextValues *CVSelection::textValuesIfMade(CVAttr attribute) c
     return it == m_textValues.end() ? nullptr : it->second.get();
 }
 
+void CVSelection::makeTextValues(const std::vector<std::vector<CVAttr>> &sets)
+{
+    // All in one walk over the tracks: a track's texts lie together, the tracks do not.
+    std::vector<TextValues *> made;
+    std::vector<CVTextIds> ids;
+    std::vector<std::pair<std::size_t, CVAttr>> asked; // (made, attribute) per member of a set
+    const std::vector<CVTrack *> &tracks = m_all->tracks;
+    for (const std::vector<CVAttr> &attributes : sets) {
+        std::unique_ptr<TextValues> &slot = m_textValues[attributes];
+        if (slot)
+            continue;
+        slot = std::make_unique<TextValues>();
+        slot->byTrack.assign(attributes.size(), std::vector<int>(tracks.size(), -1));
+        for (const CVAttr a : attributes)
+            asked.push_back({ made.size(), a });
+        made.push_back(slot.get());
+        ids.emplace_back(tracks.size() / 4);
+    }
+    if (made.empty())
+        return;
+    // Numbered in the tracks' order, so that a list's texts (folded ones too) are met mostly
+    // in memory order.
+    std::vector<const CVTrack *> byIndex(tracks.size());
+    for (const CVTrack *t : tracks)
+        byIndex[std::size_t(t->index())] = t;
+    std::vector<std::size_t> member(made.size(), 0);
+    for (std::size_t i = 0; i < byIndex.size(); ++i) {
+        const CVTrack *t = byIndex[i];
+        std::fill(member.begin(), member.end(), 0);
+        for (const auto &[m, a] : asked) {
+            const std::size_t k = member[m]++;
+            if (t->has(a))
+                made[m]->byTrack[k][i] = ids[m].idOf(t->textRef(a));
+        }
+    }
+    for (std::size_t m = 0; m < made.size(); ++m)
+        made[m]->texts = ids[m].takeTexts();
+}
+
 const CVSelection::TextValues &CVSelection::textValues(const std::vector<CVAttr> &attributes, bool sorted)
 {
     std::unique_ptr<TextValues> &slot = m_textValues[attributes];
-    if (!slot) {
-        slot = std::make_unique<TextValues>();
-        const std::vector<CVTrack *> &tracks = m_all->tracks;
-        CVTextIds ids(tracks.size() / 4);
-        // Numbered in the tracks' order, so that a list's texts (folded ones too) are met
-        // mostly in memory order.
-        std::vector<const CVTrack *> byIndex(tracks.size());
-        for (const CVTrack *t : tracks)
-            byIndex[std::size_t(t->index())] = t;
-        slot->byTrack.assign(attributes.size(), std::vector<int>(tracks.size(), -1));
-        for (std::size_t a = 0; a < attributes.size(); ++a) {
-            std::vector<int> &byTrack = slot->byTrack[a];
-            for (std::size_t i = 0; i < byIndex.size(); ++i)
-                if (byIndex[i]->has(attributes[a]))
-                    byTrack[i] = ids.idOf(byIndex[i]->textRef(attributes[a]));
-        }
-        slot->texts = ids.takeTexts();
-    }
+    if (!slot)
+        makeTextValues({ attributes });
     TextValues &values = *slot;
     if (!sorted || values.sorted)
         return values;

@@ -68,6 +68,8 @@ public:
     // Works out ahead, once per load, what the first selections would otherwise pay for: the
     // texts a search looks at, folded, and the two orders selections come out in.
     void prepareSearch();
+    // The same for the first browser lists and media counts, in one walk over the tracks.
+    void prepareLists();
 
     // Tests one track against a filter text (used for records the memo does not cover).
     bool trackMatches(const CVFilter &filter, const CVTrack &track);
@@ -97,6 +99,8 @@ private:
     // All tracks in an order, for selections from all tracks that come out sorted.
     const CVTrackList &inOrder(Order order);
     const TextValues &textValues(const std::vector<CVAttr> &attributes, bool sorted);
+    // Numbers the texts of every attribute set not numbered yet.
+    void makeTextValues(const std::vector<std::vector<CVAttr>> &sets);
     const TextValues *textValuesIfMade(CVAttr attribute) const;
     static const QString &foldedValue(TextValues &values, int value, quint8 fold);
     const QString &foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text);
