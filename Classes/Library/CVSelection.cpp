@@ -198,7 +198,6 @@ void CVSelection::reset(std::vector<CVTrack *> allTracks)
 void CVSelection::clearMemoization()
 {
     ++m_generation;
-    m_lastSearch = {};
     m_selections.clear();
     m_stacks.clear();
     m_browserLists.clear();
@@ -775,22 +774,24 @@ CVTrackList CVSelection::selectPredicate(const CVPredicate &predicate, const CVT
         } else if (filterText == kEmpty) {
             sorted = true;
         } else {
-            // A search typed on from the last one (same fields, its text extended) matches a subset
-            // of what the last one matched: only those tracks need a look.
+            // A search whose text extends a known one (same fields) matches a subset of what that
+            // one matched: only those tracks need a look. The longest known beginning of the text
+            // is taken, so a key typed after a deleted one narrows too.
             const bool isSearch = source == m_all && !m_searchString.isEmpty() && filterText == getSearchPredicate();
-            if (isSearch && m_lastSearch.tracks && !m_lastSearch.text.isEmpty()
-                && m_searchString.startsWith(m_lastSearch.text)
-                && predicateWithText(m_lastSearch.predicate, m_lastSearch.text, m_searchString) == filterText) {
-                candidates = m_lastSearch.tracks.get();
-                sorted = m_lastSearch.tracks->order == order;
+            CVTrackList narrowed;
+            for (qsizetype length = isSearch ? m_searchString.size() - 1 : 0; length > 0 && !narrowed; --length) {
+                const QString shorter = predicateWithText(filterText, m_searchString, m_searchString.left(length));
+                narrowed = entry.value(CVPredicate::fromText(shorter).memoKey());
+            }
+            if (narrowed) {
+                candidates = narrowed.get();
+                sorted = narrowed->order == order;
             }
             filterTracks(*CVFilter::compile(filterText), *candidates, result, indices);
             if (isSearch) {
                 if (!sorted)
                     sortTracks(result, indices, order);
-                CVTrackList list = makeList(std::move(result), std::move(indices), order);
-                m_lastSearch = { m_searchString, filterText, list };
-                return remember(list);
+                return remember(makeList(std::move(result), std::move(indices), order));
             }
         }
     } else {

@@ -126,13 +126,6 @@ private:
     QHash<QString, QVariantMap> m_summaryLines;
     QHash<QString, std::shared_ptr<const void>> m_kindMemo;
 
-    // The last search's tracks: a search that extends its text can only narrow them.
-    struct LastSearch {
-        QString text;
-        QString predicate;
-        CVTrackList tracks;
-    } m_lastSearch;
-
     // The search text's filter text, made again only when the text or the fields change.
     mutable QString m_searchPredicateText;
     mutable QStringList m_searchPredicateFields;

@@ -341,6 +341,38 @@ private Q_SLOTS:
         QCOMPARE(ids(m_library->smartSelectPredicate(none)), before);
     }
 
+    void searchTypedAndDeletedAtRandomFindsWhatAFreshSearchFinds()
+    {
+        // Keys typed and deleted at random: each result, narrowed from the longest text searched
+        // before that the current one extends, is what a search from scratch finds.
+        m_library->setLibraryFilePath(kEdgeLibrary);
+        QCOMPARE(m_library->loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
+        CVLibraryManager fresh(m_settings.get());
+        fresh.setPanes(&m_panes);
+        fresh.setLibraryFilePath(kEdgeLibrary);
+        QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
+        const CVPredicate none = CVPredicate::fromText(u""_s);
+        const QString keys = u"eaouhjt '\"*?\u00E9E\\"_s;
+        QRandomGenerator random(11);
+        QString text;
+        int narrowedNonEmpty = 0;
+        for (int step = 0; step < 400; ++step) {
+            if (text.size() >= 4 || (!text.isEmpty() && random.bounded(2u) == 0))
+                text.chop(1);
+            else
+                text += keys[qsizetype(random.bounded(quint32(keys.size())))];
+            if (step == 200)
+                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s, u"Artist"_s });
+            m_library->setSearchString(text);
+            const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
+            fresh.clearMemoization();
+            fresh.setSearchString(text);
+            QVERIFY2(narrowed == ids(fresh.smartSelectPredicate(none)), qPrintable(text));
+            narrowedNonEmpty += !narrowed.isEmpty() && text.size() > 1;
+        }
+        QVERIFY(narrowedNonEmpty > 20); // the walk found tracks, not only empty lists
+    }
+
 private:
     void load(const QByteArray &xml)
     {
