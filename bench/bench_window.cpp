@@ -175,7 +175,8 @@ int main(int argc, char *argv[])
             stepTexts.append(u"\"%1\": %2"_s.arg(steps[i].first).arg(end - steps[i].second, 0, 'f', 0));
         }
     }
-    std::printf("{\"steps\": {%s}, \"keystrokesMs\": [%s], \"keystrokesCpuMs\": [%s], \"worstKeystrokeCpuMs\": %.1f, \"worstColumnClickCpuMs\": %.1f}\n",
+    std::printf("{\"steps\": {%s}, \"keystrokesMs\": [%s], \"keystrokesCpuMs\": [%s], \"worstKeystrokeCpuMs\": %.1f, "
+                "\"worstColumnClickCpuMs\": %.1f}\n",
         qPrintable(stepTexts.join(u", "_s)), qPrintable(keys.join(u", "_s)), qPrintable(keysCpu.join(u", "_s)),
         worstKeyCpu, worstClickCpu);
     std::printf("{\"tracks\": %zu, \"startToMainViewMs\": %.0f, \"worstColumnClickMs\": %.1f, "
