@@ -94,8 +94,8 @@ bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
         QMutexLocker lock(&reflinkMutex);
         auto known = copyWays().find(device);
         if (known == copyWays().end()) {
-            // A FUSE filesystem's program rarely clones or copies by itself; the kernel then copies
-            // in 64 kB pieces, each a request to that program: big writes of our own are faster.
+            // A FUSE filesystem's program rarely clones or copies by itself, and every request to it
+            // is a round trip: the bytes go in big writes of our own.
             struct statfs fs { };
             const bool fuse = ::fstatfs(to, &fs) == 0 && fs.f_type == FUSE_SUPER_MAGIC;
             known = copyWays().insert(device, fuse ? CopyWays { false, false } : CopyWays {});
