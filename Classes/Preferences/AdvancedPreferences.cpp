@@ -3,8 +3,10 @@
 #include "Platform/CVSettings.h"
 #include "Views/CVSegmentedControl.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
+#include <QStyle>
 
 using namespace Qt::StringLiterals;
 
@@ -23,7 +25,10 @@ CVSegmentedControl *offOn(QWidget *parent, const QString &name)
 } // namespace
 
 AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
-    : CVPreferencesPane(u"Advanced"_s, QIcon::fromTheme(u"preferences-other"_s), parent)
+    : CVPreferencesPane(u"Advanced"_s,
+        QIcon::fromTheme(
+            u"preferences-other"_s, QApplication::style()->standardIcon(QStyle::SP_FileDialogDetailedView)),
+        parent)
     , m_settings(settings)
 {
     saveQueue = offOn(this, u"saveQueue"_s);
@@ -59,7 +64,6 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     connect(windowsFileNames, &CVSegmentedControl::segmentClicked, this,
         [this](int segment) { m_settings->setValue(u"CVWindowsFileNames"_s, kWindowsNames.value(segment)); });
     auto *namesNote = new QLabel(u"“When Needed” follows the span location's file system."_s, this);
-    namesNote->setWordWrap(true);
     namesNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, namesNote);
 
@@ -70,7 +74,6 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     connect(player, &CVSegmentedControl::segmentClicked, this,
         [this](int segment) { m_settings->setValue(u"Player"_s, kPlayers.value(segment)); });
     auto *playerNote = new QLabel(u"A new choice of player takes effect at the next reload of the library."_s, this);
-    playerNote->setWordWrap(true);
     playerNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, playerNote);
 

@@ -59,6 +59,7 @@ CVPrefsWindowController::CVPrefsWindowController(CVSettings *settings, CVUpdateC
     layout->setMenuBar(m_toolBar);
     layout->addWidget(m_stack, 1);
     layout->addWidget(buttons);
+    setMinimumWidth(560);
     showPane(General);
 }
 

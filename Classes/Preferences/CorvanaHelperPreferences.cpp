@@ -3,6 +3,7 @@
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVHelperApplicationControl.h"
 #include "Platform/CVSettings.h"
+#include "Views/CVIcons.h"
 #include "Views/CVSegmentedControl.h"
 
 #include <QApplication>
@@ -26,7 +27,8 @@ CVSegmentedControl *noYes(QWidget *parent, const QString &name)
 
 CorvanaHelperPreferences::CorvanaHelperPreferences(
     CVSettings *settings, CVHelperApplicationControl *control, CVHUserDefaults *helperDefaults, QWidget *parent)
-    : CVPreferencesPane(u"Corvana Helper"_s, QIcon::fromTheme(u"applications-utilities"_s), parent)
+    : CVPreferencesPane(
+        u"Corvana Helper"_s, QIcon::fromTheme(u"applications-utilities"_s, CVIcons::icon(CVIcons::Kind::Drive)), parent)
     , m_settings(settings)
     , m_control(control)
     , m_helperDefaults(helperDefaults)
@@ -35,16 +37,15 @@ CorvanaHelperPreferences::CorvanaHelperPreferences(
     m_actions.quit = [this] { m_control->tellCorvanaHelperToQuit(); };
     m_actions.beep = [] { QApplication::beep(); };
 
-    auto *about = new QLabel(u"Corvana Helper runs in the background: it makes the links of dependently spanned "
-                             "tracks again when their drives come back, and tells you when tracks become "
-                             "unavailable."_s,
+    // Lines broken by hand: a wrapping label inside the panes' stack would not get its height.
+    auto *about = new QLabel(u"Corvana Helper runs in the background: it makes the links of dependently\n"
+                             "spanned tracks again when their drives come back, and tells you when\n"
+                             "tracks become unavailable."_s,
         this);
-    about->setWordWrap(true);
     addRow({}, about);
     helperPath = new QLabel(this);
     helperPath->setObjectName(u"helperPath"_s);
     helperPath->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    helperPath->setWordWrap(true);
     addRow(u"Installed at:"_s, helperPath);
 
     menubarItem = noYes(this, u"menubarItem"_s);
@@ -92,7 +93,12 @@ bool CorvanaHelperPreferences::isSpanning() const
 
 void CorvanaHelperPreferences::reloadNibOutlets()
 {
-    helperPath->setText(QDir::toNativeSeparators(CVHelperApplicationControl::installedHelperPath()));
+    QString path = CVHelperApplicationControl::installedHelperPath();
+    const QString home = QDir::homePath();
+    if (path.startsWith(home + u'/'))
+        path = u'~' + path.mid(home.size());
+    helperPath->setText(path);
+    helperPath->setToolTip(CVHelperApplicationControl::installedHelperPath());
     menubarItem->setSelectedSegment(m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s) ? 1 : 0);
     alwaysRun->setSelectedSegment(m_helperDefaults->integerForKey(u"CVHAllowedToAlwaysRun"_s) ? 1 : 0);
     loginItem->setSelectedSegment(m_control->inLoginItems() ? 1 : 0);

@@ -3,8 +3,10 @@
 #include "Platform/CVSettings.h"
 #include "Views/CVSegmentedControl.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QFormLayout>
+#include <QStyle>
 
 using namespace Qt::StringLiterals;
 
@@ -15,7 +17,8 @@ const QStringList kSearchFields { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s
 } // namespace
 
 GeneralPreferences::GeneralPreferences(CVSettings *settings, QWidget *parent)
-    : CVPreferencesPane(u"General"_s, QIcon::fromTheme(u"preferences-system"_s), parent)
+    : CVPreferencesPane(u"General"_s,
+        QIcon::fromTheme(u"preferences-system"_s, QApplication::style()->standardIcon(QStyle::SP_ComputerIcon)), parent)
     , m_settings(settings)
 {
     searchFields = new CVSegmentedControl(kSearchFields, CVSegmentedControl::Mode::SelectAny, this);

@@ -4,23 +4,26 @@
 #include "Preferences/CVUpdateChecker.h"
 #include "Views/CVSegmentedControl.h"
 
+#include <QApplication>
 #include <QDateTime>
 #include <QLabel>
 #include <QLocale>
 #include <QPushButton>
+#include <QStyle>
 
 using namespace Qt::StringLiterals;
 
 UpdatingPreferences::UpdatingPreferences(CVSettings *settings, CVUpdateChecker *checker, QWidget *parent)
-    : CVPreferencesPane(u"Updating"_s, QIcon::fromTheme(u"system-software-update"_s), parent)
+    : CVPreferencesPane(u"Updating"_s,
+        QIcon::fromTheme(u"system-software-update"_s, QApplication::style()->standardIcon(QStyle::SP_BrowserReload)),
+        parent)
     , m_settings(settings)
     , m_checker(checker)
 {
-    noFeed = new QLabel(u"This build of Corvana checks for no updates: your distribution's packages bring new "
+    noFeed = new QLabel(u"This build of Corvana checks for no updates:\nyour distribution's packages bring new "
                         "versions."_s,
         this);
     noFeed->setObjectName(u"noFeed"_s);
-    noFeed->setWordWrap(true);
     addRow({}, noFeed);
 
     automaticChecks = new CVSegmentedControl({ u"Off"_s, u"On"_s }, CVSegmentedControl::Mode::SelectOne, this);

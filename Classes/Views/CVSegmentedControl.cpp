@@ -1,8 +1,9 @@
 #include "Views/CVSegmentedControl.h"
 
+#include "Views/CVSegmentButton.h"
+
 #include <QButtonGroup>
 #include <QHBoxLayout>
-#include <QToolButton>
 
 CVSegmentedControl::CVSegmentedControl(const QStringList &labels, Mode mode, QWidget *parent)
     : QWidget(parent)
@@ -14,13 +15,7 @@ CVSegmentedControl::CVSegmentedControl(const QStringList &labels, Mode mode, QWi
     layout->setSpacing(0);
     m_group->setExclusive(mode == Mode::SelectOne);
     for (int i = 0; i < labels.size(); ++i) {
-        auto *b = new QToolButton(this);
-        b->setText(labels[i]);
-        b->setAccessibleName(labels[i]);
-        b->setCheckable(true);
-        b->setFocusPolicy(Qt::StrongFocus);
-        b->setToolButtonStyle(Qt::ToolButtonTextOnly);
-        b->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+        auto *b = new CVSegmentButton(labels[i], this);
         m_group->addButton(b, i);
         layout->addWidget(b);
         m_buttons.append(b);
