@@ -41,8 +41,11 @@ void CVWindowDelegate::showPreferences()
 
 void CVWindowDelegate::showColumnDisplayOptions()
 {
-    if (!m_columnOptions)
+    if (!m_columnOptions) {
         m_columnOptions = new CVColumnDisplayOptionDelegate(m_settings, m_browser, m_window);
+        connect(m_columnOptions, &CVColumnDisplayOptionDelegate::helpRequested, this,
+            [this] { showHelp(u"preferences.html"_s); });
+    }
     bringToFront(m_columnOptions);
 }
 

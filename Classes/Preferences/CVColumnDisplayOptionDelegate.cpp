@@ -94,8 +94,9 @@ CVColumnDisplayOptionDelegate::CVColumnDisplayOptionDelegate(
             reloadTokens();
     });
 
-    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close | QDialogButtonBox::Help, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::close);
+    connect(buttons, &QDialogButtonBox::helpRequested, this, &CVColumnDisplayOptionDelegate::helpRequested);
 
     auto *layout = new QGridLayout(this);
     layout->addWidget(label, 0, 0, 1, 2);

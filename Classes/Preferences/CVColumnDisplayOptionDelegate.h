@@ -40,6 +40,9 @@ public:
     QPushButton *smartButton = nullptr;
     QPushButton *resetButton = nullptr;
 
+Q_SIGNALS:
+    void helpRequested();
+
 protected:
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;

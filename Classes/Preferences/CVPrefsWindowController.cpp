@@ -53,7 +53,7 @@ CVPrefsWindowController::CVPrefsWindowController(CVSettings *settings, CVUpdateC
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close | QDialogButtonBox::Help, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::close);
     connect(buttons, &QDialogButtonBox::helpRequested, this,
-        [this] { Q_EMIT helpRequested(currentPane() == Helper ? u"helper.html"_s : u"index.html"_s); });
+        [this] { Q_EMIT helpRequested(currentPane() == Helper ? u"helper.html"_s : u"preferences.html"_s); });
 
     auto *layout = new QVBoxLayout(this);
     layout->setMenuBar(m_toolBar);

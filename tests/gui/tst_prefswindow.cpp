@@ -116,6 +116,11 @@ private Q_SLOTS:
         header->moveSection(header->visualIndex(CVTrackColumns::indexOf(u"Genre"_s)), 0);
         QCOMPARE(options->tokens(), browser->getVisibleColumns());
 
+        // Its Help opens the page about columns.
+        Q_EMIT options->helpRequested();
+        QVERIFY(window->helpWindow() && window->helpWindow()->isVisible());
+        QVERIFY(window->helpWindow()->browser()->source().path().endsWith(u"/preferences.html"_s));
+
         // Everything is kept across starts.
         const QStringList chosen = browser->getVisibleColumns();
         options->close();
