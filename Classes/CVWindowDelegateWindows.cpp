@@ -31,8 +31,12 @@ void bringToFront(QWidget *window)
 void CVWindowDelegate::showPreferences()
 {
     if (!m_prefsWindow) {
-        m_prefsWindow = new CVPrefsWindowController(m_settings, m_app->updateChecker(), &m_app->helperControl(),
-            &CVHUserDefaults::standardUserDefaults(), m_window);
+        // The shared instance finds its file when first used; bind it to this session's home
+        // (a test's temporary one may differ from the one it was first used in).
+        CVHUserDefaults &helperDefaults = CVHUserDefaults::standardUserDefaults();
+        helperDefaults.setIdentifier(helperDefaults.identifier());
+        m_prefsWindow = new CVPrefsWindowController(
+            m_settings, m_app->updateChecker(), &m_app->helperControl(), &helperDefaults, m_window);
         connect(m_prefsWindow, &CVPrefsWindowController::helpRequested, this,
             [this](const QString &page) { showHelp(page); });
     }

@@ -13,6 +13,7 @@
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "Platform/CVSettings.h"
+#include "Preferences/AdvancedPreferences.h"
 #include "Preferences/CVAboutWindow.h"
 #include "Preferences/CVColumnDisplayOptionDelegate.h"
 #include "Preferences/CVColumnTokensModel.h"
@@ -26,6 +27,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QDesktopServices>
+#include <QDir>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -175,6 +177,28 @@ private Q_SLOTS:
         general->browserOnTop->click();
         QVERIFY(!w->action(u"browserOnTop"_s)->isChecked());
         QVERIFY(!w->browserOnTop());
+
+        // The queue and the span location: saved when switched on, forgotten when switched off.
+        CVSettings *settings = session.app().settings();
+        AdvancedPreferences *advanced = prefs->advancedPreferences();
+        prefs->showPane(CVPrefsWindowController::Advanced);
+        advanced->saveQueue->button(0)->click();
+        window->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
+        QVERIFY(!settings->contains(u"CVSavedSpanningQueue"_s));
+        advanced->saveQueue->button(1)->click();
+        QVERIFY(settings->contains(u"CVSavedSpanningQueue"_s));
+        // Off and on again with the queue unchanged: saved again all the same.
+        advanced->saveQueue->button(0)->click();
+        QVERIFY(!settings->contains(u"CVSavedSpanningQueue"_s));
+        advanced->saveQueue->button(1)->click();
+        QVERIFY(settings->contains(u"CVSavedSpanningQueue"_s));
+        const QString folder = session.home.filePath(u"Out"_s);
+        QDir().mkpath(folder);
+        window->setSpanLocation(folder, false);
+        advanced->saveSpanLocation->button(0)->click();
+        QVERIFY(!settings->contains(u"CVSavedSpanLocation"_s));
+        advanced->saveSpanLocation->button(1)->click();
+        QCOMPARE(settings->stringValue(u"CVSavedSpanLocation"_s), folder);
 
         // The Settings menu stays open to a run; the Help button opens the pane's help.
         QVERIFY(w->action(u"preferences"_s)->isEnabled());
