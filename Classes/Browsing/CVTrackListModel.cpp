@@ -97,8 +97,9 @@ int CVTrackListModel::columnCount(const QModelIndex &parent) const
 
 QString CVTrackListModel::cellText(const CVTrack &track, int column)
 {
+    static const int smart = CVTrackColumns::indexOf(QString::fromLatin1(CVTrackColumns::SmartColumn));
     const CVTrackColumn &c = CVTrackColumns::all()[column];
-    if (c.identifier == QLatin1StringView(CVTrackColumns::SmartColumn)) {
+    if (column == smart) {
         if (track.flag(CVAttr::ItemIsSpanned))
             return track.flag(CVAttr::SymSpan) ? u"\u25D0 Spanned, linked"_s : u"\u25CF Spanned"_s;
         return track.flag(CVAttr::ItemIsRestored) ? u"\u25CB Restored"_s : QString();
