@@ -317,10 +317,26 @@ void CVMainWindow::buildMenus()
     m_menus.insert(u"RecentSpanLocations"_s, recent);
     makeAction(queue, u"start"_s, u"Span…"_s, QKeySequence(u"Ctrl+Shift+Return"_s));
 
+    // Settings stay reachable during a run: the panes themselves refuse what a run forbids.
+    QMenu *settings = menuBar()->addMenu(u"&Settings"_s);
+    m_menus.insert(u"Settings"_s, settings);
+    makeAction(settings, u"columnOptions"_s, u"Column Display Options…"_s, QKeySequence(u"Ctrl+J"_s));
+    settings->addSeparator();
+    QAction *prefs = makeAction(settings, u"preferences"_s, u"Preferences…"_s, QKeySequence(u"Ctrl+,"_s));
+    prefs->setMenuRole(QAction::PreferencesRole);
+    prefs->setIcon(QIcon::fromTheme(u"preferences-system"_s));
+
     QMenu *help = menuBar()->addMenu(u"&Help"_s);
     m_menus.insert(u"Help"_s, help);
+    QAction *contents = makeAction(help, u"help"_s, u"Corvana Help"_s, QKeySequence::HelpContents);
+    contents->setIcon(QIcon::fromTheme(u"help-contents"_s));
+    help->addSeparator();
+    makeAction(help, u"checkForUpdates"_s, u"Check for Updates…"_s);
     makeAction(help, u"reportBug"_s, u"Report a Bug…"_s);
-    makeAction(help, u"about"_s, u"About Corvana"_s);
+    help->addSeparator();
+    QAction *about = makeAction(help, u"about"_s, u"About Corvana"_s);
+    about->setMenuRole(QAction::AboutRole);
+    about->setIcon(QIcon::fromTheme(u"help-about"_s));
 }
 
 void CVMainWindow::showLoadingView()
