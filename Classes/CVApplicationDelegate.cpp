@@ -329,6 +329,8 @@ void CVApplicationDelegate::observeSettings(const QString &key)
     }
     if (key == u"CVSearchFields"_s)
         window->searchFieldsChanged();
+    if (key == u"CVCubeAnimateWindow"_s)
+        window->corvanaWindow()->setAnimatesViewChanges(m_settings->boolValue(key));
     if (!m_liveRefreshPrefs)
         return;
     if (key == u"CVSearchFields"_s) {

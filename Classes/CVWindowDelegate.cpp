@@ -65,6 +65,7 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     wireViews();
     wireMenus();
     m_window->setBrowserOnTop(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
+    m_window->setAnimatesViewChanges(m_settings->boolValue(u"CVCubeAnimateWindow"_s));
     restoreSplitterSizes();
     m_browser->refreshSpanFilters();
     m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);

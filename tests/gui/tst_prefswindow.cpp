@@ -177,6 +177,10 @@ private Q_SLOTS:
         general->browserOnTop->click();
         QVERIFY(!w->action(u"browserOnTop"_s)->isChecked());
         QVERIFY(!w->browserOnTop());
+        // So does the fading of the views.
+        QVERIFY(w->animatesViewChanges());
+        general->animateWindow->click();
+        QVERIFY(!w->animatesViewChanges());
 
         // The queue and the span location: saved when switched on, forgotten when switched off.
         CVSettings *settings = session.app().settings();
