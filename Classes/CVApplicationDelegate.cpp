@@ -14,9 +14,11 @@
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
+#include "Preferences/CVUpdateChecker.h"
 #include "Views/CVIcons.h"
 #include "Views/CVLoadingView.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -92,6 +94,7 @@ void CVApplicationDelegate::awakeFromNib()
     m_settings->applyLaunchRepairs();
     m_presenter = std::make_unique<CVSheetPresenter>();
     m_presenter->setAnswering(m_options.answerDialogs);
+    m_updateChecker = std::make_unique<CVUpdateChecker>(m_settings.get(), QCoreApplication::applicationVersion());
 
     m_instanceLock = std::make_unique<CVInstanceLock>();
     if (!m_instanceLock->tryLock()) {
@@ -110,6 +113,8 @@ void CVApplicationDelegate::awakeFromNib()
     m_history->setLibraryPersistentID([this] { return m_library->iTunesPersistentID(); });
     m_library->setSpanHistory(m_history.get());
     m_windowDelegate = std::make_unique<CVWindowDelegate>(this, m_settings.get(), m_library.get(), m_presenter.get());
+    connect(m_updateChecker.get(), &CVUpdateChecker::checkFinished, m_windowDelegate.get(),
+        &CVWindowDelegate::updateCheckFinished);
 
     // A run that ended normally put the window back to its full size.
     m_crashedLastRun = m_settings->boolValue(u"CVDidCrashLastRun"_s) || crashedByWindowFrame();
@@ -217,6 +222,8 @@ void CVApplicationDelegate::runLoadSequence()
         onMainThread([this] {
             m_loadingCorvana = false;
             terminate();
+            // Scheduled update checks start once the program is in use, never during the first load.
+            m_updateChecker->startScheduling();
             Q_EMIT loadFinished();
         });
         return;
@@ -316,9 +323,14 @@ void CVApplicationDelegate::observeSettings(const QString &key)
     if (!window)
         return;
     if (key == u"CVColumnBrowserOnTop"_s) {
+        window->corvanaWindow()->action(u"browserOnTop"_s)->setChecked(m_settings->boolValue(key));
         window->browserDelegate()->adjustBrowserForNewSize();
         return;
     }
+    if (key == u"CVSearchFields"_s)
+        window->searchFieldsChanged();
+    if (key == u"CVCubeAnimateWindow"_s)
+        window->corvanaWindow()->setAnimatesViewChanges(m_settings->boolValue(key));
     if (!m_liveRefreshPrefs)
         return;
     if (key == u"CVSearchFields"_s) {
@@ -339,6 +351,12 @@ void CVApplicationDelegate::observeSettings(const QString &key)
             m_settings->remove(u"CVSavedSpanLocation"_s);
         m_settings->synchronize();
     }
+}
+
+void CVApplicationDelegate::showPreferences()
+{
+    if (m_windowDelegate)
+        m_windowDelegate->showPreferences();
 }
 
 // ---- Quit --------------------------------------------------------------------------------

@@ -22,6 +22,7 @@ class CVSettings;
 class CVSheetPresenter;
 class CVSpanHistory;
 class CVTrack;
+class CVUpdateChecker;
 class CVWindowDelegate;
 class QThread;
 
@@ -97,6 +98,9 @@ public:
     CVFileManagerLink *fileManager() const;
     CVSheetPresenter *presenter() const { return m_presenter.get(); }
     CVSpanHistory *spanHistory() const { return m_history.get(); }
+    CVUpdateChecker *updateChecker() const { return m_updateChecker.get(); }
+    // Opens the preferences window.
+    void showPreferences();
 
     // Hand the work to the engine on its worker thread; one run at a time.
     void startSpanRun(const QList<CVTrack *> &tracks);
@@ -135,6 +139,7 @@ private:
     std::unique_ptr<CVInstanceLock> m_instanceLock;
     std::unique_ptr<CVSettings> m_settings;
     std::unique_ptr<CVSheetPresenter> m_presenter;
+    std::unique_ptr<CVUpdateChecker> m_updateChecker;
     CVHelperApplicationControl m_helper;
     std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSpanHistory> m_history;

@@ -65,6 +65,7 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     wireViews();
     wireMenus();
     m_window->setBrowserOnTop(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
+    m_window->setAnimatesViewChanges(m_settings->boolValue(u"CVCubeAnimateWindow"_s));
     restoreSplitterSizes();
     m_browser->refreshSpanFilters();
     m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);
@@ -130,6 +131,8 @@ void CVWindowDelegate::wireViews()
         m_window->filterPathPopover->hide();
     });
     connect(w->mediaFilterBar, &CVMediaFilterBar::mediaClicked, m_browser, &CVBrowserDelegate::setMediaFilterAction);
+    connect(m_browser, &CVBrowserDelegate::columnDisplayOptionsRequested, this,
+        &CVWindowDelegate::showColumnDisplayOptions);
     connect(w->mediaFilterBar, &CVMediaFilterBar::contextMenuRequested, this, [this](int index, const QPoint &at) {
         QMenu menu;
         const QString name = CVBrowserDelegate::mediaNames().value(index);
@@ -232,14 +235,11 @@ void CVWindowDelegate::wireMenus()
     connect(recent, &QMenu::aboutToShow, this, [this, recent] { fillSpanLocationsHistoryMenu(recent); });
     on(u"start"_s, [this] { spanLibrary(); });
     on(u"reportBug"_s, [this] { reportABug(); });
-    on(u"about"_s, [this] {
-        CVAlert about;
-        about.title = u"Corvana %1"_s.arg(QCoreApplication::applicationVersion());
-        about.text = u"Spans the media files of a music library over other drives and folders, and brings them "
-                     "back, keeping the player pointed at every file."_s;
-        about.style = CVAlert::Style::Informational;
-        m_presenter->beginSheet(about, {});
-    });
+    on(u"about"_s, [this] { showAbout(); });
+    on(u"help"_s, [this] { showHelp(); });
+    on(u"checkForUpdates"_s, [this] { checkForUpdates(); });
+    on(u"preferences"_s, [this] { showPreferences(); });
+    on(u"columnOptions"_s, [this] { showColumnDisplayOptions(); });
     w->action(u"removeSelection"_s)->setVisible(false);
     // Nothing to act on until the first load is done.
     for (const QString &menu : { u"View"_s, u"Edit"_s, u"EditSpanningQueue"_s })
@@ -474,15 +474,7 @@ bool CVWindowDelegate::mainViewIsVisible() const
 
 void CVWindowDelegate::reportABug()
 {
-    QUrlQuery query;
-    query.addQueryItem(u"subject"_s, u"Corvana bug report"_s);
-    query.addQueryItem(u"body"_s,
-        u"What happened:\n\n\nWhat I expected:\n\n\n--\nCorvana %1, Qt %2, %3 (%4)\n"_s.arg(
-            QCoreApplication::applicationVersion(), QString::fromLatin1(qVersion()), QSysInfo::prettyProductName(),
-            QSysInfo::currentCpuArchitecture()));
-    QUrl url(u"mailto:"_s);
-    url.setQuery(query);
-    QDesktopServices::openUrl(url);
+    m_app->reportBugAction();
 }
 
 // ---- Window events -----------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include "Library/CVPredicate.h"
 #include "Library/CVSelectionPanes.h"
 #include "Library/CVTrackList.h"
+#include "Preferences/CVUpdateChecker.h"
 
 #include <QHash>
 #include <QMap>
@@ -15,7 +16,11 @@
 #include <memory>
 #include <optional>
 
+class CVAboutWindow;
 class CVApplicationDelegate;
+class CVColumnDisplayOptionDelegate;
+class CVHelpWindow;
+class CVPrefsWindowController;
 class CVBrowserDelegate;
 class CVFileManagerLink;
 class CVItemInformationDelegate;
@@ -79,6 +84,22 @@ public:
     bool manualCorvanaReload() const { return m_manualReload; }
     void setManualCorvanaReload(bool manual) { m_manualReload = manual; }
     void reportABug();
+
+    // The windows around the main one, made when first asked for.
+    void showPreferences();
+    void showColumnDisplayOptions();
+    void showHelp(const QString &page = QStringLiteral("index.html"));
+    void showAbout();
+    CVPrefsWindowController *prefsWindow() const { return m_prefsWindow; }
+    CVColumnDisplayOptionDelegate *columnDisplayOptions() const { return m_columnOptions; }
+    CVHelpWindow *helpWindow() const { return m_helpWindow; }
+    CVAboutWindow *aboutWindow() const { return m_aboutWindow; }
+    // "Check for Updates…", and what any check found.
+    void checkForUpdates();
+    // The Search In menu shows the fields stored (the preferences may have changed them).
+    void searchFieldsChanged();
+    void updateCheckFinished(const CVUpdateChecker::Result &result);
+    void didEndUpdateCheck(int returnCode, const QUrl &releaseNotes);
     void setWindow(bool resizable, bool closable);
     void setWindowIsResizableIsMiniturizableIsClosable(bool resizable, bool miniaturizable, bool closable);
 
@@ -218,6 +239,10 @@ private:
     CVPlaylistsDelegate *m_playlists;
     CVLocationsDelegate *m_locations;
     CVItemInformationDelegate *m_information;
+    CVPrefsWindowController *m_prefsWindow = nullptr;
+    CVColumnDisplayOptionDelegate *m_columnOptions = nullptr;
+    CVHelpWindow *m_helpWindow = nullptr;
+    CVAboutWindow *m_aboutWindow = nullptr;
 
     bool m_firstLoad = true;
     bool m_manualReload = false;

@@ -66,6 +66,16 @@ void CVWindowDelegate::editSearchFields(const QString &field, bool on)
     m_settings->setValue(u"CVSearchFields"_s, fields);
 }
 
+void CVWindowDelegate::searchFieldsChanged()
+{
+    const QStringList fields = m_settings->stringListValue(u"CVSearchFields"_s);
+    for (const QString &field : { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s }) {
+        QAction *a = m_window->action(u"searchField"_s + field);
+        const QSignalBlocker block(a);
+        a->setChecked(fields.contains(field));
+    }
+}
+
 QString CVWindowDelegate::filterDescription(const QString &name, bool *inForce) const
 {
     if (name == u"Search"_s) {

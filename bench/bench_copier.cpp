@@ -79,7 +79,9 @@ int main(int argc, char *argv[])
     }
     double best[2] = { 1e9, 1e9 };
     for (int round = 0; round < parser.value(roundsOption).toInt(); ++round) {
-        for (int way = 0; way < 2; ++way) {
+        for (int turn = 0; turn < 2; ++turn) {
+            // Each goes first every other round: the first of a round finds a drive the other just emptied.
+            const int way = round % 2 == 0 ? turn : 1 - turn;
             const QString folder = dest + (way == 0 ? u"/corvana"_s : u"/plain"_s);
             QDir(folder).removeRecursively();
             QDir().mkpath(folder);

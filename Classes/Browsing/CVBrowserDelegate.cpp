@@ -158,9 +158,14 @@ void CVBrowserDelegate::connectViews()
         }
         menu.addSeparator();
         QAction *reset = menu.addAction(u"Default Columns"_s);
+        QAction *options = menu.addAction(u"Column Display Options…"_s);
         QAction *chosen = menu.exec(header->mapToGlobal(at));
         if (!chosen)
             return;
+        if (chosen == options) {
+            Q_EMIT columnDisplayOptionsRequested();
+            return;
+        }
         QStringList next = shown;
         if (chosen == reset)
             next = CVTrackColumns::defaultIdentifiers();
@@ -647,9 +652,12 @@ void CVBrowserDelegate::setTableColumns(const QStringList &identifiers)
     const QList<CVTrackColumn> &all = CVTrackColumns::all();
     for (int i = 0; i < all.size(); ++i)
         header->setSectionHidden(i, !identifiers.contains(all[i].identifier));
-    // Then the shown ones move into the list's order.
+    // Then the shown ones move into the list's order, the smart column at its end.
+    const QStringList ordered = m_settings ? CVTrackColumns::placeSmartColumn(
+                                    identifiers, int(m_settings->integerValue(u"CVTrackListSmartColumnPosition"_s)))
+                                           : identifiers;
     int visual = 0;
-    for (const QString &id : identifiers) {
+    for (const QString &id : ordered) {
         const int logical = CVTrackColumns::indexOf(id);
         if (logical < 0)
             continue;

@@ -111,6 +111,10 @@ public:
     void showColumnMenu(int column, const QPoint &at);
     void showTrackListMenu(const QPoint &at);
 
+Q_SIGNALS:
+    // The column display options, asked for from the track list's header menu.
+    void columnDisplayOptionsRequested();
+
 private:
     QString genreClause() const;
     QString artistClause(const QString &key) const;

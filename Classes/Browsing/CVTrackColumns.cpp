@@ -51,6 +51,8 @@ const QList<CVTrackColumn> &CVTrackColumns::all()
         { u"SpanLocation"_s, u"Span Location"_s, A::SpanLocation, A::SpanLocation },
         { u"LastSpanDate"_s, u"Last Spanned"_s, A::LastSpanDate, A::LastSpanDate },
         { u"LastRestoreDate"_s, u"Last Restored"_s, A::LastRestoreDate, A::LastRestoreDate },
+        // The span state at a glance; its cells are made by the track list, not read from one attribute.
+        { QString::fromLatin1(SmartColumn), u"Smart Rows"_s, A::ItemIsSpanned, A::ItemIsSpanned },
     };
     return columns;
 }
@@ -68,4 +70,16 @@ QStringList CVTrackColumns::defaultIdentifiers()
 {
     return { u"Name"_s, u"Time"_s, u"Artist"_s, u"Album"_s, u"Genre"_s, u"Rating"_s, u"Plays"_s, u"ItemIsSpanned"_s,
         u"SpanLocation"_s };
+}
+
+QStringList CVTrackColumns::placeSmartColumn(QStringList identifiers, int position)
+{
+    const QString smart = QString::fromLatin1(SmartColumn);
+    if (identifiers.removeAll(smart) == 0)
+        return identifiers;
+    if (position == 0)
+        identifiers.prepend(smart);
+    else
+        identifiers.append(smart);
+    return identifiers;
 }

@@ -18,10 +18,15 @@ struct CVTrackColumn {
 
 namespace CVTrackColumns {
 
+// The column that sums up a track's span state; it stays at the left or the right end.
+inline constexpr auto SmartColumn = "SmartRows";
+
 const QList<CVTrackColumn> &all();
 // The index into all(), or -1.
 int indexOf(const QString &identifier);
 // What a music player's user expects first: name, time, artist, album, genre and the span facts.
 QStringList defaultIdentifiers();
+// The smart column, when shown, moved to the left end (position 0) or the right end (any other).
+QStringList placeSmartColumn(QStringList identifiers, int position);
 
 } // namespace CVTrackColumns

@@ -97,7 +97,13 @@ int CVTrackListModel::columnCount(const QModelIndex &parent) const
 
 QString CVTrackListModel::cellText(const CVTrack &track, int column)
 {
+    static const int smart = CVTrackColumns::indexOf(QString::fromLatin1(CVTrackColumns::SmartColumn));
     const CVTrackColumn &c = CVTrackColumns::all()[column];
+    if (column == smart) {
+        if (track.flag(CVAttr::ItemIsSpanned))
+            return track.flag(CVAttr::SymSpan) ? u"\u25D0 Spanned, linked"_s : u"\u25CF Spanned"_s;
+        return track.flag(CVAttr::ItemIsRestored) ? u"\u25CB Restored"_s : QString();
+    }
     if (!track.has(c.shown))
         return {};
     switch (CVAttribute::type(c.shown)) {

@@ -11,6 +11,8 @@
 #include "Views/CVSpanningView.h"
 
 #include <QCloseEvent>
+#include <QGraphicsOpacityEffect>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -18,6 +20,7 @@
 #include <QListView>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPropertyAnimation>
 #include <QPushButton>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -317,10 +320,26 @@ void CVMainWindow::buildMenus()
     m_menus.insert(u"RecentSpanLocations"_s, recent);
     makeAction(queue, u"start"_s, u"Span…"_s, QKeySequence(u"Ctrl+Shift+Return"_s));
 
+    // Settings stay reachable during a run: the panes themselves refuse what a run forbids.
+    QMenu *settings = menuBar()->addMenu(u"&Settings"_s);
+    m_menus.insert(u"Settings"_s, settings);
+    makeAction(settings, u"columnOptions"_s, u"Column Display Options…"_s, QKeySequence(u"Ctrl+J"_s));
+    settings->addSeparator();
+    QAction *prefs = makeAction(settings, u"preferences"_s, u"Preferences…"_s, QKeySequence(u"Ctrl+,"_s));
+    prefs->setMenuRole(QAction::PreferencesRole);
+    prefs->setIcon(QIcon::fromTheme(u"preferences-system"_s));
+
     QMenu *help = menuBar()->addMenu(u"&Help"_s);
     m_menus.insert(u"Help"_s, help);
+    QAction *contents = makeAction(help, u"help"_s, u"Corvana Help"_s, QKeySequence::HelpContents);
+    contents->setIcon(QIcon::fromTheme(u"help-contents"_s));
+    help->addSeparator();
+    makeAction(help, u"checkForUpdates"_s, u"Check for Updates…"_s);
     makeAction(help, u"reportBug"_s, u"Report a Bug…"_s);
-    makeAction(help, u"about"_s, u"About Corvana"_s);
+    help->addSeparator();
+    QAction *about = makeAction(help, u"about"_s, u"About Corvana"_s);
+    about->setMenuRole(QAction::AboutRole);
+    about->setIcon(QIcon::fromTheme(u"help-about"_s));
 }
 
 void CVMainWindow::showLoadingView()
@@ -330,17 +349,47 @@ void CVMainWindow::showLoadingView()
 
 void CVMainWindow::showMainView()
 {
-    m_stack->setCurrentWidget(mainView);
+    fadeTo(mainView);
 }
 
 void CVMainWindow::showSpanningView()
 {
-    m_stack->setCurrentWidget(spanningView);
+    fadeTo(spanningView);
 }
 
 void CVMainWindow::showResultsView()
 {
-    m_stack->setCurrentWidget(resultsView);
+    fadeTo(resultsView);
+}
+
+void CVMainWindow::fadeTo(QWidget *view)
+{
+    QWidget *from = m_stack->currentWidget();
+    // The loading view changes the window's size: it is swapped, not faded. Offscreen (tests,
+    // screenshots) a picture must show the new view at once.
+    const bool fade = m_animatesViewChanges && from && from != view && from != loadingView && isVisible()
+        && QGuiApplication::platformName() != u"offscreen"_s;
+    QPixmap picture;
+    if (fade)
+        picture = from->grab();
+    m_stack->setCurrentWidget(view);
+    if (!fade)
+        return;
+    // A picture of the old view over the new one, fading out; the new view takes input at once.
+    auto *cover = new QLabel(m_stack);
+    cover->setAttribute(Qt::WA_TransparentForMouseEvents);
+    cover->setPixmap(picture);
+    cover->setGeometry(view->geometry());
+    auto *opacity = new QGraphicsOpacityEffect(cover);
+    cover->setGraphicsEffect(opacity);
+    cover->show();
+    cover->raise();
+    auto *animation = new QPropertyAnimation(opacity, "opacity", cover);
+    animation->setDuration(250);
+    animation->setStartValue(1.0);
+    animation->setEndValue(0.0);
+    connect(animation, &QPropertyAnimation::finished, cover, &QObject::deleteLater);
+    animation->start();
 }
 
 bool CVMainWindow::isMainViewShown() const

@@ -43,6 +43,9 @@ public:
     void showSpanningView();
     void showResultsView();
     bool isMainViewShown() const;
+    // The main, spanning and results views fade into each other when this is on.
+    void setAnimatesViewChanges(bool animate) { m_animatesViewChanges = animate; }
+    bool animatesViewChanges() const { return m_animatesViewChanges; }
     View currentView() const;
     // The browser above the track list, or left of it.
     void setBrowserOnTop(bool onTop);
@@ -94,6 +97,7 @@ protected:
     void moveEvent(QMoveEvent *event) override;
 
 private:
+    void fadeTo(QWidget *view);
     QWidget *buildMainView();
     void buildMenus();
     QAction *makeAction(QMenu *menu, const QString &name, const QString &title, const QKeySequence &shortcut = {});
@@ -102,4 +106,5 @@ private:
     QHash<QString, QAction *> m_actions;
     QHash<QString, QMenu *> m_menus;
     bool m_browserOnTop = true;
+    bool m_animatesViewChanges = true;
 };

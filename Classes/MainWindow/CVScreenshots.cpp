@@ -12,11 +12,17 @@
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "Preferences/CVAboutWindow.h"
+#include "Preferences/CVColumnDisplayOptionDelegate.h"
+#include "Preferences/CVColumnTokensModel.h"
+#include "Preferences/CVHelpWindow.h"
+#include "Preferences/CVPrefsWindowController.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLineEdit>
+#include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPainter>
@@ -268,6 +274,37 @@ void CVScreenshots::takeResultsShots()
     CVMainWindow *window = delegate->corvanaWindow();
     settle();
     saveLightAndDark(window, u"results"_s);
+    takeSettingsShots();
     // A run is over: quit the normal way.
     m_app->terminate();
+}
+
+void CVScreenshots::takeSettingsShots()
+{
+    CVWindowDelegate *delegate = m_app->windowDelegate();
+    delegate->showPreferences();
+    CVPrefsWindowController *prefs = delegate->prefsWindow();
+    const QStringList names { u"prefs-general"_s, u"prefs-advanced"_s, u"prefs-updating"_s, u"prefs-helper"_s };
+    for (int pane = 0; pane < names.size(); ++pane) {
+        prefs->showPane(pane);
+        prefs->adjustSize();
+        saveLightAndDark(prefs, names[pane]);
+    }
+    prefs->hide();
+
+    delegate->showColumnDisplayOptions();
+    CVColumnDisplayOptionDelegate *columns = delegate->columnDisplayOptions();
+    columns->tokenView->setCurrentIndex(columns->model()->index(1));
+    saveLightAndDark(columns, u"column-options"_s);
+    columns->hide();
+
+    delegate->showHelp(u"helper.html"_s);
+    delegate->helpWindow()->resize(640, 520);
+    settle();
+    save(delegate->helpWindow(), u"help"_s);
+    delegate->helpWindow()->hide();
+    delegate->showAbout();
+    settle();
+    save(delegate->aboutWindow(), u"about"_s);
+    delegate->aboutWindow()->hide();
 }

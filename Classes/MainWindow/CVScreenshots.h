@@ -8,7 +8,8 @@ class CVApplicationDelegate;
 // The program's screenshot mode: starts as usual (dialogs answered), then renders the loading
 // view, the main view, a search, TV shows, the information panel and the dark palette, then a
 // filled spanning queue, the confirmation sheet, a run in progress and its results (light and
-// dark), to PNG files in a folder, and quits.
+// dark), the preferences panes and the column display options (light and dark), help and about, to
+// PNG files in a folder, and quits.
 class CVScreenshots : public QObject {
     Q_OBJECT
 
@@ -23,6 +24,8 @@ private:
     void takeMainViewShots();
     void takeRunShots();
     void takeResultsShots();
+    // The preferences panes, the column display options, help and about.
+    void takeSettingsShots();
     void save(QWidget *widget, const QString &name);
     void savePixmap(const QPixmap &pixmap, const QString &name);
     // The window with a sheet over it, as the desktop shows a window-modal box.

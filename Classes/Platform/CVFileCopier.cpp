@@ -17,9 +17,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <memory>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -49,10 +51,14 @@ struct Descriptor {
     }
 };
 
-// Filesystems (by device) that have refused a reflink: not asked again.
-QSet<dev_t> &noReflink()
+// What each filesystem (by device) takes: asked once, then remembered.
+struct CopyWays {
+    bool reflink = true;
+    bool kernelCopy = true;
+};
+QHash<dev_t, CopyWays> &copyWays()
 {
-    static QSet<dev_t> devices;
+    static QHash<dev_t, CopyWays> devices;
     return devices;
 }
 QMutex reflinkMutex;
@@ -83,24 +89,32 @@ bool writeAll(int to, const char *data, ssize_t size, int &error)
 
 bool copyBytes(int from, int to, off_t size, dev_t device, int &error)
 {
-    // A reflink shares the blocks: instant and no space used, where the filesystem can.
-    bool tryReflink;
+    CopyWays ways;
     {
         QMutexLocker lock(&reflinkMutex);
-        tryReflink = !noReflink().contains(device);
+        auto known = copyWays().find(device);
+        if (known == copyWays().end()) {
+            // A FUSE filesystem's program rarely clones or copies by itself, and every request to it
+            // is a round trip: the bytes go in big writes of our own.
+            struct statfs fs { };
+            const bool fuse = ::fstatfs(to, &fs) == 0 && fs.f_type == FUSE_SUPER_MAGIC;
+            known = copyWays().insert(device, fuse ? CopyWays { false, false } : CopyWays {});
+        }
+        ways = *known;
     }
-    if (tryReflink) {
+    // A reflink shares the blocks: instant and no space used, where the filesystem can.
+    if (ways.reflink) {
         if (injected(Point::CopyWrite, error))
             return false;
         if (::ioctl(to, FICLONE, from) == 0)
             return true;
         if (errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL || errno == EXDEV) {
             QMutexLocker lock(&reflinkMutex);
-            noReflink().insert(device);
+            copyWays()[device].reflink = false;
         }
     }
     off_t done = 0;
-    bool plain = false;
+    bool plain = !ways.kernelCopy;
     while (done < size) {
         const size_t chunk = size_t(std::min<off_t>(size - done, off_t(1) << 30));
         ssize_t n;

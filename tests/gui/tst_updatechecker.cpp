@@ -1,12 +1,11 @@
 // The update check against a feed served on loopback by the test: newer, same and older versions,
 // a feed that is no feed, a server that is not there and one that does not answer in time.
+#include "CVFeedServer.h"
 #include "CVTestHome.h"
 #include "Platform/CVSettings.h"
 #include "Preferences/CVUpdateChecker.h"
 
 #include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -15,44 +14,13 @@ namespace {
 
 QByteArray appcast(const QByteArray &items)
 {
-    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<rss version=\"2.0\" "
-           "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">\n<channel>\n<title>Corvana</title>\n"
-        + items + "</channel>\n</rss>\n";
+    return CVFeedServer::appcast(items);
 }
 
 QByteArray item(const char *version, const char *shown)
 {
-    return QByteArray("<item><title>Corvana ") + shown + "</title><sparkle:version>" + version
-        + "</sparkle:version><sparkle:shortVersionString>" + shown
-        + "</sparkle:shortVersionString><sparkle:releaseNotesLink>https://corvana.org/notes/" + shown
-        + ".html</sparkle:releaseNotesLink><enclosure url=\"https://corvana.org/corvana-" + shown
-        + ".tar.xz\" length=\"1\" type=\"application/octet-stream\"/></item>\n";
+    return CVFeedServer::item(version, shown);
 }
-
-// Answers every request with the body, after the delay (a delay longer than the test lasts is
-// never answered).
-class FeedServer : public QTcpServer {
-public:
-    QByteArray body;
-    int delayMs = 0;
-
-protected:
-    void incomingConnection(qintptr handle) override
-    {
-        auto *socket = new QTcpSocket(this);
-        socket->setSocketDescriptor(handle);
-        connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-            if (!socket->readAll().contains("\r\n\r\n"))
-                return;
-            const QByteArray reply = "HTTP/1.1 200 OK\r\nContent-Type: application/rss+xml\r\nContent-Length: "
-                + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
-            QTimer::singleShot(delayMs, socket, [socket, reply] {
-                socket->write(reply);
-                socket->disconnectFromHost();
-            });
-        });
-    }
-};
 
 } // namespace
 
@@ -190,7 +158,7 @@ private Q_SLOTS:
 private:
     std::unique_ptr<CVTestHome> m_home;
     std::unique_ptr<CVSettings> m_settings;
-    FeedServer m_server;
+    CVFeedServer m_server;
 };
 
 QTEST_GUILESS_MAIN(TestUpdateChecker)

@@ -1,0 +1,114 @@
+#include "Preferences/AdvancedPreferences.h"
+
+#include "Platform/CVSettings.h"
+#include "Views/CVSegmentedControl.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QStyle>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QStringList kWindowsNames { u"auto"_s, u"always"_s, u"never"_s };
+const QStringList kPlayers { u"auto"_s, u"itunes-file"_s, u"dbus"_s, u"rhythmbox"_s };
+
+CVSegmentedControl *offOn(QWidget *parent, const QString &name)
+{
+    auto *c = new CVSegmentedControl({ u"Off"_s, u"On"_s }, CVSegmentedControl::Mode::SelectOne, parent);
+    c->setObjectName(name);
+    return c;
+}
+
+} // namespace
+
+AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
+    : CVPreferencesPane(u"Advanced"_s,
+        QIcon::fromTheme(
+            u"preferences-other"_s, QApplication::style()->standardIcon(QStyle::SP_FileDialogDetailedView)),
+        parent)
+    , m_settings(settings)
+{
+    saveQueue = offOn(this, u"saveQueue"_s);
+    addRow(u"Save the spanning queue:"_s, saveQueue);
+    connect(saveQueue, &CVSegmentedControl::segmentClicked, this,
+        [this](int segment) { m_settings->setValue(u"CVAutosaveSpanningQueue"_s, segment == 1); });
+
+    saveSpanLocation = offOn(this, u"saveSpanLocation"_s);
+    addRow(u"Save the span location:"_s, saveSpanLocation);
+    connect(saveSpanLocation, &CVSegmentedControl::segmentClicked, this, [this](int segment) {
+        m_settings->setValue(u"CVAutosaveSpanLocation"_s, segment == 1);
+        reloadNibOutlets();
+    });
+
+    clearSpanLocation = new QCheckBox(u"&Clear the span location after each span"_s, this);
+    clearSpanLocation->setObjectName(u"clearSpanLocation"_s);
+    addRow({}, clearSpanLocation);
+    connect(clearSpanLocation, &QCheckBox::clicked, this,
+        [this](bool checked) { m_settings->setValue(u"CVClearSpanLocationAfterSpan"_s, checked); });
+
+    QStringList counts;
+    for (int i = 0; i <= MaximumReattempts; ++i)
+        counts.append(QString::number(i));
+    reattempts = new CVSegmentedControl(counts, CVSegmentedControl::Mode::SelectOne, this);
+    reattempts->setObjectName(u"reattempts"_s);
+    addRow(u"Full span reattempts:"_s, reattempts);
+    connect(reattempts, &CVSegmentedControl::segmentClicked, this, &AdvancedPreferences::setFullSpanReattempts);
+
+    windowsFileNames = new CVSegmentedControl(
+        { u"When Needed"_s, u"Always"_s, u"Never"_s }, CVSegmentedControl::Mode::SelectOne, this);
+    windowsFileNames->setObjectName(u"windowsFileNames"_s);
+    addRow(u"Windows-safe file names:"_s, windowsFileNames);
+    connect(windowsFileNames, &CVSegmentedControl::segmentClicked, this,
+        [this](int segment) { m_settings->setValue(u"CVWindowsFileNames"_s, kWindowsNames.value(segment)); });
+    auto *namesNote = new QLabel(u"“When Needed” follows the span location's file system."_s, this);
+    namesNote->setForegroundRole(QPalette::PlaceholderText);
+    addRow({}, namesNote);
+
+    player = new CVSegmentedControl({ u"Automatic"_s, u"iTunes Library File"_s, u"D-Bus Player"_s, u"Rhythmbox"_s },
+        CVSegmentedControl::Mode::SelectOne, this);
+    player->setObjectName(u"player"_s);
+    addRow(u"Player:"_s, player);
+    connect(player, &CVSegmentedControl::segmentClicked, this,
+        [this](int segment) { m_settings->setValue(u"Player"_s, kPlayers.value(segment)); });
+    auto *playerNote = new QLabel(u"A new choice of player takes effect at the next reload of the library."_s, this);
+    playerNote->setForegroundRole(QPalette::PlaceholderText);
+    addRow({}, playerNote);
+
+    // A run may start or end while the pane is open.
+    connect(m_settings, &CVSettings::valueChanged, this, [this](const QString &key) {
+        if (key == u"CVIsSpanning"_s)
+            updateReattemptsEnabled();
+    });
+}
+
+void AdvancedPreferences::reloadNibOutlets()
+{
+    saveQueue->setSelectedSegment(m_settings->boolValue(u"CVAutosaveSpanningQueue"_s) ? 1 : 0);
+    const bool saveLocation = m_settings->boolValue(u"CVAutosaveSpanLocation"_s);
+    saveSpanLocation->setSelectedSegment(saveLocation ? 1 : 0);
+    // Without a saved location there is nothing to keep, so the box shows what happens anyway.
+    clearSpanLocation->setEnabled(saveLocation);
+    clearSpanLocation->setChecked(!saveLocation || m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s));
+    reattempts->setSelectedSegment(int(m_settings->integerValue(u"CVFullSpanReattempts"_s)));
+    updateReattemptsEnabled();
+    windowsFileNames->setSelectedSegment(int(kWindowsNames.indexOf(m_settings->stringValue(u"CVWindowsFileNames"_s))));
+    player->setSelectedSegment(int(kPlayers.indexOf(m_settings->stringValue(u"Player"_s))));
+}
+
+void AdvancedPreferences::setFullSpanReattempts(int segment)
+{
+    // The run under way reads the count as it goes.
+    if (m_settings->boolValue(u"CVIsSpanning"_s)) {
+        reattempts->setSelectedSegment(int(m_settings->integerValue(u"CVFullSpanReattempts"_s)));
+        return;
+    }
+    m_settings->setValue(u"CVFullSpanReattempts"_s, segment);
+}
+
+void AdvancedPreferences::updateReattemptsEnabled()
+{
+    reattempts->setEnabled(!m_settings->boolValue(u"CVIsSpanning"_s));
+}
