@@ -376,7 +376,7 @@ void CVWindowDelegate::warmSelections()
 {
     // The lists the main view shows first, worked out while the load thread builds the location
     // table (which they do not need): prepareContentAfterLoad then finds them in the memo.
-    m_library->prepareSearch();
+    m_library->prepareLists();
     m_browser->refreshSpanFilters();
     m_browser->refreshMediaFilters();
     m_library->filterEmptyPlaylist();
@@ -441,6 +441,9 @@ void CVWindowDelegate::displayMainViewAfterLoad()
     m_firstLoad = false;
     m_settings->synchronize();
     Q_EMIT mainViewShown();
+    // The texts a search looks at are folded once the view is up, not on the way to it: a
+    // first key typed before that finds them folded by then, or folds what it needs itself.
+    QTimer::singleShot(0, this, [this] { m_library->prepareSearch(); });
     // The checks after a load: a crash first, then the offer about dependent tracks.
     if (!firstRun && m_app->crashedWhileSpanningLastRun()) {
         showCrashWhileRunningSheet();

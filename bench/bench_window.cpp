@@ -8,11 +8,13 @@
 #include "CVWindowDelegate.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSheetPresenter.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHeaderView>
+#include <QMutex>
 #include <QScrollBar>
 #include <QTableView>
 #include <QTemporaryDir>
@@ -20,6 +22,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <malloc.h>
+#include <time.h>
 
 using namespace Qt::StringLiterals;
 
@@ -43,6 +46,14 @@ double millis(F &&f)
     t.start();
     f();
     return double(t.nsecsElapsed()) / 1e6;
+}
+
+// This thread's processor time: on a shared machine it shows the work apart from the waits.
+double threadCpuMs()
+{
+    timespec ts {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
 
 } // namespace
@@ -69,6 +80,17 @@ int main(int argc, char *argv[])
     start.start();
     double startMs = 0;
     delegate.awakeFromNib();
+    // The load's steps by their status texts, timed where they are set (on the load thread).
+    QList<std::pair<QString, double>> steps;
+    QMutex stepsLock;
+    QObject::connect(
+        delegate.presenter(), &CVSheetPresenter::statusTextChanged, &app,
+        [&](const QString &text) {
+            const QMutexLocker lock(&stepsLock);
+            if (steps.isEmpty() || steps.last().first != text)
+                steps.append({ text, double(start.nsecsElapsed()) / 1e6 });
+        },
+        Qt::DirectConnection);
     QObject::connect(delegate.windowDelegate(), &CVWindowDelegate::mainViewShown, &app, [&] {
         startMs = double(start.nsecsElapsed()) / 1e6;
         app.quit();
@@ -87,17 +109,19 @@ int main(int argc, char *argv[])
 
     // A click in each column, on rows never clicked before (nothing in the memo yet).
     browser->setMediaFilter(u"All"_s);
-    double worstClick = 0;
+    double worstClick = 0, worstClickCpu = 0;
     for (int column = 0; column < 3; ++column) {
         for (int row : { 3, 5, 7 }) {
             const int rows = browser->columnModel(column)->rowCount();
             if (rows < 2)
                 continue;
+            const double cpuBefore = threadCpuMs();
             const double ms = millis([&] {
                 browser->selectRow(column, std::min(row, rows - 1));
                 w->trackView->viewport()->repaint();
             });
             worstClick = std::max(worstClick, ms);
+            worstClickCpu = std::max(worstClickCpu, threadCpuMs() - cpuBefore);
         }
         browser->selectRow(column, 0);
     }
@@ -106,14 +130,21 @@ int main(int argc, char *argv[])
     // A search typed a key at a time: each key refreshes every pane.
     double worstKey = 0, firstKey = 0;
     const QString typed = u"love night"_s;
+    QStringList keys, keysCpu;
+    double worstKeyCpu = 0;
     for (qsizetype n = 1; n <= typed.size(); ++n) {
+        const double cpuBefore = threadCpuMs();
         const double ms = millis([&] {
             window->filterSourcesWithSearch(typed.left(n));
             w->trackView->viewport()->repaint();
         });
+        const double cpu = threadCpuMs() - cpuBefore;
+        worstKeyCpu = std::max(worstKeyCpu, cpu);
+        keysCpu.append(QString::number(cpu, 'f', 1));
         if (n == 1)
             firstKey = ms;
         worstKey = std::max(worstKey, ms);
+        keys.append(QString::number(ms, 'f', 1));
     }
     const int found = browser->trackModel()->rowCount();
     window->filterSourcesWithSearch(u""_s);
@@ -135,6 +166,19 @@ int main(int argc, char *argv[])
     const struct mallinfo2 after = mallinfo2();
     const double heapGrowthKB = (double(after.uordblks) - double(before.uordblks)) / 1024.0;
 
+    // Each step's time runs to the next one; the last to the main view.
+    QStringList stepTexts;
+    {
+        const QMutexLocker lock(&stepsLock);
+        for (qsizetype i = 0; i < steps.size(); ++i) {
+            const double end = i + 1 < steps.size() ? steps[i + 1].second : startMs;
+            stepTexts.append(u"\"%1\": %2"_s.arg(steps[i].first).arg(end - steps[i].second, 0, 'f', 0));
+        }
+    }
+    std::printf("{\"steps\": {%s}, \"keystrokesMs\": [%s], \"keystrokesCpuMs\": [%s], \"worstKeystrokeCpuMs\": %.1f, "
+                "\"worstColumnClickCpuMs\": %.1f}\n",
+        qPrintable(stepTexts.join(u", "_s)), qPrintable(keys.join(u", "_s)), qPrintable(keysCpu.join(u", "_s)),
+        worstKeyCpu, worstClickCpu);
     std::printf("{\"tracks\": %zu, \"startToMainViewMs\": %.0f, \"worstColumnClickMs\": %.1f, "
                 "\"firstKeystrokeMs\": %.1f, \"worstKeystrokeMs\": %.1f, \"searchFound\": %d, "
                 "\"scrollWholeListMs\": %.0f, \"scrollPages\": %d, \"scrollHeapGrowthKB\": %.1f, "

@@ -463,6 +463,34 @@ QString CVFilter::foldText(const QString &text, quint8 fold)
     return out;
 }
 
+namespace {
+
+// Where run first occurs in text from an index on, or -1. Names and titles are short: a
+// vectorised look for the first character, then a comparison, beats a general search.
+qsizetype findRun(QStringView text, QStringView run, qsizetype from)
+{
+    const qsizetype n = run.size();
+    const qsizetype last = text.size() - n;
+    if (n == 0)
+        return from <= text.size() ? from : -1;
+    const char16_t *t = text.utf16();
+    const char16_t *r = run.utf16();
+    const QStringView heads = text.left(last + 1);
+    for (qsizetype i = from; i <= last; ++i) {
+        i = heads.indexOf(QChar(r[0]), i);
+        if (i < 0)
+            return -1;
+        qsizetype k = 1;
+        while (k < n && t[i + k] == r[k])
+            ++k;
+        if (k == n)
+            return i;
+    }
+    return -1;
+}
+
+} // namespace
+
 bool CVFilter::likeMatch(const Pattern &pattern, QStringView text)
 {
     if (pattern.runsOnly) {
@@ -492,7 +520,7 @@ bool CVFilter::likeMatch(const Pattern &pattern, QStringView text)
         // Leftmost first: each run found earliest leaves the most room for the rest.
         const QStringView middle = text.left(end);
         for (std::size_t r = first; r < last; ++r) {
-            const qsizetype at = middle.indexOf(runs[r], from);
+            const qsizetype at = findRun(middle, runs[r], from);
             if (at < 0)
                 return false;
             from = at + runs[r].size();

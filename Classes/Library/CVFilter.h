@@ -67,58 +67,22 @@ public:
     template<typename Get, typename Folded>
     bool matches(const Get &get, const Folded &folded) const
     {
-        return m_valid && matchNode(0, get, folded);
+        return matchesLeaves([&](int, const Leaf &leaf) { return matchLeaf(leaf, get(leaf), folded); });
     }
     template<typename Get>
     bool matches(const Get &get) const
     {
         return matches(get, [](const Leaf &leaf, const CVFilterValue &v) { return foldText(*v.text, leaf.fold); });
     }
-
-    bool isValid() const { return m_valid; }
-    const std::vector<Leaf> &leaves() const { return m_leaves; }
-
-    // Case folding ([c]) and removal of combining marks after canonical decomposition ([d]).
-    static QString foldText(const QString &text, quint8 fold);
-    static bool likeMatch(const Pattern &pattern, QStringView text);
-
-private:
-    // And and Or hold all their operands, so a long chain of clauses (the drive's top
-    // folders joined with OR) is a loop, not a deep recursion.
-    struct Node {
-        enum class Kind : quint8 { And, Or, Leaf, False };
-        Kind kind = Kind::False;
-        int leaf = -1; // Leaf: index into m_leaves
-        std::vector<int> children; // And, Or
-    };
-
-    friend class CVFilterParser;
-
-    template<typename Get, typename Folded>
-    bool matchNode(int index, const Get &get, const Folded &folded) const
+    // Tests one record a leaf at a time: test(leafIndex, leaf) answers a comparison, so that a
+    // caller can answer repeated values from what it has seen.
+    template<typename LeafTest>
+    bool matchesLeaves(const LeafTest &test) const
     {
-        const Node &node = m_nodes[std::size_t(index)];
-        switch (node.kind) {
-        case Node::Kind::And:
-            for (int child : node.children)
-                if (!matchNode(child, get, folded))
-                    return false;
-            return true;
-        case Node::Kind::Or:
-            for (int child : node.children)
-                if (matchNode(child, get, folded))
-                    return true;
-            return false;
-        case Node::Kind::Leaf: {
-            const Leaf &leaf = m_leaves[std::size_t(node.leaf)];
-            return matchLeaf(leaf, get(leaf), folded);
-        }
-        case Node::Kind::False:
-            return false;
-        }
-        return false;
+        return m_valid && matchNode(0, test);
     }
 
+    // One comparison of a record's value.
     template<typename Folded>
     static bool matchLeaf(const Leaf &leaf, const CVFilterValue &v, const Folded &folded)
     {
@@ -149,6 +113,53 @@ private:
             if (v.kind != K::Text || leaf.valueKind != K::Text)
                 return false;
             return likeMatch(leaf.pattern, leaf.fold ? QStringView(folded(leaf, v)) : QStringView(*v.text));
+        }
+        return false;
+    }
+
+    bool isValid() const { return m_valid; }
+    const std::vector<Leaf> &leaves() const { return m_leaves; }
+    // The one comparison a filter of a single clause is, or none.
+    const Leaf *singleLeaf() const
+    {
+        return m_valid && m_nodes[0].kind == Node::Kind::Leaf ? &m_leaves[std::size_t(m_nodes[0].leaf)] : nullptr;
+    }
+
+    // Case folding ([c]) and removal of combining marks after canonical decomposition ([d]).
+    static QString foldText(const QString &text, quint8 fold);
+    static bool likeMatch(const Pattern &pattern, QStringView text);
+
+private:
+    // And and Or hold all their operands, so a long chain of clauses (the drive's top
+    // folders joined with OR) is a loop, not a deep recursion.
+    struct Node {
+        enum class Kind : quint8 { And, Or, Leaf, False };
+        Kind kind = Kind::False;
+        int leaf = -1; // Leaf: index into m_leaves
+        std::vector<int> children; // And, Or
+    };
+
+    friend class CVFilterParser;
+
+    template<typename LeafTest>
+    bool matchNode(int index, const LeafTest &test) const
+    {
+        const Node &node = m_nodes[std::size_t(index)];
+        switch (node.kind) {
+        case Node::Kind::And:
+            for (int child : node.children)
+                if (!matchNode(child, test))
+                    return false;
+            return true;
+        case Node::Kind::Or:
+            for (int child : node.children)
+                if (matchNode(child, test))
+                    return true;
+            return false;
+        case Node::Kind::Leaf:
+            return test(node.leaf, m_leaves[std::size_t(node.leaf)]);
+        case Node::Kind::False:
+            return false;
         }
         return false;
     }

@@ -68,6 +68,7 @@ public:
     // Selection (the memo is libraryCache; see CVSelection).
     void clearMemoization() { m_selection.clearMemoization(); }
     void prepareSearch() { m_selection.prepareSearch(); }
+    void prepareLists() { m_selection.prepareLists(); }
     QString getSearchPredicate() const { return m_selection.getSearchPredicate(); }
     QList<CVPredicate> getPredicateStack(const CVPredicate &p) const { return m_selection.getPredicateStack(p); }
     CVTrackList selectPredicateStack(const QList<CVPredicate> &stack)

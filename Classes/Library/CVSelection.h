@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -64,22 +65,51 @@ public:
     void setMemo(const QString &key, std::shared_ptr<const void> value, quint64 generation);
     quint64 generation() const { return m_generation; }
 
-    // Folds the texts a search looks at, once per load, so that the first search does not.
+    // Works out ahead, once per load, what the first selections would otherwise pay for: the
+    // texts a search looks at, folded, and the two orders selections come out in.
     void prepareSearch();
+    // The same for the first browser lists and media counts, in one walk over the tracks.
+    void prepareLists();
 
     // Tests one track against a filter text (used for records the memo does not cover).
     bool trackMatches(const CVFilter &filter, const CVTrack &track);
 
 private:
-    enum class Order { ArtistFirst, AlbumFirst };
+    using Order = CVTrackOrder;
 
-    CVTrackList makeList(std::vector<CVTrack *> tracks);
+    // The distinct texts of some text attributes and each track's one among them (-1 when it
+    // has none): sorting, grouping and filtering by a text then look at numbers. Sorted: the
+    // numbers follow plain text order of the texts (worked out only when asked for).
+    struct TextValues {
+        std::vector<QString> texts;
+        std::vector<std::vector<int>> byTrack; // per attribute asked for, by track index
+        bool sorted = false;
+        // Folded texts by number, per fold, made when a comparison first needs them.
+        std::vector<QString> folded[4];
+        std::vector<quint8> foldedDone[4];
+    };
+
+    CVTrackList makeList(std::vector<CVTrack *> tracks, std::vector<int> indices, Order order);
+    // Numbers the tracks in artist-first order (a new load).
+    void numberTracks();
     static QString predicateWithText(const QString &predicate, const QString &from, const QString &to);
-    void sortTracks(std::vector<CVTrack *> &tracks, Order order);
-    const std::vector<int> &ranks(Order order);
+    void sortTracks(std::vector<CVTrack *> &tracks, std::vector<int> &indices, Order order);
+    // By index: the place in album-first order (in artist-first order a track's index is its place).
+    const std::vector<int> &albumFirstRanks();
     // All tracks in an order, for selections from all tracks that come out sorted.
-    const std::vector<CVTrack *> &inOrder(Order order);
+    const CVTrackList &inOrder(Order order);
+    const TextValues &textValues(const std::vector<CVAttr> &attributes, bool sorted);
+    // Numbers the texts of every attribute set not numbered yet.
+    void makeTextValues(const std::vector<std::vector<CVAttr>> &sets);
+    const TextValues *textValuesIfMade(CVAttr attribute) const;
+    static const QString &foldedValue(TextValues &values, int value, quint8 fold);
     const QString &foldedText(CVAttr attr, quint8 fold, const CVTrack &track, const QString &text);
+    // The candidates that match, in their order.
+    void filterTracks(const CVFilter &filter, const CVTrackListData &candidates, std::vector<CVTrack *> &out,
+        std::vector<int> &outIndices);
+    bool browserListByRanks(CVAttr display, CVAttr sort, bool artist, bool group, bool albumArtists,
+        const CVTrackListData &tracks, QStringList &keys, QStringList &rows, bool &compilationSeen);
+    const std::vector<quint8> &compilations();
 
     CVSettings *m_settings;
     const CVSelectionPanes *m_panes = nullptr;
@@ -96,18 +126,19 @@ private:
     QHash<QString, QVariantMap> m_summaryLines;
     QHash<QString, std::shared_ptr<const void>> m_kindMemo;
 
-    // The last search's tracks: a search that extends its text can only narrow them.
-    struct LastSearch {
-        QString text;
-        QString predicate;
-        CVTrackList tracks;
-    } m_lastSearch;
+    // The search text's filter text, made again only when the text or the fields change.
+    mutable QString m_searchPredicateText;
+    mutable QStringList m_searchPredicateFields;
+    mutable QString m_searchPredicate;
 
-    // Kept for the whole load: the two sort orders as ranks, and folded texts per attribute.
-    std::vector<int> m_ranks[2];
-    std::vector<CVTrack *> m_inOrder[2];
+    // Kept for the whole load: the two sort orders, the numbered texts, and folded texts per
+    // attribute.
+    std::vector<int> m_albumFirstRanks;
+    CVTrackList m_inOrder[2];
+    std::vector<quint8> m_compilations; // by index
+    std::map<std::vector<CVAttr>, std::unique_ptr<TextValues>> m_textValues;
     // By attribute and fold (attribute * 4 + fold): an index, as this is asked per track and clause.
     std::vector<std::vector<QString>> m_folded = std::vector<std::vector<QString>>(kCVAttrCount * 4);
-    std::vector<std::vector<bool>> m_foldedDone = std::vector<std::vector<bool>>(kCVAttrCount * 4);
+    std::vector<std::vector<quint8>> m_foldedDone = std::vector<std::vector<quint8>>(kCVAttrCount * 4);
     QString m_scratch;
 };

@@ -60,7 +60,8 @@ public:
     // The value as shown: dates formatted, numbers as numbers.
     QString displayText(CVAttr a) const;
 
-    // The track's position in the library's list, for tables kept beside the tracks.
+    // The track's number in one load, for tables kept beside the tracks: its place in the
+    // artist-first order that selections mostly come in (see CVSelection).
     int index() const { return m_index; }
     void setIndex(int index) { m_index = index; }
 

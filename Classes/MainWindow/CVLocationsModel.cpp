@@ -24,7 +24,8 @@ void CVLocationsModel::clear()
 {
     beginResetModel();
     m_items.clear();
-    m_folderItems.clear();
+    m_children.clear();
+    m_itemOfKey.clear();
     m_nodes.reset();
     m_drives = m_folders = m_files = 0;
     endResetModel();
@@ -34,24 +35,25 @@ void CVLocationsModel::reload()
 {
     beginResetModel();
     m_items.clear();
-    m_folderItems.clear();
+    m_children.clear();
     m_drives = m_folders = m_files = 0;
     m_nodes = m_library->filterEmptyLocations();
     const std::vector<int> &nodes = *m_nodes;
+    m_itemOfKey.assign(std::size_t(std::max(0, m_library->trees().keyCount())), -1);
     m_items.reserve(nodes.size());
-    // Nodes of one lower-case path share a key; a node's parent is the item of its parent's key.
-    std::vector<int> itemOfKey;
+    // The list has every folder before its contents: a node's parent is the item of its
+    // parent's key, met already. The root comes first; a top node (a drive) hangs under it.
+    const CVLibraryTrees &trees = m_library->trees();
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const CVLocationNode &n = m_library->locationNode(nodes[i]);
+        const CVLibraryTrees::NodeLinks &n = trees.links(nodes[i]);
         Item it;
         it.node = nodes[i];
         if (i > 0) {
-            // The root comes first; a top node (a drive) hangs under it.
             if (n.parentKey < 0) {
                 it.parent = 0;
                 ++m_drives;
             } else {
-                it.parent = std::size_t(n.parentKey) < itemOfKey.size() ? itemOfKey[std::size_t(n.parentKey)] : -1;
+                it.parent = std::size_t(n.parentKey) < m_itemOfKey.size() ? m_itemOfKey[std::size_t(n.parentKey)] : -1;
                 if (it.parent < 0)
                     continue; // the tree lists every folder above a file: never happens
                 if (n.isFile)
@@ -59,18 +61,22 @@ void CVLocationsModel::reload()
                 else
                     ++m_folders;
             }
-            it.row = int(m_items[std::size_t(it.parent)].children.size());
+            it.row = m_items[std::size_t(it.parent)].childCount++;
         }
-        m_items.push_back(std::move(it));
-        const int index = int(m_items.size() - 1);
-        if (i > 0)
-            m_items[std::size_t(m_items[std::size_t(index)].parent)].children.push_back(index);
-        if (!n.isFile && n.key >= 0) {
-            if (std::size_t(n.key) >= itemOfKey.size())
-                itemOfKey.resize(std::size_t(n.key) + 1024, -1);
-            itemOfKey[std::size_t(n.key)] = index;
-            m_folderItems.insert(n.lcPath, index);
-        }
+        if (n.key >= 0 && std::size_t(n.key) < m_itemOfKey.size())
+            m_itemOfKey[std::size_t(n.key)] = int(m_items.size());
+        m_items.push_back(it);
+    }
+    // Children in row order: each parent's run starts after the runs of the parents before it.
+    int start = 0;
+    for (Item &it : m_items) {
+        it.firstChild = start;
+        start += it.childCount;
+    }
+    m_children.assign(std::size_t(start), -1);
+    for (std::size_t i = 1; i < m_items.size(); ++i) {
+        const Item &it = m_items[i];
+        m_children[std::size_t(m_items[std::size_t(it.parent)].firstChild + it.row)] = int(i);
     }
     endResetModel();
 }
@@ -91,17 +97,11 @@ const CVLocationNode *CVLocationsModel::node(const QModelIndex &index) const
 
 QModelIndex CVLocationsModel::indexForLowerPath(const QString &lcPath) const
 {
-    if (const auto it = m_folderItems.constFind(lcPath); it != m_folderItems.cend())
-        return createIndex(m_items[std::size_t(*it)].row, 0, quintptr(*it));
-    // A file: look in its folder.
-    const qsizetype slash = lcPath.lastIndexOf(u'/');
-    const int folder = slash > 0 ? m_folderItems.value(lcPath.left(slash + 1), -1) : -1;
-    if (folder < 0)
+    const int key = m_library->trees().keyOfLowerPath(lcPath);
+    if (key < 0 || std::size_t(key) >= m_itemOfKey.size() || m_itemOfKey[std::size_t(key)] < 0)
         return {};
-    for (int child : m_items[std::size_t(folder)].children)
-        if (m_library->locationNode(m_items[std::size_t(child)].node).lcPath == lcPath)
-            return createIndex(m_items[std::size_t(child)].row, 0, quintptr(child));
-    return {};
+    const int i = m_itemOfKey[std::size_t(key)];
+    return createIndex(m_items[std::size_t(i)].row, 0, quintptr(i));
 }
 
 QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &parent) const
@@ -111,9 +111,9 @@ QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &pare
     if (!parent.isValid())
         return row == 0 && !m_items.empty() ? createIndex(0, 0, quintptr(0)) : QModelIndex();
     const Item *p = item(parent);
-    if (!p || std::size_t(row) >= p->children.size())
+    if (!p || row >= p->childCount)
         return {};
-    return createIndex(row, 0, quintptr(p->children[std::size_t(row)]));
+    return createIndex(row, 0, quintptr(m_children[std::size_t(p->firstChild + row)]));
 }
 
 QModelIndex CVLocationsModel::parent(const QModelIndex &child) const
@@ -131,7 +131,7 @@ int CVLocationsModel::rowCount(const QModelIndex &parent) const
     if (!parent.isValid())
         return m_items.empty() ? 0 : 1;
     const Item *it = item(parent);
-    return it ? int(it->children.size()) : 0;
+    return it ? it->childCount : 0;
 }
 
 int CVLocationsModel::columnCount(const QModelIndex &) const

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QAbstractItemModel>
-#include <QHash>
 
 #include <memory>
 #include <vector>
@@ -42,11 +41,14 @@ public:
     Qt::DropActions supportedDragActions() const override;
 
 private:
+    // The outline as flat arrays, built in a few passes over the node list: item 0 is the
+    // root; an item's children are a run of m_children.
     struct Item {
         int node = -1;
         int parent = -1;
         int row = 0;
-        std::vector<int> children;
+        int firstChild = 0;
+        int childCount = 0;
     };
     const Item *item(const QModelIndex &index) const;
 
@@ -54,7 +56,8 @@ private:
     QString m_startupDriveName;
     std::shared_ptr<const std::vector<int>> m_nodes; // keeps the list the items point into
     std::vector<Item> m_items;
-    QHash<QString, int> m_folderItems; // lcPath -> item, folders and drives only
+    std::vector<int> m_children;
+    std::vector<int> m_itemOfKey; // by node key: the item, or -1
     int m_drives = 0;
     int m_folders = 0;
     int m_files = 0;

@@ -19,11 +19,21 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QThread>
 #include <QUuid>
 
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
 
 using namespace Qt::StringLiterals;
 
@@ -243,17 +253,39 @@ bool CVHelperApplicationControl::startInstalledHelper(QString *error, qint64 *pi
             *error = u"Corvana Helper is not installed at %1"_s.arg(installedHelperPath());
         return false;
     }
-    QProcess process;
-    process.setProgram(program);
-    process.setWorkingDirectory(QDir::homePath());
-    // It outlives this program: its lines go to the system log, not to our terminal.
-    process.setStandardOutputFile(QProcess::nullDevice());
-    process.setStandardErrorFile(QProcess::nullDevice());
-    if (!process.startDetached(pid)) {
+    // Spawned without a copy of this process (forking a program that holds a large library
+    // costs tens of milliseconds), in a session of its own: it outlives this program, and its
+    // lines go to the system log, not to our terminal.
+    const QByteArray path = QFile::encodeName(program);
+    const QByteArray home = QFile::encodeName(QDir::homePath());
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addchdir_np(&actions, home.constData());
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
+    char *argv[] = { const_cast<char *>(path.constData()), nullptr };
+    pid_t child = 0;
+    const int failed = posix_spawn(&child, path.constData(), &actions, &attributes, argv, environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failed != 0) {
         if (error)
-            *error = u"Corvana Helper could not be started: %1"_s.arg(process.errorString());
+            *error = u"Corvana Helper could not be started: %1"_s.arg(QString::fromLocal8Bit(strerror(failed)));
         return false;
     }
+    // Reaped when it ends, so that it never lingers as a zombie of this program.
+    std::thread([child] {
+        int status = 0;
+        while (waitpid(child, &status, 0) < 0 && errno == EINTR) { }
+    }).detach();
+    if (pid)
+        *pid = child;
     return true;
 }
 

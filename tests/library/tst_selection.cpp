@@ -254,6 +254,33 @@ private Q_SLOTS:
         QVERIFY(m_library->locationNode(none->front()).isFile);
     }
 
+    void locationsComeInPlainOrderOfTheirLowerCasePaths()
+    {
+        // Names with characters that sort before and after "/", files named like folders,
+        // letter case, and drives whose paths fall among the folders of "/".
+        const QStringList names { u"a"_s, u"A b"_s, u"a-"_s, u"a.mp3"_s, u"a0"_s, u"\u00E9"_s, u"z"_s, u"E\u0301"_s };
+        QRandomGenerator random(7);
+        auto pick = [&] { return names[qsizetype(random.bounded(quint32(names.size())))]; };
+        QStringList tracks;
+        const QStringList tops { u""_s, u"/Volumes/Disk"_s, u"/Volumes/a"_s, u"/b"_s };
+        for (int i = 0; i < 300; ++i) {
+            QString path = tops[qsizetype(random.bounded(quint32(tops.size())))];
+            const int depth = 1 + int(random.bounded(3u));
+            for (int d = 0; d < depth; ++d)
+                path += u'/' + pick();
+            path += u'/' + pick() + QString::number(i % 7);
+            tracks.append(text("Location", u"file://"_s + QString::fromUtf8(QUrl::toPercentEncoding(path, "/"))));
+        }
+        load(library(tracks));
+        const auto list = m_library->filterEmptyLocations();
+        QVERIFY(list->size() > 300);
+        for (std::size_t i = 2; i < list->size(); ++i) {
+            const QString &before = m_library->locationNode(list->at(i - 1)).lcPath;
+            const QString &after = m_library->locationNode(list->at(i)).lcPath;
+            QVERIFY2(before < after, qPrintable(before + u" / "_s + after));
+        }
+    }
+
     void playlistTrees()
     {
         load(library({ text("Name", u"a"_s), text("Name", u"b"_s) + u"<key>Movie</key><true/>"_s },
@@ -312,6 +339,38 @@ private Q_SLOTS:
         m_library->clearMemoization();
         m_library->prepareSearch();
         QCOMPARE(ids(m_library->smartSelectPredicate(none)), before);
+    }
+
+    void searchTypedAndDeletedAtRandomFindsWhatAFreshSearchFinds()
+    {
+        // Keys typed and deleted at random: each result, narrowed from the longest text searched
+        // before that the current one extends, is what a search from scratch finds.
+        m_library->setLibraryFilePath(kEdgeLibrary);
+        QCOMPARE(m_library->loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
+        CVLibraryManager fresh(m_settings.get());
+        fresh.setPanes(&m_panes);
+        fresh.setLibraryFilePath(kEdgeLibrary);
+        QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
+        const CVPredicate none = CVPredicate::fromText(u""_s);
+        const QString keys = u"eaouhjt '\"*?\u00E9E\\"_s;
+        QRandomGenerator random(11);
+        QString text;
+        int narrowedNonEmpty = 0;
+        for (int step = 0; step < 400; ++step) {
+            if (text.size() >= 4 || (!text.isEmpty() && random.bounded(2u) == 0))
+                text.chop(1);
+            else
+                text += keys[qsizetype(random.bounded(quint32(keys.size())))];
+            if (step == 200)
+                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s, u"Artist"_s });
+            m_library->setSearchString(text);
+            const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
+            fresh.clearMemoization();
+            fresh.setSearchString(text);
+            QVERIFY2(narrowed == ids(fresh.smartSelectPredicate(none)), qPrintable(text));
+            narrowedNonEmpty += !narrowed.isEmpty() && text.size() > 1;
+        }
+        QVERIFY(narrowedNonEmpty > 20); // the walk found tracks, not only empty lists
     }
 
 private:
