@@ -1,5 +1,6 @@
 #include "Engine/CVLibraryFilePlayerLink.h"
 
+#include "Engine/CVPlayerJournal.h"
 #include "Library/CVFileURL.h"
 #include "Library/CVLibraryFileRewriter.h"
 #include "Platform/CVFileManagerLink.h"
@@ -31,21 +32,11 @@ CVLibraryFilePlayerLink::CVLibraryFilePlayerLink(
 QHash<QString, QString> CVLibraryFilePlayerLink::readJournal() const
 {
     QHash<QString, QString> locations;
-    QFile journal(m_journalPath);
-    if (!journal.open(QIODevice::ReadOnly))
-        return locations;
-    const QByteArray bytes = journal.readAll();
-    qsizetype start = 0;
-    for (;;) {
-        const qsizetype end = bytes.indexOf('\n', start);
-        if (end < 0)
-            break; // a line cut short by a crash was never acknowledged
-        const QByteArrayView line(bytes.constData() + start, end - start);
-        start = end + 1;
+    for (const QByteArray &line : CVPlayerJournal::completeLines(m_journalPath)) {
         const qsizetype tab = line.indexOf('\t');
         if (tab <= 0)
             continue;
-        const QByteArrayView url = line.sliced(tab + 1);
+        const QByteArrayView url = QByteArrayView(line).sliced(tab + 1);
         const std::optional<QString> path
             = CVFileURL::pathFromFileURL(std::string_view(url.data(), size_t(url.size())));
         if (path)
@@ -126,22 +117,16 @@ bool CVLibraryFilePlayerLink::setTrackLocation(const QString &persistentID, cons
     if (persistentID.isEmpty() || persistentID.contains(u'\t') || persistentID.contains(u'\n'))
         return false;
     QMutexLocker lock(&m_mutex);
-    QDir().mkpath(QFileInfo(m_journalPath).absolutePath());
     const QByteArray line = persistentID.toUtf8() + '\t' + CVFileURL::fileURLFromPath(path) + '\n';
-    const int fd
-        = ::open(QFile::encodeName(m_journalPath).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        CVLog::log(u"Corvana ScriptingBridge Error: %1"_s.arg(QString::fromLocal8Bit(strerror(errno))));
+    int error = 0;
+    if (!CVPlayerJournal::appendLine(m_journalPath, line, &error)) {
+        CVLog::log(u"Corvana ScriptingBridge Error: the player journal could not be written: %1"_s.arg(
+            QString::fromLocal8Bit(strerror(error))));
         return false;
     }
-    // One write per change: once it returns, a crash of this process cannot lose the line.
-    const bool ok = ::write(fd, line.constData(), size_t(line.size())) == line.size();
-    ::close(fd);
-    if (ok && m_journaled)
+    if (m_journaled)
         m_journaled->insert(persistentID, path);
-    if (!ok)
-        CVLog::log(u"Corvana ScriptingBridge Error: the player journal could not be written"_s);
-    return ok;
+    return true;
 }
 
 std::optional<QString> CVLibraryFilePlayerLink::trackLocation(const QString &persistentID)

@@ -1,6 +1,7 @@
 #include "Engine/CVRhythmboxPlayerLink.h"
 
 #include "Engine/CVLibraryFilePlayerLink.h"
+#include "Engine/CVPlayerJournal.h"
 #include "Library/CVRhythmDB.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
@@ -80,17 +81,8 @@ bool CVRhythmboxPlayerLink::isRhythmboxRunning() const
 QList<Change> CVRhythmboxPlayerLink::readJournal() const
 {
     QList<Change> changes;
-    QFile journal(m_journalPath);
-    if (!journal.open(QIODevice::ReadOnly))
-        return changes;
-    const QByteArray bytes = journal.readAll();
-    qsizetype start = 0;
-    for (;;) {
-        const qsizetype end = bytes.indexOf('\n', start);
-        if (end < 0)
-            break; // a line cut short by a crash was never acknowledged
-        const QList<QByteArray> parts = bytes.mid(start, end - start).split('\t');
-        start = end + 1;
+    for (const QByteArray &line : CVPlayerJournal::completeLines(m_journalPath)) {
+        const QList<QByteArray> parts = line.split('\t');
         if (parts.size() != 3 || parts[0].isEmpty() || parts[1].isEmpty())
             continue;
         changes.append({ parts[0], parts[1], parts[2] == "-" ? std::nullopt : std::optional<QByteArray>(parts[2]) });
@@ -106,16 +98,7 @@ QList<Change> CVRhythmboxPlayerLink::pendingChanges() const
 
 bool CVRhythmboxPlayerLink::appendToJournal(const Change &change)
 {
-    QDir().mkpath(QFileInfo(m_journalPath).absolutePath());
-    const QByteArray line = journalLine(change);
-    const int fd
-        = ::open(QFile::encodeName(m_journalPath).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0)
-        return false;
-    // One write per change: once it returns, a crash of this process cannot lose the line.
-    const bool ok = ::write(fd, line.constData(), size_t(line.size())) == line.size();
-    ::close(fd);
-    return ok;
+    return CVPlayerJournal::appendLine(m_journalPath, journalLine(change));
 }
 
 bool CVRhythmboxPlayerLink::applyJournal(QString *error)
