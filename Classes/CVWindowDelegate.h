@@ -218,7 +218,8 @@ private:
     void refreshPanesAfterQueueChange();
     QString filterDescription(const QString &name, bool *inForce) const;
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
-    void replaceQueueWithPredicate(const CVPredicate &predicate);
+    // The queue becomes (or gains) the predicate's tracks, saved and summed up.
+    void fillQueueWithPredicate(const CVPredicate &predicate, bool replace);
     void didEndSpanLocationCheckSheet(int advice, int returnCode, const QString &location, const QString &previous);
     // The View, Edit and Edit Spanning Queue menus with their items (and shortcuts).
     void setMenuEnabled(const QString &name, bool enabled);

@@ -394,9 +394,10 @@ void CVWindowDelegate::clearSpanningQueue()
 
 // ---- The bulk commands -------------------------------------------------------------------
 
-void CVWindowDelegate::replaceQueueWithPredicate(const CVPredicate &predicate)
+void CVWindowDelegate::fillQueueWithPredicate(const CVPredicate &predicate, bool replace)
 {
-    m_spanQueue.clear();
+    if (replace)
+        m_spanQueue.clear();
     ++m_spanQueueGeneration;
     const CVTrackList tracks = m_library->selectPredicate(predicate);
     for (CVTrack *t : tracks->tracks)
@@ -418,7 +419,7 @@ void CVWindowDelegate::selectAllSpannedTracksToRestore()
     m_presenter->beginSheet(alert, [this](int returnCode) {
         if (returnCode != CVPresenter::DefaultReturn)
             return;
-        replaceQueueWithPredicate(CVPredicate::fromText(u"( ItemIsSpanned == 1 )"_s));
+        fillQueueWithPredicate(CVPredicate::fromText(u"( ItemIsSpanned == 1 )"_s), true);
         if (m_browsingSpanningQueue)
             refreshPanesAfterQueueChange();
         doSetRestoreMode();
@@ -439,7 +440,7 @@ void CVWindowDelegate::selectAllTracksToConsolidateFiles()
     m_presenter->beginSheet(alert, [this](int returnCode) {
         if (returnCode != CVPresenter::DefaultReturn)
             return;
-        replaceQueueWithPredicate(CVPredicate::fromText(u""_s));
+        fillQueueWithPredicate(CVPredicate::fromText(u""_s), true);
         setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
         if (m_browsingSpanningQueue)
             refreshPanesAfterQueueChange();
@@ -454,17 +455,7 @@ void CVWindowDelegate::selectLastTracksSpannedRestored()
         return;
     const QStringList last = m_settings->mapValue(u"CVLastTracksSpanned"_s).keys();
     const auto add = [this, last](bool replace) {
-        if (replace) {
-            m_spanQueue.clear();
-            ++m_spanQueueGeneration;
-        }
-        const CVTrackList tracks = m_library->selectPredicate(CVPredicate::forPersistentIDs(last));
-        for (CVTrack *t : tracks->tracks)
-            m_spanQueue.insert(t->integer(CVAttr::TrackID), t);
-        ++m_spanQueueGeneration;
-        playQueueFeedback(false, QCursor::pos());
-        saveSpanningQueue();
-        updateSpanSummary();
+        fillQueueWithPredicate(CVPredicate::forPersistentIDs(last), replace);
         setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
         if (m_browsingSpanningQueue)
             refreshPanesAfterQueueChange();
