@@ -11,6 +11,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 #include <algorithm>
 #include <cstdio>
@@ -224,7 +225,27 @@ int CVSpanCommands::span(const CVTrackList &selection, bool restore)
     m_host.setRestoreMode(restore);
     if (!restore && !checkLocation())
         return kStatusError;
-    const QList<CVTrack *> queue = sortedQueue(selection);
+    QList<CVTrack *> queue = sortedQueue(selection);
+    if (m_host.crashedWhileSpanningLastRun()) {
+        // As the window puts them back in its queue: the interrupted run's tracks are part of
+        // this one, whatever state the history gives them now, so that it finishes their moves.
+        const QVariantMap interrupted = m_settings.mapValue(u"CVLastTracksSpanned"_s);
+        const QSet<CVTrack *> chosen(queue.cbegin(), queue.cend());
+        int added = 0;
+        for (CVTrack *t : m_library.allTracks()) {
+            if (!chosen.contains(t) && interrupted.contains(t->text(CVAttr::PersistentID))) {
+                queue.append(t);
+                ++added;
+            }
+        }
+        if (added > 0) {
+            std::fprintf(stderr, "%d track%s of the interrupted run %s added to this run.\n", added,
+                added == 1 ? "" : "s", added == 1 ? "is" : "are");
+            auto list = std::make_shared<CVTrackListData>();
+            list->tracks.assign(queue.cbegin(), queue.cend());
+            queue = sortedQueue(list);
+        }
+    }
     double queueSize = 0;
     for (const CVTrack *t : queue)
         queueSize += double(t->real(CVAttr::Size));
