@@ -33,6 +33,9 @@ public:
     // Why new locations cannot be taken and kept now (an empty text when they can): what a run
     // checks with a real write before it copies anything.
     virtual QString checkLocationsCanBeSet() { return {}; }
+    // Called on the run's thread before its first copy: a player that just started may need a
+    // moment before it keeps what it is told.
+    virtual void prepareForChanges() { }
     // Points the player's file track at the path. False when the player does not hold the track.
     virtual bool setTrackLocation(const QString &persistentID, const QString &path) = 0;
     // The player's idea of where the track's file is (reading it makes the player look again).

@@ -203,6 +203,41 @@ void CVRhythmboxPlayerLink::noteMove(const QString &persistentID, const QByteArr
     m_locations.insert(persistentID, to);
 }
 
+namespace {
+
+// Seconds since the process started, from its start time in clock ticks after boot.
+double processAge(qint64 pid)
+{
+    QFile stat(u"/proc/%1/stat"_s.arg(pid));
+    QFile uptime(u"/proc/uptime"_s);
+    if (!stat.open(QIODevice::ReadOnly) || !uptime.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray line = stat.readAll();
+    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 20)
+        return -1;
+    const double started = fields[19].toDouble() / double(::sysconf(_SC_CLK_TCK));
+    return uptime.readAll().split(' ').value(0).toDouble() - started;
+}
+
+} // namespace
+
+void CVRhythmboxPlayerLink::letRhythmboxSettle()
+{
+    // In its first seconds Rhythmbox scans its library folders: a run's first copies appearing
+    // there then become new songs, and the old entries keep their places and counts. Wait for
+    // the scan to pass before the run copies anything.
+    constexpr double kSettleSeconds = 5.0;
+    const QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    const qint64 pid = bus ? qint64(bus->servicePid(text(Service)).value()) : 0;
+    if (pid <= 0 || pid == m_settledPid)
+        return;
+    const double age = processAge(pid);
+    if (age >= 0 && age < kSettleSeconds)
+        QThread::msleep(quint64((kSettleSeconds - age) * 1000));
+    m_settledPid = pid;
+}
+
 bool CVRhythmboxPlayerLink::setLive(const Change &change)
 {
     QDBusMessage message = QDBusMessage::createMethodCall(
@@ -296,11 +331,29 @@ std::optional<QString> CVRhythmboxPlayerLink::trackLocation(const QString &persi
     return CVRhythmDB::pathFromURI(uri);
 }
 
+namespace {
+
+// Alive, and not only a zombie that nobody has reaped yet.
+bool processAlive(qint64 pid)
+{
+    QFile stat(u"/proc/%1/stat"_s.arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray line = stat.readAll();
+    const qsizetype paren = line.lastIndexOf(')');
+    return paren > 0 && paren + 2 < line.size() && line[paren + 2] != 'Z' && line[paren + 2] != 'X';
+}
+
+} // namespace
+
 bool CVRhythmboxPlayerLink::isRunning()
 {
     if (isRhythmboxRunning())
         return true;
     QMutexLocker lock(&m_mutex);
+    if (m_quittingPid > 0 && processAlive(m_quittingPid))
+        return true;
+    m_quittingPid = 0;
     // Rhythmbox has gone after a quit: what it could not be told live is written now.
     if (m_quitRequested && QFile::exists(m_journalPath)) {
         m_quitRequested = false;
@@ -327,6 +380,8 @@ void CVRhythmboxPlayerLink::quit()
             appendToJournal(change);
         m_quitRequested = true;
         m_scanned = false;
+        const QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+        m_quittingPid = bus ? qint64(bus->servicePid(text(Service)).value()) : 0;
     }
     // Rhythmbox saves its library before it quits; the caller waits for its name to go.
     if (!m_quitCommand.isEmpty()) {

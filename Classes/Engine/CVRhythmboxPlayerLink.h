@@ -47,6 +47,7 @@ public:
     bool isRunning() override;
     bool isReady() override { return true; }
     QString checkLocationsCanBeSet() override;
+    void prepareForChanges() override { letRhythmboxSettle(); }
     bool setTrackLocation(const QString &persistentID, const QString &path) override;
     std::optional<QString> trackLocation(const QString &persistentID) override;
     std::optional<quint32> playerState() override;
@@ -68,6 +69,7 @@ private:
     QList<CVRhythmDBRewriter::Change> readJournal() const;
     bool appendToJournal(const CVRhythmDBRewriter::Change &change);
     bool setLive(const CVRhythmDBRewriter::Change &change);
+    void letRhythmboxSettle();
     void noteMove(const QString &persistentID, const QByteArray &from, const QByteArray &to);
     bool applyJournalLocked(QString *error);
 
@@ -81,6 +83,9 @@ private:
     int m_timeoutMs = 10000;
     int m_launchTimeoutMs = 30000;
     bool m_quitRequested = false;
+    // The process asked to quit: it still writes its file after its bus name is gone.
+    qint64 m_quittingPid = 0;
+    qint64 m_settledPid = 0; // the Rhythmbox that has been up long enough to take changes
 
     mutable QMutex m_mutex;
     bool m_scanned = false;
