@@ -409,13 +409,10 @@ qint64 CVMediaSpanner::maxFileSizeFor(const QString &path)
 
 void CVMediaSpanner::syncCopies()
 {
-    QSet<dev_t> synced;
-    for (const QString &folder : std::as_const(m_unsyncedFolders)) {
-        struct stat info { };
-        if (::stat(QFile::encodeName(folder).constData(), &info) != 0 || synced.contains(info.st_dev))
-            continue;
-        synced.insert(info.st_dev);
-        CVFileCopier::syncFileSystemOf(folder);
+    QString error;
+    if (!CVFileCopier::syncFileSystemsOf(QStringList(m_unsyncedFolders.cbegin(), m_unsyncedFolders.cend()), &error)) {
+        CVLog::log(error);
+        m_copiesNotDurable = error;
     }
     m_unsyncedFolders.clear();
 }
@@ -463,6 +460,70 @@ void CVMediaSpanner::cleanUpEmptyDirectoriesStartingFromPath(const QString &path
         m_fileManager->moveToTrash(p);
         if (!QFileInfo::exists(p))
             ++m_trashedFolderCount;
+    }
+}
+
+void CVMediaSpanner::cleanUpEmptyDirectories(const QList<std::pair<QString, int>> &trashedItems)
+{
+    // Folders at one height are trashed as one batch: their info files, one sync, then the moves.
+    QHash<QString, int> round;
+    const auto climb = [&round](const QString &item, int depth) {
+        if (depth <= 0)
+            return;
+        const QString parent = QFileInfo(item).absolutePath();
+        round[parent] = qMax(round.value(parent), depth);
+    };
+    for (const auto &[item, depth] : trashedItems)
+        climb(item, depth);
+    const auto onlyInvisible = [this](const QString &folder) {
+        const QStringList entries
+            = QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+        return std::all_of(entries.cbegin(), entries.cend(),
+            [&](const QString &entry) { return urlIsInvisible(folder + u'/' + entry); });
+    };
+    while (!round.isEmpty() && m_fileManager) {
+        QStringList folders = round.keys();
+        // Deeper folders first: a folder that holds another of the round is looked at again after it.
+        std::sort(
+            folders.begin(), folders.end(), [](const QString &a, const QString &b) { return a.size() > b.size(); });
+        QList<CVTrash::Pending> pending;
+        QStringList infoFolders;
+        QHash<QString, int> next;
+        for (const QString &folder : std::as_const(folders)) {
+            if (isProtectedFolder(folder))
+                continue;
+            if (!onlyInvisible(folder)) {
+                const bool holdsAnother = std::any_of(folders.cbegin(), folders.cend(),
+                    [&](const QString &other) { return other.startsWith(folder + u'/'); });
+                if (holdsAnother)
+                    next[folder] = qMax(next.value(folder), round.value(folder));
+                continue;
+            }
+            CVTrash::Pending p;
+            if (!CVTrash::prepare(folder, p))
+                continue;
+            infoFolders.append(p.infoFolder());
+            pending.append(p);
+        }
+        if (!pending.isEmpty() && !CVFileCopier::syncFileSystemsOf(infoFolders)) {
+            for (CVTrash::Pending &p : pending)
+                CVTrash::abandon(p);
+            return;
+        }
+        for (CVTrash::Pending &p : pending) {
+            // Still nothing but hidden files in it, right before it goes.
+            if (!onlyInvisible(p.path) || !CVTrash::commit(p).ok) {
+                CVTrash::abandon(p);
+                continue;
+            }
+            ++m_trashedFolderCount;
+            const int depth = round.value(p.path) - 1;
+            if (depth > 0) {
+                const QString parent = QFileInfo(p.path).absolutePath();
+                next[parent] = qMax(next.value(parent), depth);
+            }
+        }
+        round = std::move(next);
     }
 }
 

@@ -14,6 +14,7 @@
 #include <QVariantMap>
 
 #include <atomic>
+#include <functional>
 #include <optional>
 
 class CVFileManagerLink;
@@ -199,8 +200,30 @@ private:
     bool readPlayerLibrary(QHash<QString, QString> &locations, QString &mediaFolder);
     // Saves the history on the main thread; false (logged) when the records are not on disk.
     bool saveHistory();
-    // Moves an original to the Trash after its copy was checked; the reason when it stays.
-    QString trashOriginal(const CVTrack *track, const QString &pid, const QString &original, const QString &dest);
+    // Whether the original may go to the Trash: the reason when it stays; `go` is unset also when
+    // the file is not one of this run's (it stays without a word then).
+    QString checkOriginalMayGo(const QString &pid, const QString &original, const QString &dest, bool &go) const;
+    // The file at dest still stands in for the original: a name of it, or this run's copy as made.
+    bool copyStandsInFor(const QString &pid, const QString &original, const QString &dest) const;
+    // Moves the run's originals to the Trash, each only after its info file and the run's records
+    // (history, player library, copies) are on disk; one sync per filesystem covers a batch.
+    struct TrashStep {
+        const CVTrack *track = nullptr;
+        QString pid;
+        QString original;
+        QString dest;
+        QString problem; // why the original stays, when it does
+        bool go = false;
+        bool trashed = false;
+        CVTrash::Pending pending;
+    };
+    // `saveRecords` runs once, before the first move; when it fails every original stays.
+    void trashOriginals(QList<TrashStep> &steps, const std::function<bool()> &saveRecords,
+        const std::function<void(const TrashStep &)> &done);
+    // Empty folders left behind by trashed files, climbed `depth` folders up, in batches as above.
+    void cleanUpEmptyDirectories(const QList<std::pair<QString, int>> &trashedItems);
+    // The places whose filesystems hold what records a run: the history and the player's library.
+    QStringList recordPlaces() const;
     void setTaskLine(const QString &text, int alignment = 0x1);
     void showStep(int step, int maximum);
     void waitWhilePaused();
@@ -209,7 +232,8 @@ private:
     void prepareWindowForRun();
     bool isProtectedFolder(const QString &folder) const;
     CVTrash::Result trashAndCleanUp(const CVTrack *track, const QString &path);
-    // Flushes the filesystems that received copies since the last call.
+    // Flushes the filesystems that received copies since the last call; a failure is kept in
+    // m_copiesNotDurable, and no original goes to the Trash while it is set.
     void syncCopies();
     QString displayTitleForPath(const QString &path) const;
     QVariantMap lastTracksSpanned() const;
@@ -232,6 +256,8 @@ private:
     int m_trashedFolderCount = 0;
     QHash<QString, QString> m_spannedTracks;
     QSet<QString> m_unsyncedFolders;
+    QString m_copiesNotDurable;
+    QString m_playerLibraryFile; // the library file the player wrote, as last read
     QHash<QString, QString> m_previouslySpannedTracks;
     // The copies this run made or took as made, by persistent ID: what may stand in for an
     // original before the original goes to the Trash.

@@ -134,35 +134,36 @@ bool CVMediaSpanner::isOurCopy(const QString &pid, const QString &dest, const QS
     return false;
 }
 
-QString CVMediaSpanner::trashOriginal(
-    const CVTrack *track, const QString &pid, const QString &original, const QString &dest)
+bool CVMediaSpanner::copyStandsInFor(const QString &pid, const QString &original, const QString &dest) const
 {
+    struct stat copy { };
+    struct stat target { };
+    // A link (or a second name) of the copy itself, such as the link of a dependent track.
+    if (::stat(QFile::encodeName(dest).constData(), &copy) == 0
+        && ::stat(QFile::encodeName(original).constData(), &target) == 0 && target.st_dev == copy.st_dev
+        && target.st_ino == copy.st_ino)
+        return true;
+    return m_copies.contains(pid) && isOurCopy(pid, dest, original);
+}
+
+QString CVMediaSpanner::checkOriginalMayGo(
+    const QString &pid, const QString &original, const QString &dest, bool &go) const
+{
+    go = false;
     struct stat item { };
     if (::lstat(QFile::encodeName(original).constData(), &item) != 0)
         return {};
-    struct stat copy { };
-    const bool copyThere = ::stat(QFile::encodeName(dest).constData(), &copy) == 0;
-    // A link (or a second name) of the copy itself, such as the link of a dependent track.
-    const bool leadsToCopy = copyThere && [&] {
-        struct stat target { };
-        return ::stat(QFile::encodeName(original).constData(), &target) == 0 && target.st_dev == copy.st_dev
-            && target.st_ino == copy.st_ino;
-    }();
-    if (!leadsToCopy) {
+    if (!copyStandsInFor(pid, original, dest)) {
         // Not a file this run copied from: it is someone's, and stays.
         if (!m_copies.contains(pid)) {
             CVLog::log(u"Kept %1: not copied in this run"_s.arg(original));
             return {};
         }
-        if (!isOurCopy(pid, dest, original))
-            return u"“%1” was kept: its copy at “%2” is not there as Corvana made it."_s.arg(original, dest);
+        return u"“%1” was kept: its copy at “%2” is not there as Corvana made it."_s.arg(original, dest);
     }
     const QString refusal = refusalForItem(original, false);
     if (!refusal.isEmpty())
         return refusal;
-    const CVTrash::Result trashed = trashAndCleanUp(track, original);
-    if (!trashed.ok)
-        return trashed.error;
-    ++m_trashedFileCount;
+    go = true;
     return {};
 }

@@ -143,6 +143,7 @@ void CVMediaSpanner::updateDependentTracks()
     m_runRestoreMode = false;
     m_runSpanLocation.clear();
     m_copies.clear();
+    m_copiesNotDurable.clear();
     loadPreviouslySpannedTracks();
     QStringList spans;
     for (const CVTrack *track : tracks)

@@ -2,6 +2,7 @@
 #include "Engine/CVMediaSpanner.h"
 
 #include "Engine/CVMediaSpannerThreads.h"
+#include "Engine/CVPlayerLink.h"
 #include "Engine/CVSpannerHost.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileCopier.h"
@@ -12,7 +13,9 @@
 #include "Platform/CVVolumes.h"
 #include "Platform/FileSystemEventWatcher.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 #include <cerrno>
 #include <cstring>
@@ -64,6 +67,7 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     m_skipTheRest = false;
     m_needsReloadAfterSpan = false;
     m_copies.clear();
+    m_copiesNotDurable.clear();
     m_claimedDestinations.clear();
     m_maxFileSizes.clear();
     // Two names that differ only in letter case meet at one file on some drives (exFAT, FAT, SMB).
@@ -85,22 +89,30 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     prepareWindowForRun();
     loadPreviouslySpannedTracks();
 
-    // Watch the drives the run works on; remember where every track was, for a crash.
-    QStringList watchList { m_runSpanLocation.isEmpty() ? u"/"_s : m_runSpanLocation };
+    // Watch the folders the run works in (never a whole drive: a restore has no span location);
+    // remember where every track was, for a crash.
+    QStringList watchList;
+    QSet<QString> watched;
+    const auto watchFolderOf = [&](const QString &path) {
+        const QString folder = QFileInfo(path).absolutePath();
+        if (!path.isEmpty() && !watched.contains(folder)) {
+            watched.insert(folder);
+            watchList.append(folder);
+        }
+    };
+    if (!m_runSpanLocation.isEmpty()) {
+        watchList.append(QDir::cleanPath(m_runSpanLocation));
+        watched.insert(watchList.constLast());
+    }
     QStringList drivePaths { m_runSpanLocation };
     if (crashedWhileSpanningLastRun()) {
-        for (auto it = m_previouslySpannedTracks.cbegin(); it != m_previouslySpannedTracks.cend(); ++it) {
-            const QString root = CVVolumes::driveRootOfPath(it.value());
-            if (!root.isEmpty() && !watchList.contains(root))
-                watchList.append(root);
-        }
+        for (auto it = m_previouslySpannedTracks.cbegin(); it != m_previouslySpannedTracks.cend(); ++it)
+            watchFolderOf(it.value());
     } else {
         QVariantMap inFlight;
         for (const CVTrack *track : tracks) {
             const QString current = getCurrentPathForItem(track);
-            const QString root = CVVolumes::driveRootOfPath(current);
-            if (!root.isEmpty() && !watchList.contains(root))
-                watchList.append(root);
+            watchFolderOf(current);
             inFlight.insert(track->text(CVAttr::PersistentID), current);
         }
         if (m_settings)
@@ -109,6 +121,9 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
         for (auto it = inFlight.cbegin(); it != inFlight.cend(); ++it)
             m_previouslySpannedTracks.insert(it.key(), it.value().toString());
     }
+    if (restore)
+        for (const CVTrack *track : tracks)
+            watchFolderOf(getOriginalPathForItem(track));
     for (const CVTrack *track : tracks) {
         drivePaths.append(getCurrentPathForItem(track));
         if (restore)
@@ -117,7 +132,9 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     noteDrivesOfRun(drivePaths);
     if (m_settings)
         m_settings->synchronize();
-    FileSystemEventWatcher::sharedPathWatcher()->startWatchingPaths(watchList);
+    FileSystemEventWatcher::sharedPathWatcher()->startWatchingFolders(watchList);
+    if (m_playerLink)
+        m_playerLink->prepareForChanges();
     if (m_host) {
         CVSpannerHost *host = m_host;
         CVMediaSpannerThreads::onMainThreadLater([host] { host->tellCorvanaHelperToQuit(); });

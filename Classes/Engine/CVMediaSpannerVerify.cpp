@@ -8,7 +8,9 @@
 #include "Library/CVFileURL.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPlayerLibraryFile.h"
+#include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVFaultInjection.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVPresenter.h"
@@ -80,6 +82,7 @@ bool CVMediaSpanner::readPlayerLibrary(QHash<QString, QString> &locations, QStri
         CVLog::log(u"The library file could not be read: %1"_s.arg(error));
         return false;
     }
+    m_playerLibraryFile = file;
     locations.clear();
     for (const CVTrack &t : contents.tracks)
         locations.insert(t.text(CVAttr::PersistentID), t.text(CVAttr::Location));
@@ -166,9 +169,12 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
     }
 
     // The records go to disk before any original goes to the Trash: a file whose move is not
-    // recorded must still be where the user had it.
+    // recorded must still be where the user had it. They are saved right before the first move,
+    // once everything else that move needs is on disk (the store's commit is durable by itself).
     bool recorded = true;
-    if (!confirmed.isEmpty() && m_library) {
+    const auto saveRecords = [&] {
+        if (confirmed.isEmpty() || !m_library)
+            return true;
         for (const Confirmed &c : std::as_const(confirmed)) {
             if (c.known)
                 m_library->updateItemInSpanStore(c.track, c.dest);
@@ -176,45 +182,57 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
                 m_library->addItemToSpanStore(c.track, c.dest);
         }
         recorded = saveHistory();
-    }
+        return recorded;
+    };
 
     Q_EMIT progressChanged(1, n, false);
     setTaskLine(u"Verifying Track Locations and Moving Successfully Copied Files to Trash"_s);
-    int step = 1;
-    const QString where = m_runUnderWay ? displayTitleForPath(m_runSpanLocation) : QString();
+    QList<TrashStep> steps;
+    steps.reserve(confirmed.size());
     for (const Confirmed &c : std::as_const(confirmed)) {
-        showStep(step++, int(confirmed.size()));
-        const bool oldFileLeft = !c.prev.isEmpty() && c.prev != c.loc && c.prev != c.dest && itemExists(c.prev);
+        TrashStep step;
+        step.track = c.track;
+        step.pid = c.pid;
+        step.original = c.prev;
+        step.dest = c.dest;
+        if (!c.prev.isEmpty() && c.prev != c.loc && c.prev != c.dest && itemExists(c.prev))
+            step.problem = checkOriginalMayGo(c.pid, c.prev, c.dest, step.go);
+        steps.append(step);
+    }
+    int stepNumber = 1;
+    const QString where = m_runUnderWay ? displayTitleForPath(m_runSpanLocation) : QString();
+    qsizetype index = 0;
+    trashOriginals(steps, saveRecords, [&](const TrashStep &step) {
+        const Confirmed &c = confirmed.at(index++);
+        showStep(stepNumber++, int(confirmed.size()));
         if (!recorded) {
+            const bool oldFileLeft = !c.prev.isEmpty() && c.prev != c.loc && c.prev != c.dest && itemExists(c.prev);
             addRow(c.track, CVResultIcon::Fail,
                 oldFileLeft
                     ? u"The span history could not be written, so the original file was kept at “%1”."_s.arg(c.prev)
                     : u"The span history could not be written."_s);
-            continue;
+            return;
         }
-        const QString place = m_runUnderWay ? where : displayTitleForPath(c.track->text(CVAttr::BaseSpanPath));
-        QString problem;
-        if (oldFileLeft) {
-            problem = trashOriginal(c.track, c.pid, c.prev, c.dest);
-            if (!problem.isEmpty())
-                CVLog::log(u"Tried to trash file, but failed. (%1) %2"_s.arg(c.prev, problem));
-        }
+        QString problem = step.problem;
+        if (!problem.isEmpty())
+            CVLog::log(u"Tried to trash file, but failed. (%1) %2"_s.arg(c.prev, problem));
         // The link that made a dependent track playable leads nowhere once its file is gone.
         if (problem.isEmpty() && !c.linkBefore.isEmpty() && !c.prev.isEmpty() && linkTarget(c.linkBefore) == c.prev
             && !QFileInfo::exists(c.prev) && m_fileManager)
             m_fileManager->moveToTrash(c.linkBefore);
+        const QString place = m_runUnderWay ? where : displayTitleForPath(c.track->text(CVAttr::BaseSpanPath));
         if (!problem.isEmpty()) {
             addRow(c.track, CVResultIcon::Fail,
                 c.isSpan
                     ? u"Track spanned to '%1', but its original file stays at “%2”: %3"_s.arg(place, c.prev, problem)
                     : u"Track restored to its original location, but the spanned file stays at “%1”: %2"_s.arg(
                         c.prev, problem));
-            continue;
+            return;
         }
         addRow(c.track, CVResultIcon::FullSuccess,
             c.isSpan ? u"Track successfully spanned to '%1'."_s.arg(place)
                      : u"Track successfully restored to its original location."_s);
-    }
+    });
     if (!pointBack.isEmpty())
         pointBackAtOriginals(pointBack);
 
@@ -246,6 +264,100 @@ bool CVMediaSpanner::saveHistory()
     if (!saved)
         CVLog::log(u"The span history could not be saved: no original is moved to the Trash"_s);
     return saved;
+}
+
+QStringList CVMediaSpanner::recordPlaces() const
+{
+    QStringList places { CVSpanHistory::applicationSupportFolder() };
+    if (!m_playerLibraryFile.isEmpty())
+        places.append(m_playerLibraryFile);
+    return places;
+}
+
+void CVMediaSpanner::trashOriginals(QList<TrashStep> &steps, const std::function<bool()> &saveRecords,
+    const std::function<void(const TrashStep &)> &done)
+{
+    // Info files of a batch, one sync of every filesystem involved (the first time also those of
+    // the support folder and the player's library), then the moves. Small enough that a crash
+    // leaves few info files without items. The records are saved between the first sync and the
+    // first move, so that a crash finds either no record or every record with its original still
+    // there, for the next run to finish.
+    constexpr qsizetype kBatch = 1000;
+    QList<std::pair<QString, int>> trashed;
+    bool saved = false;
+    bool recordsSynced = false;
+    for (qsizetype from = 0; from < steps.size() || !saved; from += kBatch) {
+        const qsizetype to = qMin(steps.size(), from + kBatch);
+        QStringList places;
+        for (qsizetype i = from; i < to; ++i) {
+            TrashStep &step = steps[i];
+            if (!step.go || !step.problem.isEmpty())
+                continue;
+            if (!m_copiesNotDurable.isEmpty()) {
+                step.problem = u"“%1” was kept: %2"_s.arg(step.original, m_copiesNotDurable);
+                continue;
+            }
+            if (!m_fileManager) {
+                step.problem = u"No Trash is available."_s;
+                continue;
+            }
+            if (!CVTrash::prepare(step.original, step.pending)) {
+                step.problem = step.pending.error;
+                continue;
+            }
+            places.append(step.pending.infoFolder());
+        }
+        const bool moves = !places.isEmpty();
+        if (!recordsSynced)
+            places += recordPlaces();
+        QString error;
+        if (moves && CVFileCopier::syncFileSystemsOf(places, &error)) {
+            recordsSynced = true;
+        } else if (moves) {
+            CVLog::log(error);
+            for (qsizetype i = from; i < to; ++i) {
+                if (steps[i].go && steps[i].problem.isEmpty()) {
+                    CVTrash::abandon(steps[i].pending);
+                    steps[i].problem = u"“%1” was kept: %2"_s.arg(steps[i].original, error);
+                }
+            }
+        }
+        if (!saved) {
+            saved = true;
+            if (!saveRecords()) {
+                // Nothing is recorded: every original stays.
+                for (TrashStep &step : steps) {
+                    if (step.go && step.problem.isEmpty())
+                        CVTrash::abandon(step.pending);
+                    step.go = false;
+                    done(step);
+                }
+                return;
+            }
+        }
+        for (qsizetype i = from; i < to; ++i) {
+            TrashStep &step = steps[i];
+            if (step.go && step.problem.isEmpty()) {
+                CVFaultInjection::fault(CVFaultInjection::Point::BeforeTrash, step.dest);
+                // The copy is looked at last right before its original moves: the info file and
+                // the sync took time, and anything may have replaced it since the checks.
+                if (!copyStandsInFor(step.pid, step.original, step.dest)) {
+                    CVTrash::abandon(step.pending);
+                    step.problem = u"“%1” was kept: its copy at “%2” is not there as Corvana made it."_s.arg(
+                        step.original, step.dest);
+                } else if (const CVTrash::Result moved = CVTrash::commit(step.pending); !moved.ok) {
+                    step.problem = moved.error;
+                } else {
+                    step.trashed = true;
+                    ++m_trashedFileCount;
+                    const QString kind = step.track->text(CVAttr::MediaType);
+                    trashed.append({ step.original, kind == u"Music"_s || kind == u"TV Shows"_s ? 3 : 2 });
+                }
+            }
+            done(step);
+        }
+    }
+    cleanUpEmptyDirectories(trashed);
 }
 
 void CVMediaSpanner::pointBackAtOriginals(const QList<PointBack> &tracks)

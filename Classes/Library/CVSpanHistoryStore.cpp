@@ -161,10 +161,11 @@ bool CVSpanHistoryStore::open(const QString &path)
         return false;
     }
     sqlite3_busy_timeout(m_db, 5000);
-    // Full syncs: a crash or a power cut keeps every committed save. A store that an earlier
-    // version kept with a write-ahead log is folded back into its one file here; when that
-    // cannot be done now (read-only, or the helper has it open), it is done after each save.
-    if (!exec("PRAGMA synchronous=FULL;"))
+    // A crash or a power cut keeps every committed save: EXTRA also syncs the folder once the
+    // journal is deleted, else the journal could come back and roll the commit back. A store
+    // that an earlier version kept with a write-ahead log is folded back into its one file here;
+    // when that cannot be done now (read-only, or the helper has it open), after each save.
+    if (!exec("PRAGMA synchronous=EXTRA;"))
         return fail(u"Cannot set up %1"_s.arg(path));
     exec("PRAGMA journal_mode=DELETE;");
     if (version < kSchemaVersion) {

@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kPoints = int(CVFaultInjection::Point::LibraryRename) + 1;
+constexpr int kPoints = int(CVFaultInjection::Point::BeforeTrash) + 1;
 
 struct Fault {
     int remaining = 0; // calls until the failure; 0 is none
@@ -24,6 +24,7 @@ struct Fault {
 
 QMutex mutex;
 std::array<Fault, kPoints> faults;
+std::array<std::function<void(const QString &)>, kPoints> actions;
 // Most processes never have a fault: one relaxed load is all they pay per call.
 std::atomic<bool> armed { false };
 
@@ -33,7 +34,8 @@ const QHash<QString, CVFaultInjection::Point> &pointNames()
     static const QHash<QString, P> names { { u"copy-open"_s, P::CopyOpen }, { u"copy-write"_s, P::CopyWrite },
         { u"copy-fsync"_s, P::CopyFsync }, { u"copy-rename"_s, P::CopyRename }, { u"folder-create"_s, P::FolderCreate },
         { u"trash-rename"_s, P::TrashRename }, { u"history-commit"_s, P::HistoryCommit },
-        { u"library-rename"_s, P::LibraryRename } };
+        { u"library-rename"_s, P::LibraryRename }, { u"filesystem-sync"_s, P::FileSystemSync },
+        { u"trash-info-sync"_s, P::TrashInfoSync }, { u"before-trash"_s, P::BeforeTrash } };
     return names;
 }
 
@@ -42,7 +44,7 @@ const QHash<QString, int> &errorNames()
     static const QHash<QString, int> names { { u"ENOSPC"_s, ENOSPC }, { u"EIO"_s, EIO }, { u"EACCES"_s, EACCES },
         { u"EPERM"_s, EPERM }, { u"EROFS"_s, EROFS }, { u"ENODEV"_s, ENODEV }, { u"ENOENT"_s, ENOENT },
         { u"EDQUOT"_s, EDQUOT }, { u"EXDEV"_s, EXDEV }, { u"EINVAL"_s, EINVAL }, { u"ENOTCONN"_s, ENOTCONN },
-        { u"KILL"_s, CVFaultInjection::Kill } };
+        { u"KILL"_s, CVFaultInjection::Kill }, { u"SKIP"_s, CVFaultInjection::Skip } };
     return names;
 }
 
@@ -110,6 +112,29 @@ int CVFaultInjection::fault(Point point)
     return error;
 }
 
+int CVFaultInjection::fault(Point point, const QString &path)
+{
+    readEnvironmentOnce();
+    if (!armed.load(std::memory_order_relaxed))
+        return 0;
+    std::function<void(const QString &)> action;
+    {
+        QMutexLocker lock(&mutex);
+        action = actions[std::size_t(point)];
+    }
+    if (action)
+        action(path);
+    return fault(point);
+}
+
+void CVFaultInjection::setAction(Point point, std::function<void(const QString &path)> action)
+{
+    readEnvironmentOnce();
+    QMutexLocker lock(&mutex);
+    actions[std::size_t(point)] = std::move(action);
+    armed = true;
+}
+
 void CVFaultInjection::set(Point point, int nth, int error, bool repeat)
 {
     readEnvironmentOnce();
@@ -121,6 +146,7 @@ void CVFaultInjection::clear()
     readEnvironmentOnce();
     QMutexLocker lock(&mutex);
     faults = {};
+    actions = {};
     armed = false;
 }
 

@@ -293,9 +293,38 @@ bool CVFileCopier::syncFileSystemOf(const QString &path)
     const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return false;
-    const bool ok = ::syncfs(fd) == 0;
+    const int injected = CVFaultInjection::fault(Point::FileSystemSync);
+    const bool ok = injected == CVFaultInjection::Skip || (injected == 0 && ::syncfs(fd) == 0);
+    if (injected > 0)
+        errno = injected;
+    const int error = errno;
     ::close(fd);
+    errno = error;
     return ok;
+}
+
+bool CVFileCopier::syncFileSystemsOf(const QStringList &paths, QString *error)
+{
+    QSet<dev_t> synced;
+    for (const QString &given : paths) {
+        QString path = given;
+        struct stat info { };
+        while (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+            if (path == u"/"_s || path.isEmpty())
+                break;
+            path = QFileInfo(path).absolutePath();
+        }
+        if (synced.contains(info.st_dev))
+            continue;
+        if (!syncFileSystemOf(path)) {
+            if (error)
+                *error = u"The drive that holds “%1” could not write its changes: %2"_s.arg(
+                    path, QString::fromLocal8Bit(strerror(errno)));
+            return false;
+        }
+        synced.insert(info.st_dev);
+    }
+    return true;
 }
 
 CVFileCopier::Result CVFileCopier::copyFile(const QString &source, const QString &destination, Durability durability)

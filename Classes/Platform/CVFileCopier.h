@@ -44,6 +44,9 @@ Result copyFile(const QString &source, const QString &destination, Durability du
 
 // Flushes the whole filesystem that holds the path (one call for any number of copies).
 bool syncFileSystemOf(const QString &path);
+// Flushes each filesystem that holds one of the paths once (a path not there yet counts by its
+// nearest folder that is). False, naming the first that failed in `error`, when any fails.
+bool syncFileSystemsOf(const QStringList &paths, QString *error = nullptr);
 
 // Whether two files hold the same bytes, read side by side (from the page cache, mostly).
 enum class Comparison { Same, Different, Unreadable };

@@ -172,21 +172,76 @@ QString CVTrash::homeTrashFolder()
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/Trash"_s;
 }
 
-CVTrash::Result CVTrash::moveToTrash(const QString &givenPath)
+namespace {
+
+// Writes the info file under the first free name from `attempt` on; the item does not move.
+bool writeInfo(CVTrash::Pending &pending, int attempt)
 {
-    Result result;
+    const QByteArray info = QByteArrayLiteral("[Trash Info]\nPath=")
+        + encoded(pending.recordedPath).toPercentEncoding("/")
+        + "\nDeletionDate=" + QDateTime::currentDateTime().toString(u"yyyy-MM-ddThh:mm:ss"_s).toLatin1() + '\n';
+    const QString name = QFileInfo(pending.path).fileName();
+    for (; attempt < 10000; ++attempt) {
+        const QString candidate = trashName(name, attempt);
+        const QString infoPath = pending.trash + u"/info/"_s + candidate + u".trashinfo"_s;
+        const int fd = ::open(encoded(infoPath).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd < 0) {
+            if (errno == EEXIST)
+                continue;
+            pending.error = u"“%1” cannot be moved to the Trash: %2."_s.arg(
+                pending.shown, QString::fromLocal8Bit(strerror(errno)));
+            return false;
+        }
+        const bool written = ::write(fd, info.constData(), size_t(info.size())) == info.size();
+        const int error = errno;
+        ::close(fd);
+        if (!written) {
+            ::unlink(encoded(infoPath).constData());
+            pending.error = u"“%1” cannot be moved to the Trash: %2."_s.arg(
+                pending.shown, QString::fromLocal8Bit(strerror(error)));
+            return false;
+        }
+        pending.attempt = attempt;
+        pending.infoPath = infoPath;
+        pending.target = pending.trash + u"/files/"_s + candidate;
+        return true;
+    }
+    pending.error
+        = u"“%1” cannot be moved to the Trash: the Trash holds too many items of that name."_s.arg(pending.shown);
+    return false;
+}
+
+bool syncFile(const QString &path, int flags)
+{
+    const int fd = ::open(encoded(path).constData(), flags | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool ok = ::fsync(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return ok;
+}
+
+} // namespace
+
+bool CVTrash::prepare(const QString &givenPath, Pending &pending)
+{
+    pending = {};
     const QString path = QDir::cleanPath(QFileInfo(givenPath).absoluteFilePath());
-    const QString shown = QFileInfo(path).fileName();
+    pending.path = path;
+    pending.shown = QFileInfo(path).fileName();
+    const QString &shown = pending.shown;
     struct stat item { };
     if (path == u"/"_s || !lstatPath(path, item)) {
-        result.error = u"“%1” cannot be moved to the Trash because it does not exist."_s.arg(shown);
-        return result;
+        pending.error = u"“%1” cannot be moved to the Trash because it does not exist."_s.arg(shown);
+        return false;
     }
     const QString parent = parentOf(path);
     struct stat parentInfo { };
     if (::stat(encoded(parent).constData(), &parentInfo) != 0) {
-        result.error = u"“%1” cannot be moved to the Trash: %2."_s.arg(shown, QString::fromLocal8Bit(strerror(errno)));
-        return result;
+        pending.error = u"“%1” cannot be moved to the Trash: %2."_s.arg(shown, QString::fromLocal8Bit(strerror(errno)));
+        return false;
     }
 
     // The home trash serves every file on the volume of the data folder.
@@ -195,7 +250,7 @@ CVTrash::Result CVTrash::moveToTrash(const QString &givenPath)
         QDir().mkpath(dataHome);
     struct stat homeInfo { };
     QString trash;
-    QString recordedPath = path;
+    pending.recordedPath = path;
     if (::stat(encoded(dataHome).constData(), &homeInfo) == 0 && homeInfo.st_dev == parentInfo.st_dev) {
         trash = homeTrashFolder();
         if (!prepareTrash(trash))
@@ -204,60 +259,78 @@ CVTrash::Result CVTrash::moveToTrash(const QString &givenPath)
         const QString top = mountTopOf(parent, parentInfo.st_dev);
         trash = volumeTrash(top);
         // Trash folders of other volumes record the path relative to the volume.
-        if (top != u"/"_s)
-            recordedPath = path.mid(top.size() + 1);
-        else
-            recordedPath = path.mid(1);
+        pending.recordedPath = top != u"/"_s ? path.mid(top.size() + 1) : path.mid(1);
     }
     if (trash.isEmpty()) {
-        result.error = u"“%1” cannot be moved to the Trash because no Trash folder can be made on its drive. "
-                       "It was left where it is."_s.arg(shown);
-        return result;
+        pending.error = u"“%1” cannot be moved to the Trash because no Trash folder can be made on its drive. "
+                        "It was left where it is."_s.arg(shown);
+        return false;
     }
     if (path == trash || path.startsWith(trash + u'/')) {
-        result.error = u"“%1” is already in the Trash."_s.arg(shown);
-        return result;
+        pending.error = u"“%1” is already in the Trash."_s.arg(shown);
+        return false;
     }
+    pending.trash = trash;
+    return writeInfo(pending, 1);
+}
 
-    const QByteArray info = QByteArrayLiteral("[Trash Info]\nPath=") + encoded(recordedPath).toPercentEncoding("/")
-        + "\nDeletionDate=" + QDateTime::currentDateTime().toString(u"yyyy-MM-ddThh:mm:ss"_s).toLatin1() + '\n';
+bool CVTrash::syncInfo(Pending &pending)
+{
+    // The info file's bytes, then its name in info/.
+    const int injected = CVFaultInjection::fault(CVFaultInjection::Point::TrashInfoSync);
+    if (injected == CVFaultInjection::Skip)
+        return true;
+    if (injected == 0 && syncFile(pending.infoPath, O_RDONLY)
+        && syncFile(pending.trash + u"/info"_s, O_RDONLY | O_DIRECTORY))
+        return true;
+    const int error = injected > 0 ? injected : errno;
+    pending.error
+        = u"“%1” cannot be moved to the Trash: %2."_s.arg(pending.shown, QString::fromLocal8Bit(strerror(error)));
+    return false;
+}
 
-    const QString name = QFileInfo(path).fileName();
-    for (int attempt = 1; attempt < 10000; ++attempt) {
-        const QString candidate = trashName(name, attempt);
-        const QByteArray infoPath = encoded(trash + u"/info/"_s + candidate + u".trashinfo"_s);
-        const int fd = ::open(infoPath.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (fd < 0) {
-            if (errno == EEXIST)
-                continue;
-            result.error
-                = u"“%1” cannot be moved to the Trash: %2."_s.arg(shown, QString::fromLocal8Bit(strerror(errno)));
-            return result;
-        }
-        const bool written = ::write(fd, info.constData(), size_t(info.size())) == info.size();
-        ::close(fd);
-        const QString target = trash + u"/files/"_s + candidate;
-        if (!written) {
-            const int error = errno;
-            ::unlink(infoPath.constData());
-            result.error
-                = u"“%1” cannot be moved to the Trash: %2."_s.arg(shown, QString::fromLocal8Bit(strerror(error)));
-            return result;
-        }
-        if (renameNoReplace(encoded(path), encoded(target))) {
+CVTrash::Result CVTrash::commit(Pending &pending)
+{
+    Result result;
+    for (;;) {
+        if (renameNoReplace(encoded(pending.path), encoded(pending.target))) {
             result.ok = true;
-            result.trashedPath = target;
+            result.trashedPath = pending.target;
+            pending.infoPath.clear();
             return result;
         }
         const int error = errno;
-        ::unlink(infoPath.constData());
-        if (error == EEXIST || error == ENOTEMPTY)
+        abandon(pending);
+        // The name in files/ was taken since the info file was written: the next free name,
+        // with an info file of its own made durable before the move.
+        if ((error == EEXIST || error == ENOTEMPTY) && writeInfo(pending, pending.attempt + 1) && syncInfo(pending))
             continue;
-        result.error = u"“%1” cannot be moved to the Trash: %2."_s.arg(shown, QString::fromLocal8Bit(strerror(error)));
+        if (error != EEXIST && error != ENOTEMPTY)
+            pending.error = u"“%1” cannot be moved to the Trash: %2."_s.arg(
+                pending.shown, QString::fromLocal8Bit(strerror(error)));
+        abandon(pending);
+        result.error = pending.error;
         return result;
     }
-    result.error = u"“%1” cannot be moved to the Trash: the Trash holds too many items of that name."_s.arg(shown);
-    return result;
+}
+
+void CVTrash::abandon(Pending &pending)
+{
+    if (!pending.infoPath.isEmpty())
+        ::unlink(encoded(pending.infoPath).constData());
+    pending.infoPath.clear();
+}
+
+CVTrash::Result CVTrash::moveToTrash(const QString &givenPath)
+{
+    Pending pending;
+    Result result;
+    if (!prepare(givenPath, pending) || !syncInfo(pending)) {
+        abandon(pending);
+        result.error = pending.error;
+        return result;
+    }
+    return commit(pending);
 }
 
 void CVTrash::setMountPointFilter(std::function<bool(const QString &)> filter)

@@ -3,6 +3,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QHash>
+#include <QSet>
 #include <QSocketNotifier>
 #include <QThread>
 #include <QTimer>
@@ -59,10 +60,11 @@ quint32 flagsFor(quint32 mask)
 // One running inotify stream. It lives on the thread that receives the events.
 class CVInotifyStream : public QObject {
 public:
-    CVInotifyStream(FileSystemEventWatcher *watcher, const QStringList &roots, double latency)
+    CVInotifyStream(FileSystemEventWatcher *watcher, const QStringList &roots, double latency, bool trees)
         : m_watcher(watcher)
         , m_roots(roots)
         , m_latencyMs(int(latency * 1000))
+        , m_trees(trees)
     {
     }
 
@@ -94,16 +96,18 @@ public:
 
     QString describe() const
     {
-        return u"inotify stream: fd %1, %2 folders watched under %3, latency %4 s, flags %5"_s.arg(
-            QString::number(m_fd), QString::number(m_folders.size()), m_roots.join(u", "_s),
+        return u"inotify stream: fd %1, %2 folders watched %3 %4, latency %5 s, flags %6"_s.arg(QString::number(m_fd),
+            QString::number(m_folders.size()), m_trees ? u"under"_s : u"among"_s, m_roots.join(u", "_s),
             QString::number(m_latencyMs / 1000.0), QString::number(FileSystemEventWatcher::CreateFlags));
     }
+
+    int watchCount() const { return int(m_folders.size()); }
 
 private:
     void addRoot(const QString &root)
     {
         if (QFileInfo::exists(root)) {
-            addTree(root);
+            addWatched(root);
             return;
         }
         // The root is not there yet (a drive not mounted): watch the nearest existing folder
@@ -115,17 +119,32 @@ private:
         m_waitingRoots.append(root);
     }
 
+    // A root: with its whole tree, or (watching folders) only itself.
+    void addWatched(const QString &folder)
+    {
+        if (m_trees) {
+            addTree(folder);
+        } else if (addFolder(folder)) {
+            m_watched.insert(withoutTrailingSlash(folder));
+        }
+    }
+
     void addTree(const QString &folder)
     {
         if (!addFolder(folder))
             return;
+        if (!m_trees)
+            m_watched.insert(withoutTrailingSlash(folder));
         QDirIterator it(
             folder, QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks, QDirIterator::Subdirectories);
         while (it.hasNext()) {
-            if (!addFolder(it.next())) {
+            const QString next = it.next();
+            if (!addFolder(next)) {
                 note(folder, FileSystemEventWatcher::MustScanSubDirs, nextEventId++);
                 return;
             }
+            if (!m_trees)
+                m_watched.insert(next);
         }
     }
 
@@ -167,7 +186,7 @@ private:
         }
         const QString folder = m_folders.value(event.wd);
         if (event.mask & IN_IGNORED) {
-            m_folders.remove(event.wd);
+            m_watched.remove(m_folders.take(event.wd));
             return;
         }
         if (folder.isEmpty())
@@ -183,7 +202,7 @@ private:
             const QString &root = m_waitingRoots[i];
             if (root == child || root.startsWith(child + u'/')) {
                 if (QFileInfo::exists(root)) {
-                    addTree(root);
+                    addWatched(root);
                     note(root, FileSystemEventWatcher::RootChanged, id);
                     m_waitingRoots.removeAt(i);
                 } else if (event.mask & IN_ISDIR) {
@@ -201,6 +220,8 @@ private:
 
     bool insideRoots(const QString &folder) const
     {
+        if (!m_trees)
+            return m_watched.contains(folder);
         return std::any_of(m_roots.cbegin(), m_roots.cend(), [&](const QString &root) {
             return folder == root || folder.startsWith(root == u"/"_s ? root : QString(root + u'/'));
         });
@@ -236,6 +257,9 @@ private:
     QStringList m_roots;
     QStringList m_waitingRoots;
     int m_latencyMs;
+    // Whole trees, or only the given folders and those made in them while the stream runs.
+    bool m_trees;
+    QSet<QString> m_watched; // watching folders: the folders whose events count
     int m_fd = -1;
     QSocketNotifier *m_notifier = nullptr;
     QTimer *m_timer = nullptr;
@@ -277,7 +301,29 @@ bool FileSystemEventWatcher::startWatchingPaths(const QStringList &paths)
     return startWatchingPaths(paths, QThread::currentThread());
 }
 
+bool FileSystemEventWatcher::startWatchingFolders(const QStringList &folders)
+{
+    return start(folders, QThread::currentThread(), false);
+}
+
+int FileSystemEventWatcher::watchCount() const
+{
+    QMutexLocker lock(&m_mutex);
+    auto *stream = static_cast<CVInotifyStream *>(m_stream.data());
+    lock.unlock();
+    if (!stream)
+        return 0;
+    int count = 0;
+    onStreamThread(stream, [stream, &count] { count = stream->watchCount(); });
+    return count;
+}
+
 bool FileSystemEventWatcher::startWatchingPaths(const QStringList &paths, QThread *thread)
+{
+    return start(paths, thread, true);
+}
+
+bool FileSystemEventWatcher::start(const QStringList &paths, QThread *thread, bool trees)
 {
     QMutexLocker lock(&m_mutex);
     if (paths.isEmpty() || m_stream)
@@ -286,7 +332,7 @@ bool FileSystemEventWatcher::startWatchingPaths(const QStringList &paths, QThrea
     QStringList roots;
     for (const QString &path : paths)
         roots.append(withoutTrailingSlash(path));
-    auto *stream = new CVInotifyStream(this, roots, m_latency);
+    auto *stream = new CVInotifyStream(this, roots, m_latency, trees);
     stream->moveToThread(thread);
     m_stream = stream;
     lock.unlock();

@@ -11,7 +11,7 @@ class QThread;
 
 // Watches folder trees for changes (inotify) and hands each batch of changes, gathered for
 // `notificationLatency` seconds, to a listener as one event per changed folder. The spanning
-// run watches the drives it works on; nothing listens yet, so only `lastEvent` is kept.
+// run watches the folders it works in; nothing listens yet, so only `lastEvent` is kept.
 class FileSystemEventWatcher : public QObject {
     Q_OBJECT
 public:
@@ -41,7 +41,12 @@ public:
     // delivered on the current thread, or on the given one (which must run an event loop).
     bool startWatchingPaths(const QStringList &paths);
     bool startWatchingPaths(const QStringList &paths, QThread *thread);
+    // Watches only these folders (and those made in them while watching), never the trees
+    // below them: a run's folders, without walking the drives that hold them.
+    bool startWatchingFolders(const QStringList &folders);
     bool stopWatchingPaths();
+    // The folders the running stream has a watch on (0 when not watching).
+    int watchCount() const;
     // Deliver what is pending now, waiting for the delivery or not. False when not watching.
     bool flushEventStreamSync();
     bool flushEventStreamAsync();
@@ -73,6 +78,8 @@ Q_SIGNALS:
     void eventOccurred(const FileSystemEvent &event);
 
 private:
+    bool start(const QStringList &paths, QThread *thread, bool trees);
+
     mutable QMutex m_mutex;
     QStringList m_watchedPaths;
     QStringList m_excludedPaths;

@@ -7,6 +7,7 @@
 // be had. Other faults are injected at the copier, the Trash and the history.
 #include "CVLibraryGenerator.h"
 #include "CVSpanSession.h"
+#include "CVSyscallTrace.h"
 #include "CVTestFiles.h"
 #include "CVTestHome.h"
 #include "CVTestMounts.h"
@@ -18,6 +19,7 @@
 #include "Platform/CVFaultInjection.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVTrash.h"
+#include "Platform/FileSystemEventWatcher.h"
 
 #include <QCryptographicHash>
 #include <QDirIterator>
@@ -71,6 +73,29 @@ CliRun runCli(const QStringList &arguments, const QString &faults = {})
 }
 
 using Session = CVFileSpanSession;
+
+// The same run under strace, its calls replayed: what went into the Trash before its records.
+CliRun runTracedCli(const QStringList &arguments, CVSyscallTrace &trace, const QString &faults = {})
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath(u"trace"_s);
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    if (!faults.isEmpty())
+        env.insert(u"CORVANA_FAULT_INJECTION"_s, faults);
+    process.setProcessEnvironment(env);
+    process.start(u"strace"_s,
+        CVSyscallTrace::command(file, QStringLiteral(CORVANA_CLI), arguments + QStringList { u"--allow-root"_s }));
+    process.waitForFinished(300000);
+    CliRun run;
+    run.killed = process.exitStatus() != QProcess::NormalExit;
+    run.status = run.killed ? -1 : process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    if (!trace.read(file))
+        run.status = -1;
+    return run;
+}
 
 } // namespace
 
@@ -504,21 +529,228 @@ private Q_SLOTS:
         checkNothingLost(&s.spanner.lastResults());
     }
 
+    // The trace checker itself, on calls as strace prints them.
+    void theTraceCheckerNeedsEachSync()
+    {
+        const QByteArray head
+            = "10 openat(AT_FDCWD</w>, \"/h/Trash/info/a \\\"b\\\".mp3.trashinfo\", "
+              "O_WRONLY|O_CREAT|O_EXCL|O_CLOEXEC, 0600) = 5</h/Trash/info/a \"b\".mp3.trashinfo>\n"
+              "10 write(5</h/Trash/info/a \"b\".mp3.trashinfo>, \"\"..., 60) = 60\n"
+              "11 openat(AT_FDCWD</w>, \"/h/Corvana/S.cvcddb-journal\", O_RDWR|O_CREAT, 0600 <unfinished ...>\n"
+              "10 mkdir(\"/d/Span/Art\\303\\251\", 0777) = 0\n"
+              "11 <... openat resumed>) = 6</h/Corvana/S.cvcddb-journal>\n"
+              "11 unlink(\"/h/Corvana/S.cvcddb-journal\") = 0\n";
+        const QByteArray move = "10 renameat2(AT_FDCWD</w>, \"/m/a \\\"b\\\".mp3\", AT_FDCWD</w>, "
+                                "\"/h/Trash/files/a \\\"b\\\".mp3\", RENAME_NOREPLACE) = 0\n";
+        const auto check = [&](const QByteArray &syncs) {
+            CVSyscallTrace trace;
+            trace.setRecordAreas({ u"/h/Corvana"_s, u"/d/Span"_s });
+            trace.setDeviceOf([](const QString &path) { return path.startsWith(u"/d/"_s) ? 2u : 1u; });
+            [&] { QVERIFY(trace.parse(head + syncs + move)); }();
+            return trace.violations().join(u'\n');
+        };
+        QString v = check({});
+        QVERIFY2(v.contains(u"its info file “/h/Trash/info/a \"b\".mp3.trashinfo”"_s), qPrintable(v));
+        QVERIFY2(v.contains(u"the name “/d/Span/Arté”"_s), qPrintable(v));
+        QVERIFY2(v.contains(u"the name “/h/Corvana/S.cvcddb-journal”"_s), qPrintable(v));
+        // A sync of the home filesystem covers the info file and the store, not the other drive.
+        v = check("12 syncfs(7</h/Trash/info>) = 0\n");
+        QVERIFY2(!v.contains(u"info file"_s) && !v.contains(u"journal"_s) && v.contains(u"Arté"_s), qPrintable(v));
+        // The info file's own sync and its folder's, the store's folder, the new folder's parent.
+        QCOMPARE(check("12 fsync(5</h/Trash/info/a \"b\".mp3.trashinfo>) = 0\n12 fsync(8</h/Trash/info>) = 0\n"
+                       "12 fsync(9</h/Corvana>) = 0\n12 fdatasync(4</d/Span>) = 0\n"),
+            QString());
+        // A sync that failed, or one before the write, covers nothing.
+        QVERIFY(
+            !check("12 syncfs(7</h/Trash/info>) = -1 EIO (Input/output error)\n12 syncfs(4</d/Span>) = 0\n").isEmpty());
+        CVSyscallTrace trace;
+        QVERIFY(trace.parse("10 syncfs(7</h>) = 0\n" + head + move));
+        QCOMPARE(trace.trashMoves().size(), 1);
+        QCOMPARE(trace.trashMoves().first().first, u"/m/a \"b\".mp3"_s);
+        QVERIFY(!trace.violations().isEmpty());
+    }
+
+    // Every move into the Trash comes after the syncs that make the copy, its folders, the
+    // history (and the support folder it lies in), the player's library and the Trash's info
+    // file durable, seen in the system calls of real runs.
+    void everyTrashStepComesAfterItsRecords_data()
+    {
+        QTest::addColumn<bool>("drive");
+        QTest::addColumn<bool>("restore");
+        QTest::newRow("first span, same drive") << false << false;
+        QTest::newRow("first span, to another drive") << true << false;
+        QTest::newRow("restore from another drive") << true << true;
+    }
+
+    void everyTrashStepComesAfterItsRecords()
+    {
+        QFETCH(bool, drive);
+        QFETCH(bool, restore);
+        QString why;
+        if (!CVSyscallTrace::available(&why))
+            QSKIP(qPrintable(why));
+        if (drive && !CVTestMounts::available())
+            QSKIP(qPrintable(CVTestMounts::unavailableReason()));
+        makeLibrary(16);
+        const QString to = drive ? makeDrive(u"Span"_s).root + u"/Spanned"_s : spanFolder();
+        QDir().mkpath(to);
+        const QString support = CVSpanHistory::applicationSupportFolder();
+        QVERIFY(!QFileInfo::exists(support)); // the run makes it
+        const QStringList span { u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, to, u"--yes"_s,
+            u"( MediaType == 'Music' )"_s };
+        CVSyscallTrace trace;
+        trace.setRecordAreas({ support, QFileInfo(libraryFile()).path(), restore ? m_home->path() : to });
+        CliRun run;
+        if (restore) {
+            QCOMPARE(runCli(span).status, 0);
+            run = runTracedCli(
+                { u"--library"_s, libraryFile(), u"restore"_s, u"--yes"_s, u"( MediaType == 'Music' )"_s }, trace);
+        } else {
+            run = runTracedCli(span, trace);
+        }
+        QVERIFY2(run.status == 0, QByteArray(run.out + run.err).constData());
+        QVERIFY(trace.trashMoves().size() >= 4);
+        QVERIFY2(trace.violations().isEmpty(), qPrintable(trace.violations().join(u'\n')));
+        checkNothingLost();
+
+        // Without the sync of the run's filesystems the same check fails.
+        if (restore)
+            return;
+        makeLibrary(16);
+        CVSyscallTrace skipped;
+        skipped.setRecordAreas({ support, QFileInfo(libraryFile()).path(), to });
+        const CliRun unsynced = runTracedCli(span, skipped, u"filesystem-sync=1+:SKIP"_s);
+        QVERIFY2(unsynced.status == 0, QByteArray(unsynced.out + unsynced.err).constData());
+        const QString found = skipped.violations().join(u'\n');
+        QVERIFY2(found.contains(u"info file"_s), qPrintable(found));
+    }
+
+    // Another program puts a file at the copy's place (or rewrites it) between the copy and the
+    // Trash step: the original stays, and so does the stranger.
+    void aCopyReplacedBeforeTheTrashKeepsItsOriginal_data()
+    {
+        QTest::addColumn<bool>("inPlace");
+        QTest::newRow("replaced by another file") << false;
+        QTest::newRow("rewritten in place, same size and time") << true;
+    }
+
+    void aCopyReplacedBeforeTheTrashKeepsItsOriginal()
+    {
+        QFETCH(bool, inPlace);
+        makeLibrary(20);
+        Session s(libraryFile());
+        const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
+        QHash<QString, QByteArray> strangers;
+        CVFaultInjection::setAction(Point::BeforeTrash, [&](const QString &copy) {
+            QByteArray bytes = readAll(copy);
+            bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x5a);
+            struct stat info { };
+            ::stat(QFile::encodeName(copy).constData(), &info);
+            if (inPlace) {
+                QFile file(copy);
+                QVERIFY(file.open(QIODevice::ReadWrite));
+                QCOMPARE(file.write(bytes), qint64(bytes.size()));
+            } else {
+                writeFile(copy + u".new"_s, bytes);
+                QVERIFY(QFile::rename(copy + u".new"_s, copy)
+                    || (QFile::remove(copy) && QFile::rename(copy + u".new"_s, copy)));
+            }
+            const struct timespec times[2] = { info.st_atim, info.st_mtim };
+            ::utimensat(AT_FDCWD, QFile::encodeName(copy).constData(), times, 0);
+            strangers.insert(copy, bytes);
+        });
+        QStringList originals;
+        for (const CVTrack *t : tracks)
+            originals.append(t->text(CVAttr::Location));
+        s.span(tracks, spanFolder());
+        QCOMPARE(strangers.size(), 3);
+        QCOMPARE(s.spanner.trashedFileCount(), 0);
+        for (int i = 0; i < tracks.size(); ++i) {
+            QVERIFY2(s.row(tracks[i]).contains(u"is not there as Corvana made it."_s), qPrintable(s.row(tracks[i])));
+            QCOMPARE(digest(originals[i]), m_before.value(tracks[i]->text(CVAttr::PersistentID)));
+        }
+        for (auto [copy, bytes] : strangers.asKeyValueRange())
+            QCOMPARE(readAll(copy), bytes);
+        checkNothingTrashed();
+    }
+
+    // A run watches its own folders: never "/", never a whole drive, and a restore of n tracks
+    // no more folders than it has tracks and span location.
+    void aRunWatchesOnlyItsFolders()
+    {
+        makeLibrary(40);
+        QList<int> counts;
+        QStringList watched;
+        CVFaultInjection::setAction(Point::BeforeTrash, [&](const QString &) {
+            counts.append(FileSystemEventWatcher::sharedPathWatcher()->watchCount());
+            watched = FileSystemEventWatcher::sharedPathWatcher()->watchedPaths();
+        });
+        QString location;
+        int n = 0;
+        {
+            Session s(libraryFile());
+            const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s);
+            n = int(tracks.size());
+            s.span(tracks, spanFolder());
+            QCOMPARE(s.spanner.lastResults().successes, n);
+        }
+        QVERIFY(!counts.isEmpty());
+        QVERIFY2(counts.first() <= n + 1, qPrintable(QString::number(counts.first())));
+        QVERIFY(watched.contains(spanFolder()));
+        counts.clear();
+        {
+            Session s(libraryFile());
+            const QList<CVTrack *> tracks = s.select(u"( ItemIsSpanned == 1 )"_s);
+            QCOMPARE(int(tracks.size()), n);
+            s.restore(tracks);
+            QCOMPARE(s.spanner.lastResults().successes, n);
+        }
+        QVERIFY(!counts.isEmpty());
+        QVERIFY2(counts.first() <= 2 * n, qPrintable(QString::number(counts.first())));
+        for (const QString &folder : std::as_const(watched)) {
+            QVERIFY2(folder.startsWith(m_home->path() + u'/'), qPrintable(folder));
+            QVERIFY(folder != m_home->path());
+        }
+        QVERIFY(!FileSystemEventWatcher::sharedPathWatcher()->isWatchingPaths());
+    }
+
     void aKilledRunLosesNothing_data()
     {
         QTest::addColumn<QString>("faults");
-        QTest::newRow("while copying") << u"copy-rename=3:KILL"_s;
-        QTest::newRow("while saving the history") << u"history-commit=1:KILL"_s;
-        QTest::newRow("while trashing") << u"trash-rename=3:KILL"_s;
+        QTest::addColumn<bool>("restore");
+        QTest::newRow("while copying") << u"copy-rename=3:KILL"_s << false;
+        QTest::newRow("while saving the history") << u"history-commit=1:KILL"_s << false;
+        QTest::newRow("while trashing") << u"trash-rename=3:KILL"_s << false;
+        // Its records are saved: the same restore again must still find the tracks to finish.
+        QTest::newRow("a restore, at its first move into the Trash") << u"trash-rename=1:KILL"_s << true;
     }
 
     void aKilledRunLosesNothing()
     {
         QFETCH(QString, faults);
+        QFETCH(bool, restore);
         makeLibrary(24);
         QDir().mkpath(spanFolder());
         const QStringList span { u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
             u"( MediaType == 'Music' )"_s };
+        if (restore) {
+            QCOMPARE(runCli(span).status, 0);
+            const QStringList again { u"--library"_s, libraryFile(), u"restore"_s, u"--yes"_s, u"--span-filter"_s,
+                u"All Spanned"_s };
+            const CliRun killed = runCli(again, faults);
+            QVERIFY2(killed.killed, killed.err.constData());
+            checkNothingLost();
+            const CliRun finished = runCli(again);
+            QVERIFY2(finished.status == 0, QByteArray(finished.out + finished.err).constData());
+            QVERIFY2(finished.err.contains("of the interrupted run are added to this run"), finished.err.constData());
+            checkNothingLost();
+            // Every track home, and nothing of the run's left at the span location.
+            for (auto [pid, location] : libraryLocations(libraryFile()).asKeyValueRange())
+                QVERIFY2(!location.startsWith(spanFolder()), qPrintable(location));
+            QDirIterator left(spanFolder(), QDir::Files | QDir::NoSymLinks, QDirIterator::Subdirectories);
+            QVERIFY2(!left.hasNext(), qPrintable(left.hasNext() ? left.next() : QString()));
+            return;
+        }
         const CliRun killed = runCli(span, faults);
         QVERIFY2(killed.killed, killed.err.constData());
         checkNothingLost();

@@ -119,6 +119,35 @@ private Q_SLOTS:
         QVERIFY(watcher.lastEvent().eventFlag() & W::ItemCreated);
     }
 
+    // Watching folders walks nothing: the trees below them stay unwatched, but a folder made in
+    // one while watching is the run's own, and is followed.
+    void watchingFoldersWalksNoTree()
+    {
+        QTemporaryDir root;
+        QDir(root.path()).mkpath(u"Old/Deeper/Deepest"_s);
+        W watcher;
+        watcher.setNotificationLatency(10);
+        Listener listener;
+        watcher.setDelegate(&listener);
+        QVERIFY(watcher.startWatchingFolders({ root.path(), root.filePath(u"Not There Yet"_s) }));
+        QCOMPARE(watcher.watchCount(), 1);
+        writeFile(root.filePath(u"Old/Deeper/a"_s), "a");
+        QVERIFY(watcher.flushEventStreamSync());
+        QVERIFY(listener.paths.isEmpty());
+
+        QDir(root.path()).mkpath(u"New/Album"_s);
+        QVERIFY(watcher.flushEventStreamSync());
+        writeFile(root.filePath(u"New/Album/b"_s), "b");
+        QDir(root.path()).mkdir(u"Not There Yet"_s);
+        QVERIFY(watcher.flushEventStreamSync());
+        QVERIFY2(listener.paths.contains(root.filePath(u"New/Album"_s)), qPrintable(listener.paths.join(u", "_s)));
+        QVERIFY(listener.paths.contains(root.filePath(u"Not There Yet"_s)));
+        QVERIFY(!listener.paths.contains(root.filePath(u"Old/Deeper"_s)));
+        QCOMPARE(watcher.watchCount(), 4);
+        QVERIFY(watcher.stopWatchingPaths());
+        QCOMPARE(watcher.watchCount(), 0);
+    }
+
     void eventsArriveOnTheChosenThread()
     {
         QTemporaryDir root;
