@@ -278,16 +278,17 @@ void CVMediaSpanner::trashOriginals(QList<TrashStep> &steps, const std::function
     const std::function<void(const TrashStep &)> &done)
 {
     // Info files of a batch, one sync of every filesystem involved (the first time also those of
-    // the support folder and the player's library), then the moves. Small enough that a crash
-    // leaves few info files without items. The records are saved between the first sync and the
-    // first move, so that a crash finds either no record or every record with its original still
-    // there, for the next run to finish.
-    constexpr qsizetype kBatch = 1000;
+    // the support folder and the player's library), then the moves. The records are saved between
+    // the first sync and the first move, so that a crash finds either no record or every record
+    // with its original still there, for the next run to finish. A sync waits for whatever else
+    // the filesystem holds unwritten, so batches double: a crash leaves no more info files without
+    // their items than the moves already made (or 1,000).
+    qsizetype batch = 1000;
     QList<std::pair<QString, int>> trashed;
     bool saved = false;
     bool recordsSynced = false;
-    for (qsizetype from = 0; from < steps.size() || !saved; from += kBatch) {
-        const qsizetype to = qMin(steps.size(), from + kBatch);
+    for (qsizetype from = 0; from < steps.size() || !saved; from += batch, batch *= 2) {
+        const qsizetype to = qMin(steps.size(), from + batch);
         QStringList places;
         for (qsizetype i = from; i < to; ++i) {
             TrashStep &step = steps[i];

@@ -55,14 +55,19 @@ struct CliRun {
     QByteArray err;
 };
 
-CliRun runCli(const QStringList &arguments, const QString &faults = {})
+// The tool as a user runs it; with a trace file, under strace, its calls written there.
+CliRun runCli(const QStringList &arguments, const QString &faults = {}, const QString &traceFile = {})
 {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     if (!faults.isEmpty())
         env.insert(u"CORVANA_FAULT_INJECTION"_s, faults);
     process.setProcessEnvironment(env);
-    process.start(QStringLiteral(CORVANA_CLI), arguments + QStringList { u"--allow-root"_s });
+    const QStringList all = arguments + QStringList { u"--allow-root"_s };
+    if (traceFile.isEmpty())
+        process.start(QStringLiteral(CORVANA_CLI), all);
+    else
+        process.start(u"strace"_s, CVSyscallTrace::command(traceFile, QStringLiteral(CORVANA_CLI), all));
     process.waitForFinished(300000);
     CliRun run;
     run.killed = process.exitStatus() != QProcess::NormalExit;
@@ -78,21 +83,8 @@ using Session = CVFileSpanSession;
 CliRun runTracedCli(const QStringList &arguments, CVSyscallTrace &trace, const QString &faults = {})
 {
     QTemporaryDir dir;
-    const QString file = dir.filePath(u"trace"_s);
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    if (!faults.isEmpty())
-        env.insert(u"CORVANA_FAULT_INJECTION"_s, faults);
-    process.setProcessEnvironment(env);
-    process.start(u"strace"_s,
-        CVSyscallTrace::command(file, QStringLiteral(CORVANA_CLI), arguments + QStringList { u"--allow-root"_s }));
-    process.waitForFinished(300000);
-    CliRun run;
-    run.killed = process.exitStatus() != QProcess::NormalExit;
-    run.status = run.killed ? -1 : process.exitCode();
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    if (!trace.read(file))
+    CliRun run = runCli(arguments, faults, dir.filePath(u"trace"_s));
+    if (!trace.read(dir.filePath(u"trace"_s)))
         run.status = -1;
     return run;
 }
