@@ -39,21 +39,28 @@ void CVLocationsModel::reload()
     m_drives = m_folders = m_files = 0;
     m_nodes = m_library->filterEmptyLocations();
     const std::vector<int> &nodes = *m_nodes;
-    m_itemOfKey.assign(std::size_t(std::max(0, m_library->trees().keyCount())), -1);
-    m_items.reserve(nodes.size());
-    // The list has every folder before its contents: a node's parent is the item of its
-    // parent's key, met already. The root comes first; a top node (a drive) hangs under it.
     const CVLibraryTrees &trees = m_library->trees();
+    m_itemOfKey.assign(std::size_t(std::max(0, trees.keyCount())), -1);
+    auto keySlot = [this](int key) -> int * {
+        return key >= 0 && std::size_t(key) < m_itemOfKey.size() ? &m_itemOfKey[std::size_t(key)] : nullptr;
+    };
+
+    // The outline of every node first. The list has every folder before its contents: a node's
+    // parent is the item of its parent's key, met already. The root comes first; a top node
+    // (a drive) hangs under it.
+    std::vector<Item> full;
+    full.reserve(nodes.size());
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const CVLibraryTrees::NodeLinks &n = trees.links(nodes[i]);
         Item it;
-        it.node = nodes[i];
+        it.node = it.topNode = nodes[i];
         if (i > 0) {
             if (n.parentKey < 0) {
                 it.parent = 0;
                 ++m_drives;
             } else {
-                it.parent = std::size_t(n.parentKey) < m_itemOfKey.size() ? m_itemOfKey[std::size_t(n.parentKey)] : -1;
+                const int *parent = keySlot(n.parentKey);
+                it.parent = parent ? *parent : -1;
                 if (it.parent < 0)
                     continue; // the tree lists every folder above a file: never happens
                 if (n.isFile)
@@ -61,22 +68,61 @@ void CVLocationsModel::reload()
                 else
                     ++m_folders;
             }
-            it.row = m_items[std::size_t(it.parent)].childCount++;
+            it.row = full[std::size_t(it.parent)].childCount++;
         }
-        if (n.key >= 0 && std::size_t(n.key) < m_itemOfKey.size())
-            m_itemOfKey[std::size_t(n.key)] = int(m_items.size());
-        m_items.push_back(it);
+        if (int *slot = keySlot(n.key))
+            *slot = int(full.size());
+        full.push_back(it);
     }
-    // Children in row order: each parent's run starts after the runs of the parents before it.
     int start = 0;
-    for (Item &it : m_items) {
+    for (Item &it : full) {
         it.firstChild = start;
         start += it.childCount;
     }
-    m_children.assign(std::size_t(start), -1);
-    for (std::size_t i = 1; i < m_items.size(); ++i) {
-        const Item &it = m_items[i];
-        m_children[std::size_t(m_items[std::size_t(it.parent)].firstChild + it.row)] = int(i);
+    std::vector<int> fullChildren(std::size_t(start), -1);
+    for (std::size_t i = 1; i < full.size(); ++i) {
+        const Item &it = full[i];
+        fullChildren[std::size_t(full[std::size_t(it.parent)].firstChild + it.row)] = int(i);
+    }
+
+    // Then the rows: a folder whose only content is one folder shares that folder's row, so that
+    // a library kept many folders deep is not indented out of sight. Rows are laid out breadth
+    // first, which keeps each row's children together.
+    auto onlyFolderInside = [&](int i) {
+        const Item &it = full[std::size_t(i)];
+        if (i == 0 || it.parent == 0 || it.childCount != 1 || trees.links(it.node).isFile)
+            return -1;
+        const int child = fullChildren[std::size_t(it.firstChild)];
+        return trees.links(full[std::size_t(child)].node).isFile ? -1 : child;
+    };
+    std::vector<int> fullOf; // by row: the item of the row's deepest folder
+    if (!full.empty()) {
+        m_items.push_back(full[0]);
+        fullOf.push_back(0);
+    }
+    for (std::size_t row = 0; row < m_items.size(); ++row) {
+        const Item &deepest = full[std::size_t(fullOf[row])];
+        m_items[row].firstChild = int(m_children.size());
+        m_items[row].childCount = deepest.childCount;
+        for (int r = 0; r < deepest.childCount; ++r) {
+            int i = fullChildren[std::size_t(deepest.firstChild + r)];
+            Item it;
+            it.topNode = full[std::size_t(i)].node;
+            it.parent = int(row);
+            it.row = r;
+            for (;;) {
+                if (int *slot = keySlot(trees.links(full[std::size_t(i)].node).key))
+                    *slot = int(m_items.size());
+                const int next = onlyFolderInside(i);
+                if (next < 0)
+                    break;
+                i = next;
+            }
+            it.node = full[std::size_t(i)].node;
+            m_children.push_back(int(m_items.size()));
+            m_items.push_back(it);
+            fullOf.push_back(i);
+        }
     }
     endResetModel();
 }
@@ -157,6 +203,11 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
     case Qt::AccessibleTextRole:
         if (group)
             return n.path;
+        if (it->topNode != it->node) {
+            // The folders that share the row, from the row above: "home/alice/Music".
+            const QString &above = m_library->locationNode(it->topNode).parentPath;
+            return n.path.mid(above.size()).chopped(1);
+        }
         return CVVolumes::displayName(
             n.path.endsWith(u'/') && n.path.size() > 1 ? n.path.chopped(1) : n.path, m_startupDriveName);
     case Qt::ToolTipRole:
@@ -183,6 +234,14 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
         return n.path;
     case LowerPathRole:
         return n.lcPath;
+    case SharedLowerPathsRole: {
+        // The row's folders, outermost first: every folder path from the top one down.
+        const QString &top = m_library->locationNode(it->topNode).lcPath;
+        QStringList paths { top };
+        for (qsizetype at = n.lcPath.indexOf(u'/', top.size()); at >= 0; at = n.lcPath.indexOf(u'/', at + 1))
+            paths.append(n.lcPath.left(at + 1));
+        return paths;
+    }
     case IsFileRole:
         return n.isFile;
     case IsDriveRole:
