@@ -433,26 +433,35 @@ void TestPanes::everyFolderNameIsReadable()
 void TestPanes::sharedRowsLoseOuterFoldersFirst_data()
 {
     QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("keepFirst");
     QTest::addColumn<QString>("fitting"); // the widest text the width allows
     QTest::addColumn<QString>("expected");
     const QString media = u"home/alice/Music/iTunes/iTunes Media"_s;
-    QTest::newRow("fits") << media << media << media;
+    QTest::newRow("fits") << media << false << media << media;
     QTest::newRow("outer folders give way")
-        << media << u"…/Music/iTunes/iTunes Media"_s << u"…/Music/iTunes/iTunes Media"_s;
-    QTest::newRow("a folder's width short") << media << u"…/Music/iTunes/iTunes Medi"_s << u"…/iTunes/iTunes Media"_s;
-    QTest::newRow("the innermost alone") << media << u"…/iTunes Media"_s << u"…/iTunes Media"_s;
-    QTest::newRow("even that cut") << media << u"…/iTunes"_s << QString();
-    QTest::newRow("one folder") << u"Computer"_s << u"Comp"_s << QString();
+        << media << false << u"…/Music/iTunes/iTunes Media"_s << u"…/Music/iTunes/iTunes Media"_s;
+    QTest::newRow("a folder's width short")
+        << media << false << u"…/Music/iTunes/iTunes Medi"_s << u"…/iTunes/iTunes Media"_s;
+    QTest::newRow("the innermost alone") << media << false << u"…/iTunes Media"_s << u"…/iTunes Media"_s;
+    QTest::newRow("even that cut") << media << false << u"…/iTunes"_s << QString();
+    QTest::newRow("one folder") << u"Computer"_s << false << u"Comp"_s << QString();
+    const QString lectures = u"iTunes U/Physics/Year One/Lectures"_s;
+    QTest::newRow("the first kept") << lectures << true << u"iTunes U/…/Year One/Lectures"_s
+                                    << u"iTunes U/…/Year One/Lectures"_s;
+    QTest::newRow("the first and the innermost")
+        << lectures << true << u"iTunes U/…/Year One/Lecture"_s << u"iTunes U/…/Lectures"_s;
+    QTest::newRow("the first given up last") << lectures << true << u"iTunes U/…/Lecture"_s << u"…/Lectures"_s;
 }
 
 void TestPanes::sharedRowsLoseOuterFoldersFirst()
 {
     QFETCH(QString, text);
+    QFETCH(bool, keepFirst);
     QFETCH(QString, fitting);
     QFETCH(QString, expected);
     const QFontMetrics metrics(QApplication::font());
     const int width = metrics.horizontalAdvance(fitting);
-    const QString shown = CVLocationsItemDelegate::elidedFolders(text, metrics, width);
+    const QString shown = CVLocationsItemDelegate::elidedFolders(text, metrics, width, keepFirst);
     QVERIFY(metrics.horizontalAdvance(shown) <= width);
     if (!expected.isEmpty()) {
         QCOMPARE(shown, expected);
