@@ -26,6 +26,8 @@ void CVLocationsModel::clear()
     m_items.clear();
     m_children.clear();
     m_itemOfKey.clear();
+    m_outer.clear();
+    m_inner.clear();
     m_nodes.reset();
     m_drives = m_folders = m_files = 0;
     endResetModel();
@@ -41,26 +43,19 @@ void CVLocationsModel::reload()
     const std::vector<int> &nodes = *m_nodes;
     const CVLibraryTrees &trees = m_library->trees();
     m_itemOfKey.assign(std::size_t(std::max(0, trees.keyCount())), -1);
-    auto keySlot = [this](int key) -> int * {
-        return key >= 0 && std::size_t(key) < m_itemOfKey.size() ? &m_itemOfKey[std::size_t(key)] : nullptr;
-    };
-
-    // The outline of every node first. The list has every folder before its contents: a node's
-    // parent is the item of its parent's key, met already. The root comes first; a top node
-    // (a drive) hangs under it.
-    std::vector<Item> full;
-    full.reserve(nodes.size());
+    m_items.reserve(nodes.size());
+    // The list has every folder before its contents: a node's parent is the item of its
+    // parent's key, met already. The root comes first; a top node (a drive) hangs under it.
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const CVLibraryTrees::NodeLinks &n = trees.links(nodes[i]);
         Item it;
-        it.node = it.topNode = nodes[i];
+        it.node = nodes[i];
         if (i > 0) {
             if (n.parentKey < 0) {
                 it.parent = 0;
                 ++m_drives;
             } else {
-                const int *parent = keySlot(n.parentKey);
-                it.parent = parent ? *parent : -1;
+                it.parent = std::size_t(n.parentKey) < m_itemOfKey.size() ? m_itemOfKey[std::size_t(n.parentKey)] : -1;
                 if (it.parent < 0)
                     continue; // the tree lists every folder above a file: never happens
                 if (n.isFile)
@@ -68,61 +63,39 @@ void CVLocationsModel::reload()
                 else
                     ++m_folders;
             }
-            it.row = full[std::size_t(it.parent)].childCount++;
+            it.row = m_items[std::size_t(it.parent)].childCount++;
         }
-        if (int *slot = keySlot(n.key))
-            *slot = int(full.size());
-        full.push_back(it);
+        if (n.key >= 0 && std::size_t(n.key) < m_itemOfKey.size())
+            m_itemOfKey[std::size_t(n.key)] = int(m_items.size());
+        m_items.push_back(it);
     }
+    // Children in row order: each parent's run starts after the runs of the parents before it.
     int start = 0;
-    for (Item &it : full) {
+    for (Item &it : m_items) {
         it.firstChild = start;
         start += it.childCount;
     }
-    std::vector<int> fullChildren(std::size_t(start), -1);
-    for (std::size_t i = 1; i < full.size(); ++i) {
-        const Item &it = full[i];
-        fullChildren[std::size_t(full[std::size_t(it.parent)].firstChild + it.row)] = int(i);
+    m_children.assign(std::size_t(start), -1);
+    for (std::size_t i = 1; i < m_items.size(); ++i) {
+        const Item &it = m_items[i];
+        m_children[std::size_t(m_items[std::size_t(it.parent)].firstChild + it.row)] = int(i);
     }
-
-    // Then the rows: a folder whose only content is one folder shares that folder's row, so that
-    // a library kept many folders deep is not indented out of sight. Rows are laid out breadth
-    // first, which keeps each row's children together.
-    auto onlyFolderInside = [&](int i) {
-        const Item &it = full[std::size_t(i)];
-        if (i == 0 || it.parent == 0 || it.childCount != 1 || trees.links(it.node).isFile)
-            return -1;
-        const int child = fullChildren[std::size_t(it.firstChild)];
-        return trees.links(full[std::size_t(child)].node).isFile ? -1 : child;
-    };
-    std::vector<int> fullOf; // by row: the item of the row's deepest folder
-    if (!full.empty()) {
-        m_items.push_back(full[0]);
-        fullOf.push_back(0);
-    }
-    for (std::size_t row = 0; row < m_items.size(); ++row) {
-        const Item &deepest = full[std::size_t(fullOf[row])];
-        m_items[row].firstChild = int(m_children.size());
-        m_items[row].childCount = deepest.childCount;
-        for (int r = 0; r < deepest.childCount; ++r) {
-            int i = fullChildren[std::size_t(deepest.firstChild + r)];
-            Item it;
-            it.topNode = full[std::size_t(i)].node;
-            it.parent = int(row);
-            it.row = r;
-            for (;;) {
-                if (int *slot = keySlot(trees.links(full[std::size_t(i)].node).key))
-                    *slot = int(m_items.size());
-                const int next = onlyFolderInside(i);
-                if (next < 0)
-                    break;
-                i = next;
-            }
-            it.node = full[std::size_t(i)].node;
-            m_children.push_back(int(m_items.size()));
-            m_items.push_back(it);
-            fullOf.push_back(i);
+    // A folder (below a drive) whose only content is one folder shares that folder's row: the
+    // row is the outermost item, and shows the innermost one's contents. Parents come first, so
+    // one pass finds every item's outermost, and the last one met of a row is its innermost.
+    m_outer.resize(m_items.size());
+    m_inner.resize(m_items.size());
+    for (std::size_t i = 0; i < m_items.size(); ++i) {
+        const Item &it = m_items[i];
+        int outer = int(i);
+        // A folder's contents are never empty, a file's always are.
+        if (it.parent > 0 && it.childCount > 0) {
+            const Item &p = m_items[std::size_t(it.parent)];
+            if (p.parent > 0 && p.childCount == 1)
+                outer = m_outer[std::size_t(it.parent)];
         }
+        m_outer[i] = outer;
+        m_inner[std::size_t(outer)] = int(i);
     }
     endResetModel();
 }
@@ -132,7 +105,12 @@ const CVLocationsModel::Item *CVLocationsModel::item(const QModelIndex &index) c
     if (!index.isValid())
         return nullptr;
     const auto i = std::size_t(index.internalId());
-    return i < m_items.size() ? &m_items[i] : nullptr;
+    return i < m_items.size() ? &m_items[std::size_t(m_inner[i])] : nullptr;
+}
+
+QModelIndex CVLocationsModel::rowIndex(int outer) const
+{
+    return createIndex(m_items[std::size_t(outer)].row, 0, quintptr(outer));
 }
 
 const CVLocationNode *CVLocationsModel::node(const QModelIndex &index) const
@@ -146,8 +124,7 @@ QModelIndex CVLocationsModel::indexForLowerPath(const QString &lcPath) const
     const int key = m_library->trees().keyOfLowerPath(lcPath);
     if (key < 0 || std::size_t(key) >= m_itemOfKey.size() || m_itemOfKey[std::size_t(key)] < 0)
         return {};
-    const int i = m_itemOfKey[std::size_t(key)];
-    return createIndex(m_items[std::size_t(i)].row, 0, quintptr(i));
+    return rowIndex(m_outer[std::size_t(m_itemOfKey[std::size_t(key)])]);
 }
 
 QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &parent) const
@@ -164,10 +141,12 @@ QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &pare
 
 QModelIndex CVLocationsModel::parent(const QModelIndex &child) const
 {
-    const Item *it = item(child);
-    if (!it || it->parent < 0)
+    if (!child.isValid() || std::size_t(child.internalId()) >= m_items.size())
         return {};
-    return createIndex(m_items[std::size_t(it->parent)].row, 0, quintptr(it->parent));
+    const Item &outer = m_items[std::size_t(child.internalId())];
+    if (outer.parent < 0)
+        return {};
+    return rowIndex(m_outer[std::size_t(outer.parent)]);
 }
 
 int CVLocationsModel::rowCount(const QModelIndex &parent) const
@@ -196,6 +175,7 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
     if (!it)
         return {};
     const CVLocationNode &n = m_library->locationNode(it->node);
+    const int topNode = m_items[std::size_t(index.internalId())].node;
     const bool group = !n.hasParent;
     const bool drive = n.lcParentPath == u"locations"_s;
     switch (role) {
@@ -203,9 +183,9 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
     case Qt::AccessibleTextRole:
         if (group)
             return n.path;
-        if (it->topNode != it->node) {
+        if (topNode != it->node) {
             // The folders that share the row, from the row above: "home/alice/Music".
-            const QString &above = m_library->locationNode(it->topNode).parentPath;
+            const QString &above = m_library->locationNode(topNode).parentPath;
             return n.path.mid(above.size()).chopped(1);
         }
         return CVVolumes::displayName(
@@ -236,7 +216,7 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
         return n.lcPath;
     case SharedLowerPathsRole: {
         // The row's folders, outermost first: every folder path from the top one down.
-        const QString &top = m_library->locationNode(it->topNode).lcPath;
+        const QString &top = m_library->locationNode(topNode).lcPath;
         QStringList paths { top };
         for (qsizetype at = n.lcPath.indexOf(u'/', top.size()); at >= 0; at = n.lcPath.indexOf(u'/', at + 1))
             paths.append(n.lcPath.left(at + 1));

@@ -45,24 +45,28 @@ public:
     Qt::DropActions supportedDragActions() const override;
 
 private:
-    // The outline as flat arrays: item 0 is the root; an item's children are a run of
-    // m_children.
+    // The outline as flat arrays, built in a few passes over the node list: item 0 is the
+    // root; an item's children are a run of m_children. A row's index carries its outermost
+    // item; what it shows (node, children) is its innermost's.
     struct Item {
-        int node = -1; // the row's innermost folder
-        int topNode = -1; // its outermost
+        int node = -1;
         int parent = -1;
         int row = 0;
         int firstChild = 0;
         int childCount = 0;
     };
+    // The row's innermost item.
     const Item *item(const QModelIndex &index) const;
+    QModelIndex rowIndex(int outer) const;
 
     CVLibraryManager *m_library;
     QString m_startupDriveName;
     std::shared_ptr<const std::vector<int>> m_nodes; // keeps the list the items point into
     std::vector<Item> m_items;
     std::vector<int> m_children;
-    std::vector<int> m_itemOfKey; // by node key: the item (the row), or -1
+    std::vector<int> m_itemOfKey; // by node key: the item, or -1
+    std::vector<int> m_outer; // by item: the outermost item of its row
+    std::vector<int> m_inner; // by outermost item: the innermost item of its row
     int m_drives = 0;
     int m_folders = 0;
     int m_files = 0;
