@@ -15,7 +15,6 @@
 
 #include <QScreen>
 #include <QSignalSpy>
-#include <QSplitter>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -80,7 +79,6 @@ private Q_SLOTS:
     void framesFitTheirScreen();
     void windowGrowsAndRunsOnScreen_data();
     void windowGrowsAndRunsOnScreen();
-    void sidePanesKeepTheirWidths();
 };
 
 void TestStartup::loadShowsItsStepsThenTheMainView()
@@ -455,18 +453,6 @@ void TestStartup::windowGrowsAndRunsOnScreen()
     delegate->displayMainViewBeforeQuit();
     QVERIFY(isWhollyOn(window, expected));
     QCOMPARE(window->geometry(), main);
-}
-
-void TestStartup::sidePanesKeepTheirWidths()
-{
-    // The widths the user dragged the side panes to, through the small loading view.
-    CVWindowSession session({ .tracks = 50, .start = false });
-    writeSettings({ { u"CVPlaylistsLeftFrameWidth"_s, 210.0 }, { u"CVLocationsRightFrameWidth"_s, 330.0 } });
-    session.awake();
-    session.launch();
-    const QList<int> sizes = session.app().windowDelegate()->corvanaWindow()->mainSplitter->sizes();
-    QCOMPARE(sizes.value(0), 210);
-    QCOMPARE(sizes.value(2), 330);
 }
 
 int main(int argc, char *argv[])
