@@ -19,6 +19,7 @@
 #include "Views/CVLoadingView.h"
 #include "Views/CVMediaFilterBar.h"
 #include "Views/CVResultsView.h"
+#include "Views/CVScreenFit.h"
 #include "Views/CVSpanLocationView.h"
 #include "Views/CVSpanQueueDropZone.h"
 
@@ -258,18 +259,19 @@ std::optional<QRect> CVWindowDelegate::frameFromLastRun() const
 
 void CVWindowDelegate::restoreWindowFrame()
 {
-    const QRect available = m_window->screen() ? m_window->screen()->availableGeometry() : QRect(0, 0, 1280, 800);
     const std::optional<QRect> frame = frameFromLastRun();
     m_frameSaving = false;
     m_window->setMinimumSize(CVMainWindow::MinimumMainSize);
     if (frame && frame->width() >= CVMainWindow::MinimumMainSize.width()
         && frame->height() >= CVMainWindow::MinimumMainSize.height()) {
-        m_window->setGeometry(*frame);
+        // A frame saved on a larger screen, or on one no longer there, comes back onto this one.
+        CVScreenFit::place(m_window, frame->size(), frame->center());
     } else {
+        const QScreen *screen = m_window->screen() ? m_window->screen() : QGuiApplication::primaryScreen();
+        const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
         const QSize size(qMin(1180, qMax(available.width() - 40, CVMainWindow::MinimumMainSize.width())),
             qMin(760, qMax(available.height() - 40, CVMainWindow::MinimumMainSize.height())));
-        m_window->resize(size);
-        m_window->move(available.center() - QPoint(size.width() / 2, size.height() / 2));
+        CVScreenFit::place(m_window, size, available.center());
     }
     m_frameSaving = true;
 }
@@ -306,7 +308,13 @@ void CVWindowDelegate::restoreSplitterSizes()
 {
     const int playlists = int(m_settings->realValue(u"CVPlaylistsLeftFrameWidth"_s));
     const int locations = int(m_settings->realValue(u"CVLocationsRightFrameWidth"_s));
-    m_window->mainSplitter->setSizes({ playlists, qMax(300, 1180 - playlists - locations), locations });
+    // setSizes() shares out any difference to the splitter's width by proportion: the centre
+    // takes what the side panes leave, so that they keep their widths.
+    QSplitter *splitter = m_window->mainSplitter;
+    const int width = splitter->isVisible() ? splitter->width() - 2 * splitter->handleWidth() : 1180;
+    const int sides
+        = (m_window->playlistsPane->isHidden() ? 0 : playlists) + (m_window->locationsPane->isHidden() ? 0 : locations);
+    splitter->setSizes({ playlists, qMax(300, width - sides), locations });
 }
 
 void CVWindowDelegate::setWindowIsResizableIsMiniturizableIsClosable(bool resizable, bool miniaturizable, bool closable)
@@ -315,6 +323,7 @@ void CVWindowDelegate::setWindowIsResizableIsMiniturizableIsClosable(bool resiza
     flags.setFlag(Qt::WindowMaximizeButtonHint, resizable);
     flags.setFlag(Qt::WindowMinimizeButtonHint, miniaturizable);
     flags.setFlag(Qt::WindowCloseButtonHint, closable);
+    const QRect before = m_window->geometry();
     if (flags != m_window->windowFlags()) {
         const bool visible = m_window->isVisible();
         // New flags re-create the window: shown again, it must not take the focus from
@@ -333,6 +342,10 @@ void CVWindowDelegate::setWindowIsResizableIsMiniturizableIsClosable(bool resiza
     } else {
         m_window->setFixedSize(m_window->size());
     }
+    // New flags re-create the window, and the window manager may place it anew: it stays where
+    // it was, on screen.
+    if (m_window->isVisible() && !m_window->isFullScreen() && !m_window->isMaximized())
+        CVScreenFit::place(m_window, before.size(), before.center());
     m_app->setAllowResize(resizable);
 }
 
@@ -348,9 +361,8 @@ void CVWindowDelegate::saveInitialSizeAndResizeWindowForLoading()
     m_window->showLoadingView();
     m_window->setMinimumSize(CVMainWindow::LoadingSize);
     m_window->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
-    const QPoint centre = m_window->geometry().center();
-    m_window->resize(CVMainWindow::LoadingSize);
-    m_window->move(centre - QPoint(CVMainWindow::LoadingSize.width() / 2, CVMainWindow::LoadingSize.height() / 2));
+    m_mainViewCentre = m_window->geometry().center();
+    CVScreenFit::place(m_window, CVMainWindow::LoadingSize, m_mainViewCentre);
     setWindow(false, false);
     m_shownView = ShownView::Loading;
     // The loading size is on disk from now on: a run that never ends is seen by it.
@@ -423,11 +435,9 @@ void CVWindowDelegate::displayMainViewAfterLoad()
     m_shownView = ShownView::Main;
     setWindow(true, true);
     m_frameSaving = false;
-    if (m_mainViewSize.isValid()) {
-        const QPoint centre = m_window->geometry().center();
-        m_window->resize(m_mainViewSize);
-        m_window->move(centre - QPoint(m_mainViewSize.width() / 2, m_mainViewSize.height() / 2));
-    }
+    growToMainViewSize();
+    // The side panes as the user left them: the small loading view squeezed them.
+    restoreSplitterSizes();
     m_frameSaving = true;
     saveWindowFrame();
     m_browser->adjustBrowserForNewSize();
@@ -461,10 +471,19 @@ void CVWindowDelegate::displayMainViewBeforeQuit()
     // The next start must not take the loading size for a crash.
     m_frameSaving = false;
     setWindow(true, true);
-    if (m_mainViewSize.isValid())
-        m_window->resize(m_mainViewSize);
+    growToMainViewSize();
     m_frameSaving = true;
     saveWindowFrame();
+}
+
+void CVWindowDelegate::growToMainViewSize()
+{
+    if (!m_mainViewSize.isValid())
+        return;
+    // Around the loading view's centre, which is where the main view stood before it (unless
+    // the user moved the loading view: then around where it is now).
+    const QPoint centre = m_window->isVisible() ? m_window->geometry().center() : m_mainViewCentre;
+    CVScreenFit::place(m_window, m_mainViewSize, centre);
 }
 
 bool CVWindowDelegate::mainViewIsVisible() const

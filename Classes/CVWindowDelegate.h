@@ -230,6 +230,8 @@ private:
     void showCrashSheet();
     void saveSplitterSizes();
     void restoreSplitterSizes();
+    // The loading view grows back to the main view's size, on screen.
+    void growToMainViewSize();
 
     CVApplicationDelegate *m_app;
     CVSettings *m_settings;
@@ -265,6 +267,7 @@ private:
     bool m_mouseOverFilterPathBar = false;
     bool m_frameSaving = true;
     QSize m_mainViewSize;
+    QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
     QString m_spanLocation;
     QHash<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
     CVPredicate m_currentSpanQueuePredicate = CVPredicate::fromText(QStringLiteral("EMPTY"));

@@ -3,6 +3,7 @@
 #include "Library/CVFormatters.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVSettings.h"
+#include "Views/CVScreenFit.h"
 
 #include <QDateTime>
 #include <QFormLayout>
@@ -312,12 +313,12 @@ void CVItemInformationDelegate::showItemInfoWindow()
         return;
     const QStringList frame = m_settings ? m_settings->stringValue(kFrameKey).split(u' ') : QStringList();
     if (frame.size() == 4) {
-        m_window->setGeometry(frame[0].toInt(), frame[1].toInt(), frame[2].toInt(), frame[3].toInt());
+        const QRect saved(frame[0].toInt(), frame[1].toInt(), frame[2].toInt(), frame[3].toInt());
+        CVScreenFit::place(m_window, saved.size(), saved.center());
     } else if (m_window->parentWidget()) {
         // Centred on the main window when no frame was saved.
         m_window->adjustSize();
-        const QRect parent = m_window->parentWidget()->window()->geometry();
-        m_window->move(parent.center() - QPoint(m_window->width() / 2, m_window->height() / 2));
+        CVScreenFit::place(m_window, m_window->size(), m_window->parentWidget()->window()->geometry().center());
     }
     m_window->show();
     m_window->raise();

@@ -45,16 +45,19 @@ void CVLocationsDelegate::setParts(
     connect(
         view->selectionModel(), &QItemSelectionModel::selectionChanged, this, &CVLocationsDelegate::selectionChanged);
     connect(view, &QAbstractItemView::clicked, this, [this] { locationAction(); });
+    // A row that stands for several folders opens and closes all of them.
     connect(view, &QTreeView::expanded, this, [this](const QModelIndex &index) {
         if (!m_saveExpandedLocations)
             return;
-        m_expandedLocations.insert(index.data(CVLocationsModel::LowerPathRole).toString(), u""_s);
+        for (const QString &key : index.data(CVLocationsModel::SharedLowerPathsRole).toStringList())
+            m_expandedLocations.insert(key, u""_s);
         saveExpanded();
     });
     connect(view, &QTreeView::collapsed, this, [this](const QModelIndex &index) {
         if (!m_saveExpandedLocations)
             return;
-        m_expandedLocations.remove(index.data(CVLocationsModel::LowerPathRole).toString());
+        for (const QString &key : index.data(CVLocationsModel::SharedLowerPathsRole).toStringList())
+            m_expandedLocations.remove(key);
         saveExpanded();
     });
     connect(view, &QWidget::customContextMenuRequested, this, &CVLocationsDelegate::showContextMenu);
@@ -148,8 +151,9 @@ void CVLocationsDelegate::refreshLocations()
         QStringList keys = m_expandedLocations.keys();
         std::sort(keys.begin(), keys.end());
         for (const QString &key : std::as_const(keys)) {
+            // A row of several folders is open when its innermost one is.
             const QModelIndex index = m_model->indexForLowerPath(key);
-            if (index.isValid())
+            if (index.isValid() && index.data(CVLocationsModel::LowerPathRole).toString() == key)
                 view->expand(index);
         }
     }
@@ -166,9 +170,10 @@ void CVLocationsDelegate::refreshLocations()
     // The folder is gone: the other panes widen.
     if (!before.isEmpty() && !again.isValid())
         refreshItemsForLocations();
+    // A chosen folder that now shares its row with others stays the one chosen.
     const CVLocationNode *node = m_model->node(selectedIndex());
-    m_selectedPath = node ? node->path : QString();
-    m_selectedLocation = node ? m_library->createDisplayTitleForPath(node->path) : QString();
+    m_selectedPath = node ? (again.isValid() ? before : node->path) : QString();
+    m_selectedLocation = node ? m_library->createDisplayTitleForPath(m_selectedPath) : QString();
     m_window->locationsSummary->setText(summary());
     if (QAction *a = m_window->action(u"toggleLocations"_s))
         a->setText(toggleTitle());
@@ -230,8 +235,9 @@ void CVLocationsDelegate::locationAction()
 {
     if (!m_window || !m_window->locationsView->hasFocus() || m_justChanged)
         return;
-    const CVLocationNode *node = m_model->node(selectedIndex());
-    if (node && node->path == m_selectedPath)
+    const QModelIndex selected = selectedIndex();
+    if (selected.isValid()
+        && selected.data(CVLocationsModel::SharedLowerPathsRole).toStringList().contains(m_selectedPath.toLower()))
         doDeselectAll();
 }
 

@@ -69,7 +69,7 @@ private:
     CVLocationsModel *m_model;
     QVariantMap m_expandedLocations; // lower-case path -> ""
     QString m_selectedLocation; // display title
-    QString m_selectedPath; // the selected row's path
+    QString m_selectedPath; // the chosen folder: the selected row's, or one that shares it
     bool m_saveExpandedLocations = true;
     bool m_justChanged = false;
     bool m_locationsRefreshingPlaylists = false;

@@ -26,6 +26,8 @@ void CVLocationsModel::clear()
     m_items.clear();
     m_children.clear();
     m_itemOfKey.clear();
+    m_outer.clear();
+    m_inner.clear();
     m_nodes.reset();
     m_drives = m_folders = m_files = 0;
     endResetModel();
@@ -39,11 +41,11 @@ void CVLocationsModel::reload()
     m_drives = m_folders = m_files = 0;
     m_nodes = m_library->filterEmptyLocations();
     const std::vector<int> &nodes = *m_nodes;
-    m_itemOfKey.assign(std::size_t(std::max(0, m_library->trees().keyCount())), -1);
+    const CVLibraryTrees &trees = m_library->trees();
+    m_itemOfKey.assign(std::size_t(std::max(0, trees.keyCount())), -1);
     m_items.reserve(nodes.size());
     // The list has every folder before its contents: a node's parent is the item of its
     // parent's key, met already. The root comes first; a top node (a drive) hangs under it.
-    const CVLibraryTrees &trees = m_library->trees();
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const CVLibraryTrees::NodeLinks &n = trees.links(nodes[i]);
         Item it;
@@ -78,6 +80,23 @@ void CVLocationsModel::reload()
         const Item &it = m_items[i];
         m_children[std::size_t(m_items[std::size_t(it.parent)].firstChild + it.row)] = int(i);
     }
+    // A folder (below a drive) whose only content is one folder shares that folder's row: the
+    // row is the outermost item, and shows the innermost one's contents. Parents come first, so
+    // one pass finds every item's outermost, and the last one met of a row is its innermost.
+    m_outer.resize(m_items.size());
+    m_inner.resize(m_items.size());
+    for (std::size_t i = 0; i < m_items.size(); ++i) {
+        const Item &it = m_items[i];
+        int outer = int(i);
+        // A folder's contents are never empty, a file's always are.
+        if (it.parent > 0 && it.childCount > 0) {
+            const Item &p = m_items[std::size_t(it.parent)];
+            if (p.parent > 0 && p.childCount == 1)
+                outer = m_outer[std::size_t(it.parent)];
+        }
+        m_outer[i] = outer;
+        m_inner[std::size_t(outer)] = int(i);
+    }
     endResetModel();
 }
 
@@ -86,7 +105,12 @@ const CVLocationsModel::Item *CVLocationsModel::item(const QModelIndex &index) c
     if (!index.isValid())
         return nullptr;
     const auto i = std::size_t(index.internalId());
-    return i < m_items.size() ? &m_items[i] : nullptr;
+    return i < m_items.size() ? &m_items[std::size_t(m_inner[i])] : nullptr;
+}
+
+QModelIndex CVLocationsModel::rowIndex(int outer) const
+{
+    return createIndex(m_items[std::size_t(outer)].row, 0, quintptr(outer));
 }
 
 const CVLocationNode *CVLocationsModel::node(const QModelIndex &index) const
@@ -100,8 +124,7 @@ QModelIndex CVLocationsModel::indexForLowerPath(const QString &lcPath) const
     const int key = m_library->trees().keyOfLowerPath(lcPath);
     if (key < 0 || std::size_t(key) >= m_itemOfKey.size() || m_itemOfKey[std::size_t(key)] < 0)
         return {};
-    const int i = m_itemOfKey[std::size_t(key)];
-    return createIndex(m_items[std::size_t(i)].row, 0, quintptr(i));
+    return rowIndex(m_outer[std::size_t(m_itemOfKey[std::size_t(key)])]);
 }
 
 QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &parent) const
@@ -118,10 +141,12 @@ QModelIndex CVLocationsModel::index(int row, int column, const QModelIndex &pare
 
 QModelIndex CVLocationsModel::parent(const QModelIndex &child) const
 {
-    const Item *it = item(child);
-    if (!it || it->parent < 0)
+    if (!child.isValid() || std::size_t(child.internalId()) >= m_items.size())
         return {};
-    return createIndex(m_items[std::size_t(it->parent)].row, 0, quintptr(it->parent));
+    const Item &outer = m_items[std::size_t(child.internalId())];
+    if (outer.parent < 0)
+        return {};
+    return rowIndex(m_outer[std::size_t(outer.parent)]);
 }
 
 int CVLocationsModel::rowCount(const QModelIndex &parent) const
@@ -150,6 +175,7 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
     if (!it)
         return {};
     const CVLocationNode &n = m_library->locationNode(it->node);
+    const int topNode = m_items[std::size_t(index.internalId())].node;
     const bool group = !n.hasParent;
     const bool drive = n.lcParentPath == u"locations"_s;
     switch (role) {
@@ -157,6 +183,11 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
     case Qt::AccessibleTextRole:
         if (group)
             return n.path;
+        if (topNode != it->node) {
+            // The folders that share the row, from the row above: "home/alice/Music".
+            const QString &above = m_library->locationNode(topNode).parentPath;
+            return n.path.mid(above.size()).chopped(1);
+        }
         return CVVolumes::displayName(
             n.path.endsWith(u'/') && n.path.size() > 1 ? n.path.chopped(1) : n.path, m_startupDriveName);
     case Qt::ToolTipRole:
@@ -183,6 +214,14 @@ QVariant CVLocationsModel::data(const QModelIndex &index, int role) const
         return n.path;
     case LowerPathRole:
         return n.lcPath;
+    case SharedLowerPathsRole: {
+        // The row's folders, outermost first: every folder path from the top one down.
+        const QString &top = m_library->locationNode(topNode).lcPath;
+        QStringList paths { top };
+        for (qsizetype at = n.lcPath.indexOf(u'/', top.size()); at >= 0; at = n.lcPath.indexOf(u'/', at + 1))
+            paths.append(n.lcPath.left(at + 1));
+        return paths;
+    }
     case IsFileRole:
         return n.isFile;
     case IsDriveRole:

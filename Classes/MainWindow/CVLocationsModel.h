@@ -11,12 +11,16 @@ struct CVLocationNode;
 // The locations pane's outline: "LOCATIONS" (or "NO LOCATIONS"), the drives under it, their
 // folders and files, from the library manager's node list of the current selection. A node's
 // children are the nodes whose lcParentPath is its lcPath; the list comes sorted so that every
-// folder comes before its contents, and the outline is built from it in one pass.
+// folder comes before its contents, and the outline is built from it in a few passes. A folder
+// whose only content is another folder shares one row with it ("home/alice/Music"), so that
+// deep folders are not indented out of the pane.
 class CVLocationsModel : public QAbstractItemModel {
     Q_OBJECT
 
 public:
-    enum Role { PathRole = Qt::UserRole + 1, LowerPathRole, IsFileRole, IsDriveRole };
+    // A row stands for a folder and for the folders around it that hold nothing else: its path
+    // is the innermost one's; SharedLowerPathsRole lists all of them, outermost first.
+    enum Role { PathRole = Qt::UserRole + 1, LowerPathRole, IsFileRole, IsDriveRole, SharedLowerPathsRole };
 
     CVLocationsModel(CVLibraryManager *library, QString startupDriveName, QObject *parent = nullptr);
 
@@ -42,7 +46,8 @@ public:
 
 private:
     // The outline as flat arrays, built in a few passes over the node list: item 0 is the
-    // root; an item's children are a run of m_children.
+    // root; an item's children are a run of m_children. A row's index carries its outermost
+    // item; what it shows (node, children) is its innermost's.
     struct Item {
         int node = -1;
         int parent = -1;
@@ -50,7 +55,9 @@ private:
         int firstChild = 0;
         int childCount = 0;
     };
+    // The row's innermost item.
     const Item *item(const QModelIndex &index) const;
+    QModelIndex rowIndex(int outer) const;
 
     CVLibraryManager *m_library;
     QString m_startupDriveName;
@@ -58,6 +65,8 @@ private:
     std::vector<Item> m_items;
     std::vector<int> m_children;
     std::vector<int> m_itemOfKey; // by node key: the item, or -1
+    std::vector<int> m_outer; // by item: the outermost item of its row
+    std::vector<int> m_inner; // by outermost item: the innermost item of its row
     int m_drives = 0;
     int m_folders = 0;
     int m_files = 0;

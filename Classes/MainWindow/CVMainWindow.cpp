@@ -1,5 +1,6 @@
 #include "MainWindow/CVMainWindow.h"
 
+#include "MainWindow/CVLocationsItemDelegate.h"
 #include "Views/CVFilterPathBar.h"
 #include "Views/CVFilterPathPopover.h"
 #include "Views/CVIcons.h"
@@ -207,6 +208,9 @@ QWidget *CVMainWindow::buildMainView()
     locationsPane = new QWidget(view);
     locationsView = makeOutline(locationsPane, u"Locations"_s);
     locationsView->setUniformRowHeights(false);
+    locationsView->setItemDelegate(new CVLocationsItemDelegate(locationsView));
+    // Drives, then folders many levels deep: a smaller step keeps their names in view.
+    locationsView->setIndentation(qMin(locationsView->indentation(), locationsView->fontMetrics().height() * 4 / 5));
     auto *locationsLayout = new QVBoxLayout(locationsPane);
     locationsLayout->setContentsMargins(0, 0, 0, 0);
     locationsLayout->addWidget(locationsView, 1);

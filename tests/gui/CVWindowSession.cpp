@@ -24,11 +24,12 @@ CVWindowSession::CVWindowSession(Options options)
     CVLibraryGeneratorOptions generator;
     generator.tracks = options.tracks;
     generator.seed = 11;
-    generator.mediaRoot = home.filePath(u"Music/iTunes"_s);
+    generator.mediaRoot = home.filePath(options.mediaFolder);
     generator.secondDrive = home.filePath(u"Volumes/Archive"_s);
     generator.createMediaFiles = true;
     generator.mediaFileBytes = options.mediaFileBytes;
     QDir().mkpath(home.filePath(u"Music/iTunes"_s));
+    QDir().mkpath(generator.mediaRoot);
     if (!CVLibraryGenerator(generator).write(libraryFile(), &generated))
         qFatal("the library could not be written");
     // A helper of the test's own, so that no real helper is installed and started in the background.

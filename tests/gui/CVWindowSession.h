@@ -20,6 +20,8 @@ public:
         bool allowRoot = true;
         // Bytes of each media file (0: a few kB).
         qint64 mediaFileBytes = 0;
+        // Where the media folder lies in the home ("<mediaFolder>/iTunes Media").
+        QString mediaFolder = QStringLiteral("Music/iTunes");
     };
 
     explicit CVWindowSession(Options options);

@@ -7,8 +7,10 @@
 #include "CVWindowSession.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPlaylist.h"
+#include "Library/CVPredicateArchive.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVLocationsDelegate.h"
+#include "MainWindow/CVLocationsItemDelegate.h"
 #include "MainWindow/CVLocationsModel.h"
 #include "MainWindow/CVMainWindow.h"
 #include "Platform/CVSettings.h"
@@ -17,6 +19,8 @@
 
 #include <QAction>
 #include <QLabel>
+#include <QMimeData>
+#include <QSplitter>
 #include <QToolButton>
 #include <QTreeView>
 #include <QtTest>
@@ -42,6 +46,28 @@ void select(QTreeView *view, const QModelIndex &index)
     view->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect);
 }
 
+// What the locations pane shows of a row at the view's present width.
+QString shownText(QTreeView *view, const QModelIndex &index)
+{
+    QStyleOptionViewItem option;
+    option.initFrom(view);
+    option.widget = view;
+    option.rect = view->visualRect(index);
+    const int icon = view->style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, view);
+    option.decorationSize = QSize(icon, icon);
+    return static_cast<CVLocationsItemDelegate *>(view->itemDelegate())->shownText(option, index);
+}
+
+void forEachRow(const QAbstractItemModel *model, const std::function<void(const QModelIndex &)> &visit,
+    const QModelIndex &parent = {})
+{
+    for (int r = 0; r < model->rowCount(parent); ++r) {
+        const QModelIndex i = model->index(r, 0, parent);
+        visit(i);
+        forEachRow(model, visit, i);
+    }
+}
+
 } // namespace
 
 class TestPanes : public QObject {
@@ -55,6 +81,11 @@ private Q_SLOTS:
     void locationsTreeAndCounts();
     void locationNarrowsAndVanishedFolderWidens();
     void locationPredicateOfAQuotedFolder();
+    void foldersHoldingOnlyAFolderShareARow();
+    void everyFolderNameIsReadable_data();
+    void everyFolderNameIsReadable();
+    void sharedRowsLoseOuterFoldersFirst_data();
+    void sharedRowsLoseOuterFoldersFirst();
 };
 
 void TestPanes::playlistsAreGroupedAndFolded()
@@ -268,6 +299,177 @@ void TestPanes::locationPredicateOfAQuotedFolder()
     QVERIFY(!tracks->tracks.empty());
     for (const CVTrack *t : tracks->tracks)
         QVERIFY(t->currentPath().startsWith(quoted, Qt::CaseInsensitive));
+}
+
+void TestPanes::foldersHoldingOnlyAFolderShareARow()
+{
+    CVWindowSession session({ .tracks = 200 });
+    CVWindowDelegate *window = session.app().windowDelegate();
+    CVLocationsDelegate *locations = window->locationsDelegate();
+    CVLocationsModel *model = locations->model();
+    CVLibraryManager *library = session.app().libraryManager();
+    QTreeView *view = window->corvanaWindow()->locationsView;
+    window->browserDelegate()->setMediaFilter(u"All"_s);
+    const int folders = model->folderCount();
+
+    // Above the home, which holds the media folder and the second drive's folder, nothing
+    // branches: the drive, then one row down to the home.
+    const QString home = session.home.path() + u'/';
+    const QModelIndex drive = model->index(0, 0, model->index(0, 0));
+    QCOMPARE(model->rowCount(drive), 1);
+    const QModelIndex top = model->index(0, 0, drive);
+    QCOMPARE(top.data().toString(), home.mid(1).chopped(1));
+    QCOMPARE(top.data(CVLocationsModel::PathRole).toString(), home);
+    QCOMPARE(top.data(Qt::ToolTipRole).toString(), home);
+    QCOMPARE(top.data(CVLocationsModel::SharedLowerPathsRole).toStringList().constLast(), home.toLower());
+    QCOMPARE(model->indexForLowerPath(u'/' + home.section(u'/', 1, 1).toLower() + u'/'), top);
+    // The media folder's row names the folders it stands for; each of them finds it.
+    const QString media = library->iTunesMediaPath().value() + u'/';
+    const QModelIndex mediaRow = model->indexForLowerPath(media.toLower());
+    QCOMPARE(mediaRow.data().toString(), u"Music/iTunes/iTunes Media"_s);
+    QCOMPARE(mediaRow.parent(), top);
+    QCOMPARE(mediaRow.data(CVLocationsModel::SharedLowerPathsRole).toStringList(),
+        QStringList({ (home + u"Music/"_s).toLower(), (home + u"Music/iTunes/"_s).toLower(), media.toLower() }));
+    QCOMPARE(model->indexForLowerPath((home + u"music/"_s).toLower()), mediaRow);
+    // The summary still counts every folder.
+    QCOMPARE(model->folderCount(), folders);
+
+    // Chosen, dragged and counted as the innermost folder.
+    const QMimeData *mime = model->mimeData({ mediaRow });
+    QCOMPARE(CVPredicateArchive::unarchive(mime->data(QString::fromLatin1(CVPredicateArchive::MimeType)))->text(),
+        library->trees().predicateForLocationPath(media));
+    delete mime;
+    select(view, mediaRow);
+    QCOMPARE(locations->selectedLocation(), library->createDisplayTitleForPath(media));
+    QCOMPARE(locations->getLocationPredicate().text(), library->trees().predicateForLocationPath(media));
+
+    // A folder chosen while it had a row of its own stays the one chosen when a search leaves
+    // it holding one folder only, so that its row is shared: the selection does not narrow.
+    const QString music = media + u"Music/"_s;
+    select(view, model->indexForLowerPath(music.toLower()));
+    const QString chosen = library->trees().predicateForLocationPath(music);
+    QCOMPARE(locations->getLocationPredicate().text(), chosen);
+    bool shared = false;
+    for (const CVTrack *t : library->allTracks()) {
+        if (!t->currentPath().startsWith(music))
+            continue;
+        window->filterSourcesWithSearch(t->text(CVAttr::Name));
+        const QModelIndex row = model->indexForLowerPath(music.toLower());
+        if (row.isValid() && row.data(CVLocationsModel::LowerPathRole).toString() != music.toLower()) {
+            shared = true;
+            break;
+        }
+    }
+    QVERIFY(shared);
+    QCOMPARE(locations->selectedIndex(), model->indexForLowerPath(music.toLower()));
+    QCOMPARE(locations->getLocationPredicate().text(), chosen);
+    window->filterSourcesWithSearch(u""_s);
+    QCOMPARE(locations->selectedIndex().data(CVLocationsModel::PathRole).toString(), music);
+    QCOMPARE(locations->getLocationPredicate().text(), chosen);
+    locations->doDeselectAll();
+
+    // Closing the row closes all its folders, across starts; opening it opens them all.
+    view->collapse(model->indexForLowerPath(media.toLower()));
+    for (const QString &key :
+        model->indexForLowerPath(media.toLower()).data(CVLocationsModel::SharedLowerPathsRole).toStringList())
+        QVERIFY(!locations->expandedLocations().contains(key));
+    session.app().terminate();
+    session.restart();
+    CVLocationsDelegate *again = session.app().windowDelegate()->locationsDelegate();
+    QTreeView *againView = session.app().windowDelegate()->corvanaWindow()->locationsView;
+    const QModelIndex row = again->model()->indexForLowerPath(media.toLower());
+    QVERIFY(!againView->isExpanded(row));
+    QVERIFY(againView->isExpanded(row.parent()));
+    againView->expand(row);
+    for (const QString &key : row.data(CVLocationsModel::SharedLowerPathsRole).toStringList())
+        QVERIFY(again->expandedLocations().contains(key));
+}
+
+void TestPanes::everyFolderNameIsReadable_data()
+{
+    QTest::addColumn<QString>("mediaFolder");
+    QTest::newRow("the player's own place") << u"Music/iTunes"_s;
+    QTest::newRow("ten folders deep")
+        << u"Archive/2019/Sorted/By Year/Collections/Old Disks/Imported/From Laptop/Music/iTunes"_s;
+}
+
+void TestPanes::everyFolderNameIsReadable()
+{
+    QFETCH(QString, mediaFolder);
+    CVWindowSession session({ .tracks = 300, .mediaFolder = mediaFolder });
+    CVWindowDelegate *window = session.app().windowDelegate();
+    CVMainWindow *w = window->corvanaWindow();
+    CVLocationsModel *model = window->locationsDelegate()->model();
+    window->browserDelegate()->setMediaFilter(u"All"_s);
+    // The main view at its first size, the pane at its default width, every folder open.
+    w->resize(1180, 728);
+    const int width = int(session.app().settings()->realValue(u"CVLocationsRightFrameWidth"_s));
+    QList<int> sizes = w->mainSplitter->sizes();
+    sizes[1] += sizes[2] - width;
+    sizes[2] = width;
+    w->mainSplitter->setSizes(sizes);
+    QCOMPARE(w->mainSplitter->sizes().value(2), width);
+    w->locationsView->expandAll();
+    QApplication::processEvents();
+    int checked = 0;
+    QStringList unreadable;
+    forEachRow(model, [&](const QModelIndex &index) {
+        if (index.data(CVLocationsModel::IsFileRole).toBool() || !index.parent().isValid())
+            return;
+        // The innermost folder's name, whole or (a long one) its first 16 characters at least;
+        // outer folders sharing its row may give way. The full path is in the tool tip.
+        const QString name = index.data().toString().section(u'/', -1);
+        const QString shown = shownText(w->locationsView, index).section(u'/', -1);
+        if (shown != name && (!shown.endsWith(u'…') || !name.startsWith(shown.chopped(1)) || shown.size() < 17))
+            unreadable.append(u"\"%1\" as \"%2\""_s.arg(index.data().toString(), shown));
+        if (index.data(Qt::ToolTipRole).toString() != index.data(CVLocationsModel::PathRole).toString())
+            unreadable.append(u"no tool tip: "_s + index.data().toString());
+        ++checked;
+    });
+    QVERIFY2(unreadable.isEmpty(), qPrintable(unreadable.join(u", "_s)));
+    QVERIFY(checked > 20);
+}
+
+void TestPanes::sharedRowsLoseOuterFoldersFirst_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("keepFirst");
+    QTest::addColumn<QString>("fitting"); // the widest text the width allows
+    QTest::addColumn<QString>("expected");
+    const QString media = u"home/alice/Music/iTunes/iTunes Media"_s;
+    QTest::newRow("fits") << media << false << media << media;
+    QTest::newRow("outer folders give way")
+        << media << false << u"…/Music/iTunes/iTunes Media"_s << u"…/Music/iTunes/iTunes Media"_s;
+    QTest::newRow("a folder's width short")
+        << media << false << u"…/Music/iTunes/iTunes Medi"_s << u"…/iTunes/iTunes Media"_s;
+    QTest::newRow("the innermost alone") << media << false << u"…/iTunes Media"_s << u"…/iTunes Media"_s;
+    QTest::newRow("even that cut") << media << false << u"…/iTunes"_s << QString();
+    QTest::newRow("one folder") << u"Computer"_s << false << u"Comp"_s << QString();
+    const QString lectures = u"iTunes U/Physics/Year One/Lectures"_s;
+    QTest::newRow("the first kept") << lectures << true << u"iTunes U/…/Year One/Lectures"_s
+                                    << u"iTunes U/…/Year One/Lectures"_s;
+    QTest::newRow("the first and the innermost")
+        << lectures << true << u"iTunes U/…/Year One/Lecture"_s << u"iTunes U/…/Lectures"_s;
+    QTest::newRow("the first given up last") << lectures << true << u"iTunes U/…/Lecture"_s << u"…/Lectures"_s;
+}
+
+void TestPanes::sharedRowsLoseOuterFoldersFirst()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, keepFirst);
+    QFETCH(QString, fitting);
+    QFETCH(QString, expected);
+    const QFontMetrics metrics(QApplication::font());
+    const int width = metrics.horizontalAdvance(fitting);
+    const QString shown = CVLocationsItemDelegate::elidedFolders(text, metrics, width, keepFirst);
+    QVERIFY(metrics.horizontalAdvance(shown) <= width);
+    if (!expected.isEmpty()) {
+        QCOMPARE(shown, expected);
+    } else {
+        // Cut at its end, as any name too long for its row.
+        QVERIFY(shown.endsWith(u'…'));
+        QVERIFY(shown.size() > 1);
+    }
 }
 
 QTEST_MAIN(TestPanes)

@@ -1,7 +1,8 @@
-// Start-up, the load sequence, crash detection and the guarded quit.
+// Start-up, the load sequence, crash detection, the guarded quit, and the window on its screen.
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVMediaSpanner.h"
+#include "Engine/CVResultRow.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPredicateArchive.h"
 #include "Library/CVTrack.h"
@@ -9,8 +10,10 @@
 #include "MainWindow/CVSheetPresenter.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVLoadingView.h"
+#include "Views/CVScreenFit.h"
 #include "Views/CVSpanQueueDropZone.h"
 
+#include <QScreen>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -30,6 +33,24 @@ void writeSettings(const QVariantMap &values)
 CVSettings storedSettings()
 {
     return CVSettings();
+}
+
+QScreen *screenNamed(const QString &name)
+{
+    for (QScreen *screen : QGuiApplication::screens())
+        if (screen->name() == name)
+            return screen;
+    return nullptr;
+}
+
+// Centres compared within the frame the offscreen platform draws around a window, which it
+// knows only once the window is shown.
+constexpr int kFrameSlack = 8;
+
+// The whole window, title bar and borders included, inside its screen's available geometry.
+bool isWhollyOn(const QWidget *window, const QScreen *screen)
+{
+    return screen && screen->availableGeometry().contains(window->frameGeometry());
 }
 
 } // namespace
@@ -54,6 +75,10 @@ private Q_SLOTS:
     void savedQueueIsRefilled();
     void savedQueueThatIsNoRecordIsRemoved();
     void interruptedRunRefillsTheQueue();
+    void framesFitTheirScreen_data();
+    void framesFitTheirScreen();
+    void windowGrowsAndRunsOnScreen_data();
+    void windowGrowsAndRunsOnScreen();
 };
 
 void TestStartup::loadShowsItsStepsThenTheMainView()
@@ -341,5 +366,105 @@ void TestStartup::interruptedRunRefillsTheQueue()
         QCOMPARE(t->text(CVAttr::MediaType), u"Books"_s);
 }
 
-QTEST_MAIN(TestStartup)
+void TestStartup::framesFitTheirScreen_data()
+{
+    QTest::addColumn<QRect>("frame");
+    QTest::addColumn<QRect>("available");
+    QTest::addColumn<QRect>("expected");
+    const QRect laptop(0, 0, 1366, 768);
+    const QRect right(1366, 0, 1600, 1000);
+    QTest::newRow("inside: kept") << QRect(100, 50, 800, 600) << laptop << QRect(100, 50, 800, 600);
+    QTest::newRow("past the foot: raised") << QRect(233, 227, 1180, 728) << laptop << QRect(186, 40, 1180, 728);
+    QTest::newRow("past the left: moved right") << QRect(-300, 100, 800, 600) << laptop << QRect(0, 100, 800, 600);
+    QTest::newRow("larger: shrunk, centred") << QRect(-100, -50, 2000, 1200) << laptop << laptop;
+    QTest::newRow("wider only") << QRect(1300, 100, 1800, 700) << right << QRect(1366, 100, 1600, 700);
+    QTest::newRow("on a screen right of another") << QRect(2500, 900, 600, 400) << right << QRect(2366, 600, 600, 400);
+}
+
+void TestStartup::framesFitTheirScreen()
+{
+    QFETCH(QRect, frame);
+    QFETCH(QRect, available);
+    QFETCH(QRect, expected);
+    QCOMPARE(CVScreenFit::fitted(frame, available), expected);
+}
+
+void TestStartup::windowGrowsAndRunsOnScreen_data()
+{
+    // The frame the last run saved ("" for a first start) and the screen it must end on.
+    QTest::addColumn<QString>("saved");
+    QTest::addColumn<QString>("screen");
+    QTest::addColumn<bool>("centreKept");
+    QTest::newRow("1366x768, first start") << QString() << u"Laptop"_s << false;
+    QTest::newRow("1366x768, at the foot") << u"233 227 1180 728"_s << u"Laptop"_s << false;
+    QTest::newRow("1366x768, frame from a larger screen") << u"0 0 1900 1150"_s << u"Laptop"_s << false;
+    QTest::newRow("1600x1000, centre kept") << u"1600 100 1200 800"_s << u"Desktop"_s << true;
+    QTest::newRow("1600x1000, past the foot") << u"1500 400 1180 760"_s << u"Desktop"_s << false;
+    QTest::newRow("HiDPI, frame from a larger screen") << u"3000 40 1600 1000"_s << u"HiDPI"_s << false;
+    QTest::newRow("on a screen no longer there") << u"9000 9000 1180 760"_s << u"Laptop"_s << false;
+}
+
+void TestStartup::windowGrowsAndRunsOnScreen()
+{
+    QFETCH(QString, saved);
+    QFETCH(QString, screen);
+    QFETCH(bool, centreKept);
+    QScreen *expected = screenNamed(screen);
+    QVERIFY2(expected, "the test's screens (tests/data/screens.json) are not in use");
+    CVWindowSession session({ .tracks = 50, .start = false });
+    if (!saved.isEmpty())
+        writeSettings({ { QString::fromLatin1(CVWindowDelegate::FrameKey), saved } });
+    const QStringList parts = saved.split(u' ');
+    const QPoint savedCentre = saved.isEmpty()
+        ? QPoint()
+        : QRect(parts[0].toInt(), parts[1].toInt(), parts[2].toInt(), parts[3].toInt()).center();
+    session.awake();
+    CVWindowDelegate *delegate = session.app().windowDelegate();
+    CVMainWindow *window = delegate->corvanaWindow();
+    QCOMPARE(window->size(), CVMainWindow::LoadingSize);
+    QVERIFY(isWhollyOn(window, expected));
+    const QPoint loadingCentre = window->geometry().center();
+    session.launch();
+    QVERIFY(window->isMainViewShown());
+    QVERIFY2(isWhollyOn(window, expected),
+        qPrintable(u"%1,%2 %3x%4"_s.arg(window->x()).arg(window->y()).arg(window->width()).arg(window->height())));
+    QVERIFY(window->width() >= CVMainWindow::MinimumMainSize.width());
+    QVERIFY(window->height() >= CVMainWindow::MinimumMainSize.height());
+    // Grown around the loading view's centre, which stood where the main view's did.
+    QVERIFY((window->geometry().center() - loadingCentre).manhattanLength() <= kFrameSlack);
+    if (centreKept)
+        QVERIFY((window->geometry().center() - savedCentre).manhattanLength() <= kFrameSlack);
+    if (saved.isEmpty())
+        QVERIFY(
+            (window->geometry().center() - expected->availableGeometry().center()).manhattanLength() <= kFrameSlack);
+
+    // A run's views and the way back keep it there.
+    const QRect main = window->geometry();
+    delegate->showSpanningView();
+    QVERIFY(isWhollyOn(window, expected));
+    QCOMPARE(window->geometry(), main);
+    CVRunResults results;
+    results.headline = u"Span Completed"_s;
+    delegate->showResultsAfterRun(results);
+    QVERIFY(isWhollyOn(window, expected));
+    QCOMPARE(window->geometry(), main);
+    delegate->showReloadingView();
+    QVERIFY(isWhollyOn(window, expected));
+    delegate->displayMainViewBeforeQuit();
+    QVERIFY(isWhollyOn(window, expected));
+    QCOMPARE(window->geometry(), main);
+}
+
+int main(int argc, char *argv[])
+{
+    // The screens the window must fit, side by side: a laptop's 1366x768, a desktop's 1600x1000
+    // and a HiDPI screen of 2560x1440 pixels at twice the scale.
+    if (qEnvironmentVariable("QT_QPA_PLATFORM", u"offscreen"_s) == u"offscreen"_s)
+        qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" CORVANA_TEST_DATA "/screens.json");
+    QApplication app(argc, argv);
+    app.setAttribute(Qt::AA_Use96Dpi, true);
+    TestStartup test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_startup.moc"
