@@ -248,6 +248,27 @@ CVPlistReader::CVPlistReader(QIODevice *device, qsizetype chunkSize)
 {
 }
 
+bool CVPlistReader::resume(qint64 offset, const Nesting &nesting)
+{
+    if (m_token != Token::None || offset < 0)
+        return false;
+    if (m_device) {
+        if (!m_device->seek(offset))
+            return false;
+        m_base = offset;
+        m_pos = m_size = 0;
+    } else {
+        if (offset > m_document.size())
+            return false;
+        m_pos = std::size_t(offset);
+    }
+    m_stack = nesting.frames;
+    m_expectKey = nesting.expectKey;
+    m_rootSeen = nesting.rootSeen;
+    m_pendingEnd = nesting.pendingEnd;
+    return true;
+}
+
 bool CVPlistReader::refill()
 {
     if (m_eof)

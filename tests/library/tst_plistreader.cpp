@@ -176,6 +176,50 @@ private Q_SLOTS:
             QCOMPARE(tokensStreamed(doc, chunk), whole);
     }
 
+    void resumesAnywhereBetweenValues()
+    {
+        // Comments, CDATA, entities and empty containers between and inside the values.
+        const QByteArray doc = plist("<dict>\n<key>a</key><dict><key>x</key><integer>1</integer></dict>\n"
+                                     "<!-- </dict><key> --><key>b</key><array><dict/><array/>"
+                                     "<string>p<![CDATA[</dict>]]>q</string><true/></array>\n"
+                                     "<key>c&amp;</key><dict>\n<key>d</key><date>2009-03-14T21:05:07Z</date></dict>"
+                                     "\n<key>e</key><data>AQI=</data></dict>");
+        const QStringList whole = tokensOf(doc);
+        QCOMPARE(whole.last(), u"END"_s);
+        // A second reader started where the first stands, in its nesting, reads on the same,
+        // from memory and from a device alike.
+        CVPlistReader first { QByteArrayView(doc) };
+        for (qsizetype i = 0; i + 1 < whole.size(); ++i) {
+            first.next();
+            CVPlistReader memory { QByteArrayView(doc) };
+            QVERIFY(memory.resume(first.offset(), first.nesting()));
+            QCOMPARE(tokens(memory), whole.mid(i + 1));
+
+            QBuffer buffer;
+            buffer.setData(doc);
+            buffer.open(QIODevice::ReadOnly);
+            CVPlistReader streamed(&buffer, 64);
+            QVERIFY(streamed.resume(first.offset(), first.nesting()));
+            QCOMPARE(tokens(streamed), whole.mid(i + 1));
+        }
+    }
+
+    void resumedReaderReportsPlacesInTheWholeDocument()
+    {
+        const QByteArray doc("<plist>\n<dict>\n<key>a</key><integer>1</integer>\n<key>b</key>\n<integer>x</integer>"
+                             "</dict></plist>");
+        CVPlistReader first { QByteArrayView(doc) };
+        for (int i = 0; i < 3; ++i)
+            first.next();
+        QBuffer buffer;
+        buffer.setData(doc);
+        buffer.open(QIODevice::ReadOnly);
+        CVPlistReader streamed(&buffer, 64);
+        QVERIFY(streamed.resume(first.offset(), first.nesting()));
+        QCOMPARE(tokens(streamed).last(), u"ERROR line 5, column 10: invalid content of <integer>"_s);
+        QCOMPARE(tokensOf(doc).last(), u"ERROR line 5, column 10: invalid content of <integer>"_s);
+    }
+
     void reportsErrorsWithLineAndColumn_data()
     {
         QTest::addColumn<QByteArray>("doc");
