@@ -90,6 +90,7 @@ private:
 
     Step tryParse();
     Step parseElement(std::size_t lt);
+    bool quickScalar(std::size_t lt);
     Step parseScalar(int tag, std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty);
     bool refill();
     bool fail(std::size_t offset, const QString &message);

@@ -244,6 +244,13 @@ private Q_SLOTS:
             << QByteArray("<string>&#xD800;</string>") << u"line 1, column 9: invalid character reference"_s;
         QTest::newRow("bad integer") << QByteArray("<integer>12a</integer>")
                                      << u"line 1, column 10: invalid content of <integer>"_s;
+        QTest::newRow("bad integer in a dictionary") << QByteArray("<dict><key>a</key><integer>1x</integer></dict>")
+                                                     << u"line 1, column 28: invalid content of <integer>"_s;
+        QTest::newRow("bad date in a dictionary")
+            << QByteArray("<dict><key>a</key><date>2009-03-14T25:05:07Z</date></dict>")
+            << u"line 1, column 25: invalid content of <date>"_s;
+        QTest::newRow("key for a value") << QByteArray("<dict><key>a</key><key>b</key></dict>")
+                                         << u"line 1, column 19: <key> outside of a dictionary"_s;
         QTest::newRow("empty integer") << QByteArray("<integer/>")
                                        << u"line 1, column 11: invalid content of <integer>"_s;
         QTest::newRow("bad date") << QByteArray("<date>2009-13-01T00:00:00Z</date>")
