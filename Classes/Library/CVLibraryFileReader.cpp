@@ -270,12 +270,12 @@ struct CVLibraryFileReader::Part {
     CVStringInterner interner;
     // The last interned text of each attribute: neighbouring tracks mostly share them.
     std::array<CVStringInterner::Entry *, kCVTextSlots> lastInterned {};
+    std::array<CVStringInterner::Entry *, SortFieldCount> lastSortSource {};
     std::vector<PlaylistDraft> drafts;
     std::vector<qint64> bookTrackIDs;
     std::optional<QString> mediaPath;
     std::optional<QString> persistentID;
     QString error;
-    std::array<CVStringInterner::Entry *, SortFieldCount> lastSortSource {};
 
     // The first part stops where the second began, if that turns out to be between two tracks.
     bool first = false;
