@@ -37,6 +37,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         __builtin_trap();
 
     CVLibraryContents contents;
-    CVLibraryFileReader().readDocument(QByteArrayView(bytes), contents);
+    CVLibraryFileReader whole;
+    const bool read = whole.readDocument(QByteArrayView(bytes), contents);
+
+    // Read again in two parts wherever a split is found: the same error, or the same tracks
+    // (what a failed read leaves behind is never used).
+    CVLibraryFileReader::Options options;
+    options.twoPartsFrom = 0;
+    CVLibraryFileReader halves(options);
+    CVLibraryContents parts;
+    if (halves.readDocument(QByteArrayView(bytes), parts) != read || halves.errorString() != whole.errorString())
+        __builtin_trap();
+    if (read
+        && (parts.tracks.size() != contents.tracks.size() || parts.playlists.size() != contents.playlists.size()
+            || parts.persistentID != contents.persistentID || parts.mediaPath != contents.mediaPath))
+        __builtin_trap();
     return 0;
 }

@@ -3,12 +3,17 @@
 #include "Library/CVFileURL.h"
 #include "Library/CVFormatters.h"
 #include "Library/CVPlistReader.h"
+#include "Library/CVSharedTexts.h"
 #include "Library/CVStringInterner.h"
 
 #include <QFile>
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <atomic>
 #include <charconv>
+#include <thread>
 #include <unordered_set>
 
 using namespace Qt::StringLiterals;
@@ -255,6 +260,51 @@ struct CVLibraryFileReader::PlaylistDraft {
     std::vector<std::size_t> children;
 };
 
+// What one thread reads: its own texts, tracks and playlists, joined in file order at the end.
+struct CVLibraryFileReader::Part {
+    explicit Part(CVTrackStore &into)
+        : tracks(into)
+    {
+    }
+    CVTrackStore &tracks;
+    CVStringInterner interner;
+    // The last interned text of each attribute: neighbouring tracks mostly share them.
+    std::array<CVStringInterner::Entry *, kCVTextSlots> lastInterned {};
+    std::array<CVStringInterner::Entry *, SortFieldCount> lastSortSource {};
+    std::vector<PlaylistDraft> drafts;
+    std::vector<qint64> bookTrackIDs;
+    std::optional<QString> mediaPath;
+    std::optional<QString> persistentID;
+    QString error;
+
+    // The first part stops where the second began, if that turns out to be between two tracks.
+    bool first = false;
+    qint64 handOverAt = -1;
+    CVPlistReader::Nesting handOverNesting;
+    // The second part: told to stop when the first finds the split was no boundary.
+    const std::atomic<bool> *cancel = nullptr;
+    std::atomic<qint64> *done = nullptr;
+    qint64 start = 0;
+};
+
+struct CVLibraryFileReader::SecondPart {
+    CVTrackStore tracks;
+    Part part { tracks };
+    std::atomic<bool> cancel = false;
+    std::atomic<qint64> done = 0;
+    bool ok = false;
+    std::thread thread;
+};
+
+namespace {
+
+// The attributes whose texts come from the interner.
+constexpr CVAttr kInternedTexts[] = { CVAttr::Artist, CVAttr::AlbumArtist, CVAttr::Album, CVAttr::Genre, CVAttr::Kind,
+    CVAttr::Composer, CVAttr::Grouping, CVAttr::Equalizer, CVAttr::Show, CVAttr::EpisodeID, CVAttr::SortArtist,
+    CVAttr::SortAlbumArtist, CVAttr::SortAlbum, CVAttr::SortGenre, CVAttr::SortComposer, CVAttr::SortShow };
+
+} // namespace
+
 CVLibraryFileReader::CVLibraryFileReader()
     : CVLibraryFileReader(Options())
 {
@@ -265,6 +315,14 @@ CVLibraryFileReader::CVLibraryFileReader(Options options)
 {
 }
 
+CVLibraryFileReader::~CVLibraryFileReader()
+{
+    if (m_second) {
+        m_second->cancel = true;
+        m_second->thread.join();
+    }
+}
+
 bool CVLibraryFileReader::readFile(const QString &path, CVLibraryContents &out)
 {
     QFile file(path);
@@ -272,88 +330,72 @@ bool CVLibraryFileReader::readFile(const QString &path, CVLibraryContents &out)
         m_error = file.errorString();
         return false;
     }
-    return readDevice(&file, out);
+    m_total = file.size();
+    m_path = path;
+    m_file = &file;
+    CVPlistReader reader(&file);
+    const bool ok = read(reader, out);
+    m_path.clear();
+    m_file = nullptr;
+    return ok;
 }
 
 bool CVLibraryFileReader::readDevice(QIODevice *device, CVLibraryContents &out)
 {
     m_total = device->isSequential() ? 0 : device->size();
     CVPlistReader reader(device);
-    return read(reader, out, device);
+    return read(reader, out);
 }
 
 bool CVLibraryFileReader::readDocument(QByteArrayView document, CVLibraryContents &out)
 {
     m_total = document.size();
+    m_document = document;
     CVPlistReader reader(document);
-    return read(reader, out, nullptr);
+    const bool ok = read(reader, out);
+    m_document = {};
+    return ok;
 }
 
-bool CVLibraryFileReader::failFrom(const CVPlistReader &reader)
+bool CVLibraryFileReader::failFrom(Part &part, const CVPlistReader &reader)
 {
-    m_error = reader.errorDescription();
+    part.error = reader.errorDescription();
     return false;
 }
 
-bool CVLibraryFileReader::read(CVPlistReader &reader, CVLibraryContents &out, QIODevice *device)
+bool CVLibraryFileReader::read(CVPlistReader &reader, CVLibraryContents &out)
 {
     out = CVLibraryContents();
-    m_lastInterned = {};
-    m_bookTrackIDs.clear();
-    m_libraryPersistentID.clear();
-    CVStringInterner interner;
-    std::vector<PlaylistDraft> drafts;
+    m_split = Split::None;
+    Part first(out.tracks);
+    first.first = true;
 
     if (reader.next() != Token::DictBegin) {
-        if (reader.hasError())
-            return failFrom(reader);
+        if (reader.hasError()) {
+            m_error = reader.errorDescription();
+            return false;
+        }
         m_error = u"The file is not an iTunes library: its top level is not a dictionary."_s;
         return false;
     }
-    for (;;) {
-        const Token t = reader.next();
-        if (t == Token::DictEnd)
-            break;
-        if (t != Token::Key)
-            return failFrom(reader);
-        const std::string_view key = reader.text();
-        const bool musicFolder = key == "Music Folder";
-        const bool libraryID = key == "Library Persistent ID";
-        const bool tracks = key == "Tracks";
-        const bool playlists = key == "Playlists";
-        const Token value = reader.next();
-        if (value == Token::Error)
-            return failFrom(reader);
-        if (musicFolder && value == Token::String) {
-            if (auto path = CVFileURL::pathFromFileURL(reader.text()))
-                out.mediaPath = *path;
-        } else if (libraryID && value == Token::String) {
-            m_libraryPersistentID = interner.intern(reader.text());
-            out.persistentID = m_libraryPersistentID;
-        } else if (tracks && value == Token::DictBegin) {
-            if (!readTracks(reader, out, interner, device))
-                return false;
-        } else if (playlists && value == Token::ArrayBegin) {
-            if (!readPlaylists(reader, drafts))
-                return false;
-        } else if (!reader.skipValue()) {
-            return failFrom(reader);
-        }
+    const Outcome outcome = readTopLevel(reader, first, false);
+    if (!joinSecondPart(first, outcome == Outcome::HandedOver) || outcome == Outcome::Failed) {
+        m_error = first.error;
+        return false;
     }
-    const Token end = reader.next();
-    if (end != Token::EndDocument)
-        return failFrom(reader);
+    out.mediaPath = first.mediaPath;
+    out.persistentID = first.persistentID;
 
-    buildPlaylists(drafts, out);
+    buildPlaylists(first.drafts, out);
 
     // The library's ID and the book playlist may come after the tracks in the file.
-    std::sort(m_bookTrackIDs.begin(), m_bookTrackIDs.end());
+    std::sort(first.bookTrackIDs.begin(), first.bookTrackIDs.end());
     const QString books = u"Books"_s;
     for (CVTrack &track : out.tracks) {
         if (out.persistentID)
-            track.setText(CVAttr::LibraryPersistentID, m_libraryPersistentID);
-        if (!m_bookTrackIDs.empty() && track.has(CVAttr::TrackID)
-            && std::binary_search(m_bookTrackIDs.begin(), m_bookTrackIDs.end(), track.integer(CVAttr::TrackID)))
+            track.setText(CVAttr::LibraryPersistentID, *out.persistentID);
+        if (!first.bookTrackIDs.empty() && track.has(CVAttr::TrackID)
+            && std::binary_search(first.bookTrackIDs.begin(), first.bookTrackIDs.end(), track.integer(CVAttr::TrackID)))
             track.setText(CVAttr::MediaType, books);
     }
     if (m_options.progress)
@@ -361,35 +403,221 @@ bool CVLibraryFileReader::read(CVPlistReader &reader, CVLibraryContents &out, QI
     return true;
 }
 
-bool CVLibraryFileReader::readTracks(
-    CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner, QIODevice *device)
+CVLibraryFileReader::Outcome CVLibraryFileReader::readTopLevel(CVPlistReader &reader, Part &part, bool insideTracks)
 {
+    if (insideTracks) {
+        const Outcome outcome = readTracks(reader, part);
+        if (outcome != Outcome::Done)
+            return outcome;
+    }
+    for (;;) {
+        const Token t = reader.next();
+        if (t == Token::DictEnd)
+            break;
+        if (t != Token::Key)
+            return failFrom(part, reader) ? Outcome::Done : Outcome::Failed;
+        const std::string_view key = reader.text();
+        const bool musicFolder = key == "Music Folder";
+        const bool libraryID = key == "Library Persistent ID";
+        const bool tracks = key == "Tracks";
+        const bool playlists = key == "Playlists";
+        const Token value = reader.next();
+        if (value == Token::Error)
+            return failFrom(part, reader) ? Outcome::Done : Outcome::Failed;
+        if (musicFolder && value == Token::String) {
+            if (auto path = CVFileURL::pathFromFileURL(reader.text()))
+                part.mediaPath = *path;
+        } else if (libraryID && value == Token::String) {
+            part.persistentID = part.interner.intern(reader.text());
+        } else if (tracks && value == Token::DictBegin) {
+            const Outcome outcome = readTracks(reader, part);
+            if (outcome != Outcome::Done)
+                return outcome;
+        } else if (playlists && value == Token::ArrayBegin) {
+            if (!readPlaylists(reader, part))
+                return Outcome::Failed;
+        } else if (!reader.skipValue()) {
+            return failFrom(part, reader) ? Outcome::Done : Outcome::Failed;
+        }
+    }
+    if (reader.next() != Token::EndDocument)
+        return failFrom(part, reader) ? Outcome::Done : Outcome::Failed;
+    return Outcome::Done;
+}
+
+CVLibraryFileReader::Outcome CVLibraryFileReader::readTracks(CVPlistReader &reader, Part &part)
+{
+    if (part.first && m_split == Split::None)
+        startSecondPart(reader, part);
     int sinceProgress = 0;
     for (;;) {
         Token t = reader.next();
-        if (t == Token::DictEnd)
-            return true;
+        if (t == Token::DictEnd) {
+            if (part.handOverAt >= 0)
+                joinSecondPart(part, false);
+            return Outcome::Done;
+        }
         if (t != Token::Key)
-            return failFrom(reader);
+            return failFrom(part, reader) ? Outcome::Done : Outcome::Failed;
         t = reader.next();
         if (t == Token::DictBegin) {
-            if (!readTrack(reader, out, interner))
-                return false;
+            if (!readTrack(reader, part))
+                return Outcome::Failed;
         } else if (t == Token::Error || !reader.skipValue()) {
-            return failFrom(reader);
+            return failFrom(part, reader) ? Outcome::Done : Outcome::Failed;
         }
-        if (m_options.progress && ++sinceProgress == 2000) {
+        if (part.handOverAt >= 0 && reader.offset() >= part.handOverAt) {
+            // The second part began here in this nesting: everything after is read already.
+            if (reader.offset() == part.handOverAt && reader.nesting() == part.handOverNesting)
+                return Outcome::HandedOver;
+            joinSecondPart(part, false);
+        }
+        if (part.cancel && part.cancel->load(std::memory_order_relaxed)) {
+            part.error = u"cancelled"_s;
+            return Outcome::Failed;
+        }
+        if (++sinceProgress == 2000) {
             sinceProgress = 0;
-            m_options.progress(device ? device->pos() : 0, m_total);
+            if (part.done)
+                part.done->store(reader.offset() - part.start, std::memory_order_relaxed);
+            if (part.first && m_options.progress) {
+                const qint64 second = m_second ? m_second->done.load(std::memory_order_relaxed) : 0;
+                m_options.progress(reader.offset() + second, m_total);
+            }
         }
     }
 }
 
-bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner)
+void CVLibraryFileReader::startSecondPart(const CVPlistReader &reader, Part &first)
 {
+    if (m_total < m_options.twoPartsFrom || std::thread::hardware_concurrency() < 2
+        || (m_path.isEmpty() && m_document.isNull())) {
+        m_split = Split::TooSmall;
+        return;
+    }
+    const std::optional<qint64> at = findTrackBoundary(reader.offset());
+    if (!at) {
+        m_split = Split::NoBoundary;
+        return;
+    }
+    m_split = Split::TwoParts;
+    // Right after the tracks' <dict> the nesting is what it is after each of their tracks.
+    first.handOverAt = *at;
+    first.handOverNesting = reader.nesting();
+    m_second = std::make_unique<SecondPart>();
+    SecondPart *second = m_second.get();
+    second->part.cancel = &second->cancel;
+    second->part.done = &second->done;
+    second->part.start = *at;
+    second->thread = std::thread([this, second, nesting = first.handOverNesting] {
+        std::unique_ptr<QIODevice> device;
+        const std::unique_ptr<CVPlistReader> resumed = openSecondReader(device);
+        if (!resumed || !resumed->resume(second->part.start, nesting)) {
+            second->part.error = u"The library file could not be opened a second time."_s;
+            return;
+        }
+        second->ok = readTopLevel(*resumed, second->part, true) == Outcome::Done;
+    });
+}
+
+std::unique_ptr<CVPlistReader> CVLibraryFileReader::openSecondReader(std::unique_ptr<QIODevice> &device) const
+{
+    if (m_path.isEmpty())
+        return std::make_unique<CVPlistReader>(m_document);
+    auto file = std::make_unique<QFile>(m_path);
+    if (!file->open(QIODevice::ReadOnly))
+        return nullptr;
+    // The same file, not one the player put in its place meanwhile.
+    struct stat mine {
+    }, theirs {};
+    if (::fstat(file->handle(), &mine) != 0 || ::fstat(m_file->handle(), &theirs) != 0 || mine.st_dev != theirs.st_dev
+        || mine.st_ino != theirs.st_ino)
+        return nullptr;
+    auto reader = std::make_unique<CVPlistReader>(file.get());
+    device = std::move(file);
+    return reader;
+}
+
+std::optional<qint64> CVLibraryFileReader::findTrackBoundary(qint64 tracksStart) const
+{
+    // The middle of the rest: playlists cost about as much a byte as tracks.
+    const qint64 guess = tracksStart + (m_total - tracksStart) / 2;
+    constexpr qint64 kWindow = 256 << 10;
+    QByteArray window;
+    if (m_path.isEmpty()) {
+        window = m_document.sliced(guess, qMin(kWindow, m_document.size() - guess)).toByteArray();
+    } else {
+        QFile file(m_path);
+        if (!file.open(QIODevice::ReadOnly) || !file.seek(guess))
+            return std::nullopt;
+        window = file.read(kWindow);
+    }
+    // The end of a track's dictionary and the key of the next track. A look-alike (in a comment,
+    // or between two playlists) is no harm: the first part only hands over at a real one.
+    qsizetype at = 0;
+    while ((at = window.indexOf("</dict>", at)) >= 0) {
+        at += 7;
+        qsizetype p = at;
+        while (p < window.size() && (window[p] == ' ' || window[p] == '\n' || window[p] == '\t' || window[p] == '\r'))
+            ++p;
+        if (QByteArrayView(window).sliced(p).startsWith("<key>"))
+            return guess + at;
+    }
+    return std::nullopt;
+}
+
+bool CVLibraryFileReader::joinSecondPart(Part &first, bool adopt)
+{
+    if (!m_second)
+        return true;
+    const std::unique_ptr<SecondPart> second = std::move(m_second);
+    first.handOverAt = -1;
+    if (!adopt)
+        second->cancel = true;
+    second->thread.join();
+    if (!adopt) {
+        m_split = Split::Abandoned;
+        return true;
+    }
+    Part &from = second->part;
+    if (!second->ok) {
+        first.error = from.error;
+        return false;
+    }
+
+    // Equal texts stay one object across the parts: the selections number texts by address.
+    CVSharedTexts shared(from.interner.size() * 2);
+    for (CVStringInterner::Entry &entry : from.interner.entries()) {
+        CVStringInterner::Entry &own = first.interner.entry(entry.first);
+        if (own.derived.isNull())
+            own.derived = entry.derived;
+        shared.insert(entry.second, own.second);
+        if (!entry.derived.isNull())
+            shared.insert(entry.derived, own.derived);
+    }
+    for (CVTrack &track : from.tracks)
+        for (CVAttr attr : kInternedTexts)
+            if (track.has(attr))
+                if (const QString *own = shared.find(track.textRef(attr)))
+                    track.setText(attr, *own);
+    first.tracks.append(std::move(from.tracks));
+    for (PlaylistDraft &draft : from.drafts)
+        first.drafts.push_back(std::move(draft));
+    first.bookTrackIDs.insert(first.bookTrackIDs.end(), from.bookTrackIDs.begin(), from.bookTrackIDs.end());
+    // A key given twice counts as the file's later one, as in one pass.
+    if (from.mediaPath)
+        first.mediaPath = from.mediaPath;
+    if (from.persistentID)
+        first.persistentID = from.persistentID;
+    return true;
+}
+
+bool CVLibraryFileReader::readTrack(CVPlistReader &reader, Part &part)
+{
+    CVStringInterner &interner = part.interner;
     static const QString kTypes[]
         = { u"Music"_s, u"Books"_s, u"Podcasts"_s, u"iTunes U"_s, u"TV Shows"_s, u"Movies"_s };
-    CVTrack &track = out.tracks.emplace_back();
+    CVTrack &track = part.tracks.emplace_back();
     SortSources sort[SortFieldCount];
     bool fileType = false;
     bool hasLocation = false;
@@ -401,7 +629,7 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
     auto setInterned = [&](CVAttr attr, int sortField) {
         if (reader.token() == Token::String) {
             // Neighbouring tracks mostly share artist, album and genre: try the last one first.
-            CVStringInterner::Entry *&last = m_lastInterned[std::size_t(attr)];
+            CVStringInterner::Entry *&last = part.lastInterned[std::size_t(attr)];
             const std::string_view text = reader.text();
             if (!last || last->first != text)
                 last = &interner.entry(text);
@@ -420,9 +648,12 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
     };
     auto setSortSource = [&](int sortField, bool intern) {
         if (intern && reader.token() == Token::String) {
-            CVStringInterner::Entry &e = interner.entry(reader.text());
-            sort[sortField].sortValue = e.second;
-            sort[sortField].sortEntry = &e;
+            CVStringInterner::Entry *&last = part.lastSortSource[std::size_t(sortField)];
+            const std::string_view text = reader.text();
+            if (!last || last->first != text)
+                last = &interner.entry(text);
+            sort[sortField].sortValue = last->second;
+            sort[sortField].sortEntry = last;
         } else if (auto s = textOf(reader)) {
             sort[sortField].sortValue = *s;
             sort[sortField].sortEntry = nullptr;
@@ -442,13 +673,13 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
         if (t == Token::DictEnd)
             break;
         if (t != Token::Key)
-            return failFrom(reader);
+            return failFrom(part, reader);
         const FileKey key = fileKey(reader.text());
         t = reader.next();
         if (!isScalar(t)) {
             // Presence is what counts for the marker keys, whatever the value.
             if (t == Token::Error || !reader.skipValue())
-                return failFrom(reader);
+                return failFrom(part, reader);
         }
         switch (key) {
         case FileKey::Unknown:
@@ -620,7 +851,7 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
 
     // Streams and tracks without a file are left out.
     if (!fileType || !hasLocation) {
-        out.tracks.pop_back();
+        part.tracks.pop_back();
         return true;
     }
 
@@ -669,22 +900,26 @@ bool CVLibraryFileReader::readTrack(CVPlistReader &reader, CVLibraryContents &ou
     return true;
 }
 
-bool CVLibraryFileReader::readPlaylists(CVPlistReader &reader, std::vector<PlaylistDraft> &drafts)
+bool CVLibraryFileReader::readPlaylists(CVPlistReader &reader, Part &part)
 {
     for (;;) {
+        if (part.cancel && part.cancel->load(std::memory_order_relaxed)) {
+            part.error = u"cancelled"_s;
+            return false;
+        }
         const Token t = reader.next();
         if (t == Token::ArrayEnd)
             return true;
         if (t == Token::DictBegin) {
-            if (!readPlaylist(reader, drafts.emplace_back()))
+            if (!readPlaylist(reader, part, part.drafts.emplace_back()))
                 return false;
         } else if (t == Token::Error || !reader.skipValue()) {
-            return failFrom(reader);
+            return failFrom(part, reader);
         }
     }
 }
 
-bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &draft)
+bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, Part &part, PlaylistDraft &draft)
 {
     static const std::unordered_set<std::string_view> kMarkers = { "Visible", "Master", "Music", "Movies", "TV Shows",
         "Podcasts", "iTunesU", "Audiobooks", "Books", "Party Shuffle" };
@@ -694,11 +929,11 @@ bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &dra
         if (t == Token::DictEnd)
             break;
         if (t != Token::Key)
-            return failFrom(reader);
+            return failFrom(part, reader);
         const std::string key(reader.text());
         t = reader.next();
         if (t == Token::Error)
-            return failFrom(reader);
+            return failFrom(part, reader);
         if (kMarkers.count(key)) {
             draft.builtIn = true;
             if (key == "Audiobooks" || key == "Books")
@@ -711,7 +946,7 @@ bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &dra
                     break;
                 if (t != Token::DictBegin) {
                     if (t == Token::Error || !reader.skipValue())
-                        return failFrom(reader);
+                        return failFrom(part, reader);
                     continue;
                 }
                 for (;;) {
@@ -719,7 +954,7 @@ bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &dra
                     if (t == Token::DictEnd)
                         break;
                     if (t != Token::Key)
-                        return failFrom(reader);
+                        return failFrom(part, reader);
                     const bool trackID = reader.text() == "Track ID";
                     t = reader.next();
                     if (trackID) {
@@ -727,14 +962,14 @@ bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &dra
                             draft.items.push_back(*id);
                     }
                     if (!isScalar(t) && (t == Token::Error || !reader.skipValue()))
-                        return failFrom(reader);
+                        return failFrom(part, reader);
                 }
             }
             continue;
         }
         if (!isScalar(t)) {
             if (!reader.skipValue())
-                return failFrom(reader);
+                return failFrom(part, reader);
             continue;
         }
         if (key == "Name") {
@@ -757,7 +992,7 @@ bool CVLibraryFileReader::readPlaylist(CVPlistReader &reader, PlaylistDraft &dra
         }
     }
     if (draft.books)
-        m_bookTrackIDs.insert(m_bookTrackIDs.end(), draft.items.begin(), draft.items.end());
+        part.bookTrackIDs.insert(part.bookTrackIDs.end(), draft.items.begin(), draft.items.end());
     draft.items = sortedDistinct(std::move(draft.items));
     return true;
 }

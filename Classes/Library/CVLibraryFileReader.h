@@ -3,6 +3,7 @@
 #include "Library/CVPlaylist.h"
 #include "Library/CVStringInterner.h"
 #include "Library/CVTrack.h"
+#include "Library/CVTrackStore.h"
 
 #include <QHash>
 #include <QString>
@@ -10,16 +11,18 @@
 #include <array>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
+class QFile;
 class QIODevice;
 class CVPlistReader;
 
-// What one read of the player's library file yields. The deque keeps every track at a
+// What one read of the player's library file yields. The store keeps every track at a
 // fixed address, so lists of the program can point into it.
 struct CVLibraryContents {
-    std::deque<CVTrack> tracks;
+    CVTrackStore tracks;
     std::vector<CVPlaylist> playlists;
     std::optional<QString> mediaPath; // from "Music Folder"
     std::optional<QString> persistentID; // from "Library Persistent ID"
@@ -35,10 +38,14 @@ public:
         QHash<QString, QString> lastTracksSpanned;
         // Bytes read so far and the file's size; called now and then.
         std::function<void(qint64 done, qint64 total)> progress;
+        // A file or document at least this large has its tracks read by two threads, one half
+        // each (a file that cannot be split cleanly is read by one).
+        qint64 twoPartsFrom = 8 << 20;
     };
 
     CVLibraryFileReader();
     explicit CVLibraryFileReader(Options options);
+    ~CVLibraryFileReader();
 
     bool readFile(const QString &path, CVLibraryContents &out);
     bool readDevice(QIODevice *device, CVLibraryContents &out);
@@ -47,22 +54,35 @@ public:
     // "line L, column C: what was wrong", or why the file could not be opened.
     QString errorString() const { return m_error; }
 
+    // How the last read went: in two parts, or in one and why.
+    enum class Split { None, TooSmall, NoBoundary, Abandoned, TwoParts };
+    Split lastSplit() const { return m_split; }
+
 private:
     struct PlaylistDraft;
+    struct Part;
+    struct SecondPart;
+    enum class Outcome { Failed, Done, HandedOver };
 
-    bool read(CVPlistReader &reader, CVLibraryContents &out, QIODevice *device);
-    bool readTracks(CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner, QIODevice *device);
-    bool readTrack(CVPlistReader &reader, CVLibraryContents &out, CVStringInterner &interner);
-    bool readPlaylists(CVPlistReader &reader, std::vector<PlaylistDraft> &drafts);
-    bool readPlaylist(CVPlistReader &reader, PlaylistDraft &draft);
+    bool read(CVPlistReader &reader, CVLibraryContents &out);
+    Outcome readTopLevel(CVPlistReader &reader, Part &part, bool insideTracks);
+    Outcome readTracks(CVPlistReader &reader, Part &part);
+    bool readTrack(CVPlistReader &reader, Part &part);
+    bool readPlaylists(CVPlistReader &reader, Part &part);
+    bool readPlaylist(CVPlistReader &reader, Part &part, PlaylistDraft &draft);
     void buildPlaylists(std::vector<PlaylistDraft> &drafts, CVLibraryContents &out);
-    bool failFrom(const CVPlistReader &reader);
+    bool failFrom(Part &part, const CVPlistReader &reader);
+    void startSecondPart(const CVPlistReader &reader, Part &first);
+    bool joinSecondPart(Part &first, bool adopt);
+    std::unique_ptr<CVPlistReader> openSecondReader(std::unique_ptr<QIODevice> &device) const;
+    std::optional<qint64> findTrackBoundary(qint64 tracksStart) const;
 
     Options m_options;
     QString m_error;
-    QString m_libraryPersistentID;
-    std::vector<qint64> m_bookTrackIDs;
-    // The last interned text of each attribute: neighbouring tracks mostly share them.
-    std::array<CVStringInterner::Entry *, kCVTextSlots> m_lastInterned {};
     qint64 m_total = 0;
+    QString m_path; // the file read, when it can be opened again by a second thread
+    QFile *m_file = nullptr;
+    QByteArrayView m_document; // or the document in memory
+    Split m_split = Split::None;
+    std::unique_ptr<SecondPart> m_second;
 };

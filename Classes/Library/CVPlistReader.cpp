@@ -248,6 +248,27 @@ CVPlistReader::CVPlistReader(QIODevice *device, qsizetype chunkSize)
 {
 }
 
+bool CVPlistReader::resume(qint64 offset, const Nesting &nesting)
+{
+    if (m_token != Token::None || offset < 0)
+        return false;
+    if (m_device) {
+        if (!m_device->seek(offset))
+            return false;
+        m_base = offset;
+        m_pos = m_size = 0;
+    } else {
+        if (offset > m_document.size())
+            return false;
+        m_pos = std::size_t(offset);
+    }
+    m_stack = nesting.frames;
+    m_expectKey = nesting.expectKey;
+    m_rootSeen = nesting.rootSeen;
+    m_pendingEnd = nesting.pendingEnd;
+    return true;
+}
+
 bool CVPlistReader::refill()
 {
     if (m_eof)
@@ -334,6 +355,8 @@ CVPlistReader::Step CVPlistReader::tryParse()
         }
         if (p + 1 >= m_size)
             return Step::NeedMore;
+        if (quickScalar(p))
+            return Step::Done;
         const char c = m_data[p + 1];
         if (c == '?' || c == '!') {
             std::size_t end;
@@ -370,6 +393,62 @@ CVPlistReader::Step CVPlistReader::tryParse()
         }
         return parseElement(p);
     }
+}
+
+// Keys, strings, integers and dates with plain content inside a dictionary are nearly all of a
+// library: they are read here without the general path's tag scan. Anything else (entities,
+// comments, a value out of place, bad content, a tag cut off by the buffer's end) goes the
+// general way, which reads it or reports it as before.
+bool CVPlistReader::quickScalar(std::size_t lt)
+{
+    if (m_stack.empty() || m_stack.back() != Frame::Dict)
+        return false;
+    const char *at = m_data + lt;
+    const std::size_t available = m_size - lt;
+    std::string_view name;
+    Token token;
+    if (m_expectKey) {
+        if (available < 5 || std::memcmp(at, "<key>", 5) != 0)
+            return false;
+        name = "key";
+        token = Token::Key;
+    } else if (available >= 9 && std::memcmp(at, "<integer>", 9) == 0) {
+        name = "integer";
+        token = Token::Integer;
+    } else if (available >= 8 && std::memcmp(at, "<string>", 8) == 0) {
+        name = "string";
+        token = Token::String;
+    } else if (available >= 6 && std::memcmp(at, "<date>", 6) == 0) {
+        name = "date";
+        token = Token::Date;
+    } else {
+        return false;
+    }
+    const std::size_t contentStart = lt + name.size() + 2;
+    bool special = false;
+    const char *hit = scanText(m_data + contentStart, m_data + m_size, special);
+    const auto q = std::size_t(hit - m_data);
+    if (special || q + name.size() + 3 > m_size || m_data[q + 1] != '/' || m_data[q + 2 + name.size()] != '>'
+        || std::memcmp(m_data + q + 2, name.data(), name.size()) != 0)
+        return false;
+    const std::string_view raw(m_data + contentStart, q - contentStart);
+    if (token == Token::Integer) {
+        if (!parseInteger(raw, m_integer))
+            return false;
+    } else if (token == Token::Date) {
+        if (!parseDate(raw, m_integer))
+            return false;
+    } else {
+        m_text = raw;
+    }
+    // A key is followed by its value; a value by the next key.
+    m_expectKey = token != Token::Key;
+    m_token = token;
+    const std::size_t after = q + name.size() + 3;
+    m_elementStart = m_base + qint64(lt);
+    m_elementEnd = m_base + qint64(after);
+    m_pos = after;
+    return true;
 }
 
 CVPlistReader::Step CVPlistReader::parseElement(std::size_t lt)

@@ -69,12 +69,28 @@ public:
     // "line L, column C: message"
     QString errorDescription() const;
 
-private:
+    // Where the reader stands between two values. A second reader started at the same byte in
+    // the same nesting reads on exactly as this one would, so a document can be read in parts.
     enum class Frame : char { Plist, Dict, Array };
+    struct Nesting {
+        std::vector<Frame> frames;
+        bool expectKey = false;
+        bool rootSeen = false;
+        bool pendingEnd = false;
+        bool operator==(const Nesting &) const = default;
+    };
+    Nesting nesting() const { return { m_stack, m_expectKey, m_rootSeen, m_pendingEnd }; }
+    // The absolute offset of the first byte not yet read into a token.
+    qint64 offset() const { return m_base + qint64(m_pos); }
+    // Before the first next(): go on from offset in the given nesting. A device is seeked there.
+    bool resume(qint64 offset, const Nesting &nesting);
+
+private:
     enum class Step { Done, NeedMore };
 
     Step tryParse();
     Step parseElement(std::size_t lt);
+    bool quickScalar(std::size_t lt);
     Step parseScalar(int tag, std::string_view name, std::size_t tagOffset, std::size_t contentStart, bool empty);
     bool refill();
     bool fail(std::size_t offset, const QString &message);

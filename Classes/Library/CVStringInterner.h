@@ -45,6 +45,7 @@ public:
     const QString &intern(std::string_view utf8) { return entry(utf8).second; }
 
     std::size_t size() const { return m_entries.size(); }
+    std::deque<Entry> &entries() { return m_entries; }
 
 private:
     struct Slot {
@@ -71,11 +72,24 @@ private:
         return true;
     }
 
+    // Eight bytes at a time: most texts are longer than a word, and this runs for every one.
     static std::uint64_t hash(std::string_view s)
     {
-        std::uint64_t h = 1469598103934665603ULL; // FNV-1a
-        for (unsigned char c : s)
-            h = (h ^ c) * 1099511628211ULL;
+        std::uint64_t h = std::uint64_t(s.size()) * 0x9E3779B97F4A7C15ULL;
+        std::size_t i = 0;
+        for (; i + 8 <= s.size(); i += 8) {
+            std::uint64_t w;
+            std::memcpy(&w, s.data() + i, 8);
+            h = (h ^ w) * 0xFF51AFD7ED558CCDULL;
+            h ^= h >> 32;
+        }
+        if (i < s.size()) {
+            std::uint64_t w = 0;
+            std::memcpy(&w, s.data() + i, s.size() - i);
+            h = (h ^ w) * 0xC4CEB9FE1A85EC53ULL;
+        }
+        h ^= h >> 33;
+        h *= 0xFF51AFD7ED558CCDULL;
         return h ^ (h >> 29);
     }
 

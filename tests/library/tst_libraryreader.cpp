@@ -2,12 +2,15 @@
 #include "CVTestFiles.h"
 #include "CVTestHome.h"
 #include "CVTestPresenter.h"
+#include "Library/CVLibraryFileReader.h"
 #include "Library/CVLibraryHost.h"
 #include "Library/CVLibraryManager.h"
 #include "Platform/CVSettings.h"
 
 #include <QFile>
 #include <QtTest>
+
+#include <limits>
 
 #include <utime.h>
 
@@ -49,6 +52,61 @@ void setModified(const QString &path, time_t when)
         when, when
     };
     QCOMPARE(utime(QFile::encodeName(path).constData(), &times), 0);
+}
+
+// Everything a read gave, as text, so that two ways of reading can be compared.
+QStringList describe(const CVLibraryContents &contents)
+{
+    QStringList out { contents.mediaPath.value_or(u"-"_s), contents.persistentID.value_or(u"-"_s) };
+    for (const CVTrack &t : contents.tracks) {
+        QStringList fields;
+        for (int a = 0; a < kCVAttrCount; ++a)
+            fields << t.value(CVAttr(a)).toString();
+        out << fields.join(u'|');
+    }
+    for (const CVPlaylist &p : contents.playlists) {
+        QStringList ids;
+        for (qint64 id : p.tracksPredicate.trackIDs())
+            ids << QString::number(id);
+        out << QStringList { p.name, p.playlistPersistentID, p.parentPersistentID.value_or(u"-"_s), p.group,
+            QString::number(p.folder.value_or(false)),
+            QString::fromLatin1(p.smartPlaylist.value_or(QByteArray()).toHex()), p.tracksPredicate.cacheKey(),
+            ids.join(u',') }
+                   .join(u'|');
+    }
+    return out;
+}
+
+struct Read {
+    bool ok = false;
+    CVLibraryContents contents;
+    QString error;
+    CVLibraryFileReader::Split split = CVLibraryFileReader::Split::None;
+};
+
+// From a file when a path is given, else from memory; in one part or, where it can, in two.
+Read readLibrary(const QByteArray &document, bool twoParts, const QString &path = {})
+{
+    CVLibraryFileReader::Options options;
+    options.twoPartsFrom = twoParts ? 0 : std::numeric_limits<qint64>::max();
+    CVLibraryFileReader reader(options);
+    Read read;
+    read.ok = path.isEmpty() ? reader.readDocument(document, read.contents) : reader.readFile(path, read.contents);
+    read.error = reader.errorString();
+    read.split = reader.lastSplit();
+    return read;
+}
+
+QByteArray generatedDocument(int tracks, std::uint64_t seed, const QString &dir)
+{
+    CVLibraryGeneratorOptions options;
+    options.tracks = tracks;
+    options.seed = seed;
+    const QString file = dir + u"/generated-"_s + QString::number(tracks) + u".xml"_s;
+    if (!CVLibraryGenerator(options).write(file))
+        return {};
+    QFile f(file);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 QByteArray minimalLibrary(const char *name)
@@ -372,6 +430,90 @@ private Q_SLOTS:
         QCOMPARE(ids.size(), result.fileTracks);
         for (const QString &type : { u"Music"_s, u"Movies"_s, u"TV Shows"_s, u"Podcasts"_s, u"iTunes U"_s, u"Books"_s })
             QVERIFY2(types.value(type) > 0, qPrintable(type));
+    }
+
+    // Two threads read the tracks of a large library, half each: what they give must be what
+    // one gives, wherever the halves meet.
+    void readsInTwoPartsAsInOne()
+    {
+        for (int tracks : { 40, 700, 2500 }) {
+            const QByteArray doc = generatedDocument(tracks, 7, m_home->path());
+            QVERIFY(!doc.isEmpty());
+            const QString file = m_home->filePath(u"two.xml"_s);
+            writeFile(file, doc);
+            const Read one = readLibrary(doc, false);
+            QVERIFY2(one.ok, qPrintable(one.error));
+            QCOMPARE(one.split, CVLibraryFileReader::Split::TooSmall);
+            const QStringList expected = describe(one.contents);
+            for (const QString &path : { QString(), file }) {
+                const Read two = readLibrary(doc, true, path);
+                QVERIFY2(two.ok, qPrintable(two.error));
+                QCOMPARE(two.split, CVLibraryFileReader::Split::TwoParts);
+                QCOMPARE(describe(two.contents), expected);
+
+                // Equal texts of both halves are one shared text.
+                QHash<QString, const QChar *> shared;
+                for (const CVTrack &t : two.contents.tracks)
+                    for (CVAttr a : { CVAttr::Artist, CVAttr::Album, CVAttr::Genre, CVAttr::SortArtist })
+                        if (t.has(a) && !t.textRef(a).isEmpty()) {
+                            const QChar *own = t.textRef(a).constData();
+                            QCOMPARE(*shared.insert(t.textRef(a), shared.value(t.textRef(a), own)), own);
+                        }
+            }
+        }
+    }
+
+    // Damage in either half, or in the playlists after the tracks, is reported at the same
+    // line and column as one reader finds it.
+    void reportsDamageInEitherPartAsOneReaderDoes()
+    {
+        const QByteArray doc = generatedDocument(1500, 11, m_home->path());
+        const QString file = m_home->filePath(u"damaged.xml"_s);
+        for (double where : { 0.2, 0.55, 0.8, 0.97 }) {
+            for (const char *damage : { "<integer>x", "<key>Name</key><key>", "</dict></dict>" }) {
+                QByteArray damaged = doc;
+                const qsizetype at = damaged.indexOf("<integer>", qsizetype(double(doc.size()) * where));
+                QVERIFY(at > 0);
+                damaged.replace(at, 9, damage);
+                writeFile(file, damaged);
+                const Read one = readLibrary(damaged, false);
+                QVERIFY(!one.ok);
+                QVERIFY2(one.error.startsWith(u"line "_s), qPrintable(one.error));
+                QCOMPARE(readLibrary(damaged, true).error, one.error);
+                QCOMPARE(readLibrary(damaged, true, file).error, one.error);
+            }
+            const QByteArray cut = doc.left(qsizetype(double(doc.size()) * where));
+            writeFile(file, cut);
+            const Read one = readLibrary(cut, false);
+            QVERIFY(one.error.contains(u"unexpected end of file"_s));
+            QCOMPARE(readLibrary(cut, true).error, one.error);
+            QCOMPARE(readLibrary(cut, true, file).error, one.error);
+        }
+    }
+
+    // Texts that look like the end of a track and the key of the next (in CDATA and comments)
+    // make no split: the first reader hands over only where a track really ended.
+    void readsAloneWhereTheSplitIsNoBoundary()
+    {
+        const QByteArray lookAlike = QByteArray("</dict>\n\t\t<key>9</key>\n").repeated(12000);
+        QByteArray doc = "<plist version=\"1.0\"><dict><key>Tracks</key><dict>\n";
+        for (int id = 1; id <= 40; ++id) {
+            const QByteArray comment = id % 2
+                ? QByteArray("<key>Comments</key><string><![CDATA[" + lookAlike + "]]></string>")
+                : QByteArray("<!-- " + lookAlike + " -->");
+            doc += "\t\t<key>" + QByteArray::number(id) + "</key>\n\t\t<dict><key>Track ID</key><integer>"
+                + QByteArray::number(id) + "</integer><key>Track Type</key><string>File</string>"
+                + "<key>Location</key><string>file:///m/" + QByteArray::number(id) + ".mp3</string>"
+                + "<key>Artist</key><string>A" + QByteArray::number(id % 3) + "</string>" + comment + "</dict>\n";
+        }
+        doc += "</dict></dict></plist>\n";
+        const Read one = readLibrary(doc, false);
+        QVERIFY2(one.ok, qPrintable(one.error));
+        QCOMPARE(one.contents.tracks.size(), std::size_t(40));
+        const Read two = readLibrary(doc, true);
+        QVERIFY(
+            two.split == CVLibraryFileReader::Split::Abandoned || two.split == CVLibraryFileReader::Split::NoBoundary);
+        QCOMPARE(describe(two.contents), describe(one.contents));
     }
 
 private:

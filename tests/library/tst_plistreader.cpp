@@ -176,6 +176,50 @@ private Q_SLOTS:
             QCOMPARE(tokensStreamed(doc, chunk), whole);
     }
 
+    void resumesAnywhereBetweenValues()
+    {
+        // Comments, CDATA, entities and empty containers between and inside the values.
+        const QByteArray doc = plist("<dict>\n<key>a</key><dict><key>x</key><integer>1</integer></dict>\n"
+                                     "<!-- </dict><key> --><key>b</key><array><dict/><array/>"
+                                     "<string>p<![CDATA[</dict>]]>q</string><true/></array>\n"
+                                     "<key>c&amp;</key><dict>\n<key>d</key><date>2009-03-14T21:05:07Z</date></dict>"
+                                     "\n<key>e</key><data>AQI=</data></dict>");
+        const QStringList whole = tokensOf(doc);
+        QCOMPARE(whole.last(), u"END"_s);
+        // A second reader started where the first stands, in its nesting, reads on the same,
+        // from memory and from a device alike.
+        CVPlistReader first { QByteArrayView(doc) };
+        for (qsizetype i = 0; i + 1 < whole.size(); ++i) {
+            first.next();
+            CVPlistReader memory { QByteArrayView(doc) };
+            QVERIFY(memory.resume(first.offset(), first.nesting()));
+            QCOMPARE(tokens(memory), whole.mid(i + 1));
+
+            QBuffer buffer;
+            buffer.setData(doc);
+            buffer.open(QIODevice::ReadOnly);
+            CVPlistReader streamed(&buffer, 64);
+            QVERIFY(streamed.resume(first.offset(), first.nesting()));
+            QCOMPARE(tokens(streamed), whole.mid(i + 1));
+        }
+    }
+
+    void resumedReaderReportsPlacesInTheWholeDocument()
+    {
+        const QByteArray doc("<plist>\n<dict>\n<key>a</key><integer>1</integer>\n<key>b</key>\n<integer>x</integer>"
+                             "</dict></plist>");
+        CVPlistReader first { QByteArrayView(doc) };
+        for (int i = 0; i < 3; ++i)
+            first.next();
+        QBuffer buffer;
+        buffer.setData(doc);
+        buffer.open(QIODevice::ReadOnly);
+        CVPlistReader streamed(&buffer, 64);
+        QVERIFY(streamed.resume(first.offset(), first.nesting()));
+        QCOMPARE(tokens(streamed).last(), u"ERROR line 5, column 10: invalid content of <integer>"_s);
+        QCOMPARE(tokensOf(doc).last(), u"ERROR line 5, column 10: invalid content of <integer>"_s);
+    }
+
     void reportsErrorsWithLineAndColumn_data()
     {
         QTest::addColumn<QByteArray>("doc");
@@ -200,6 +244,13 @@ private Q_SLOTS:
             << QByteArray("<string>&#xD800;</string>") << u"line 1, column 9: invalid character reference"_s;
         QTest::newRow("bad integer") << QByteArray("<integer>12a</integer>")
                                      << u"line 1, column 10: invalid content of <integer>"_s;
+        QTest::newRow("bad integer in a dictionary") << QByteArray("<dict><key>a</key><integer>1x</integer></dict>")
+                                                     << u"line 1, column 28: invalid content of <integer>"_s;
+        QTest::newRow("bad date in a dictionary")
+            << QByteArray("<dict><key>a</key><date>2009-03-14T25:05:07Z</date></dict>")
+            << u"line 1, column 25: invalid content of <date>"_s;
+        QTest::newRow("key for a value") << QByteArray("<dict><key>a</key><key>b</key></dict>")
+                                         << u"line 1, column 19: <key> outside of a dictionary"_s;
         QTest::newRow("empty integer") << QByteArray("<integer/>")
                                        << u"line 1, column 11: invalid content of <integer>"_s;
         QTest::newRow("bad date") << QByteArray("<date>2009-13-01T00:00:00Z</date>")
