@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QStringList kWindowsNames { u"auto"_s, u"always"_s, u"never"_s };
-const QStringList kPlayers { u"auto"_s, u"itunes-file"_s, u"dbus"_s, u"rhythmbox"_s };
+const QStringList kPlayers { u"auto"_s, u"itunes-file"_s, u"dbus"_s, u"rhythmbox"_s, u"strawberry"_s };
 
 CVSegmentedControl *offOn(QWidget *parent, const QString &name)
 {
@@ -67,7 +67,8 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     namesNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, namesNote);
 
-    player = new CVSegmentedControl({ u"Automatic"_s, u"iTunes Library File"_s, u"D-Bus Player"_s, u"Rhythmbox"_s },
+    player = new CVSegmentedControl(
+        { u"Automatic"_s, u"iTunes Library File"_s, u"D-Bus Player"_s, u"Rhythmbox"_s, u"Strawberry"_s },
         CVSegmentedControl::Mode::SelectOne, this);
     player->setObjectName(u"player"_s);
     addRow(u"Player:"_s, player);

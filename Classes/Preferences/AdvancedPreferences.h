@@ -23,7 +23,7 @@ public:
     QCheckBox *clearSpanLocation = nullptr;
     CVSegmentedControl *reattempts = nullptr; // segment index = count
     CVSegmentedControl *windowsFileNames = nullptr; // auto, always, never
-    CVSegmentedControl *player = nullptr; // auto, itunes-file, dbus, rhythmbox
+    CVSegmentedControl *player = nullptr; // auto, itunes-file, dbus, rhythmbox, strawberry
 
 private:
     void setFullSpanReattempts(int segment);
