@@ -205,9 +205,28 @@ bool CVStrawberryReader::readFile(const QString &path, CVLibraryContents &out)
         return false;
     }
 
+    // playlist_items has no index on playlist: one pass over all of them, not one a playlist.
+    QHash<qint64, std::vector<qint64>> members;
+    {
+        Statement items(db, "SELECT playlist, type, collection_id, url FROM playlist_items");
+        if (!items) {
+            m_error = u"The playlists of the Strawberry collection cannot be read: %1"_s.arg(db.lastError());
+            out = CVLibraryContents();
+            return false;
+        }
+        while (items.step() == SQLITE_ROW) {
+            std::vector<qint64> &list = members[items.integer(0)];
+            if (items.integer(1) == CVStrawberryDB::CollectionItem) {
+                list.push_back(items.integer(2));
+            } else {
+                const auto song = byURL.constFind(items.text(3).toByteArray());
+                if (song != byURL.cend())
+                    list.push_back(*song);
+            }
+        }
+    }
     Statement playlists(db, "SELECT ROWID, name FROM playlists ORDER BY ui_order, ROWID");
-    Statement items(db, "SELECT type, collection_id, url FROM playlist_items WHERE playlist = ?1 ORDER BY ROWID");
-    if (!playlists || !items) {
+    if (!playlists) {
         m_error = u"The playlists of the Strawberry collection cannot be read: %1"_s.arg(db.lastError());
         out = CVLibraryContents();
         return false;
@@ -219,21 +238,10 @@ bool CVStrawberryReader::readFile(const QString &path, CVLibraryContents &out)
         playlist.playlistID = id;
         playlist.playlistPersistentID = u"P"_s + CVStrawberryDB::persistentIDOf(id).mid(1);
         playlist.group = u"2 PLAYLISTS"_s;
-        std::vector<qint64> members;
-        items.reset();
-        items.bind(1, id);
-        while (items.step() == SQLITE_ROW) {
-            if (items.integer(0) == CVStrawberryDB::CollectionItem) {
-                members.push_back(items.integer(1));
-            } else {
-                const auto song = byURL.constFind(items.text(2).toByteArray());
-                if (song != byURL.cend())
-                    members.push_back(*song);
-            }
-        }
-        std::sort(members.begin(), members.end());
-        members.erase(std::unique(members.begin(), members.end()), members.end());
-        CVPredicate predicate = CVPredicate::forTrackIDs(std::move(members));
+        std::vector<qint64> ids = members.take(id);
+        std::sort(ids.begin(), ids.end());
+        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+        CVPredicate predicate = CVPredicate::forTrackIDs(std::move(ids));
         predicate.setIsPlaylist(true);
         predicate.setCacheKey(playlist.playlistPersistentID);
         playlist.tracksPredicate = predicate;
