@@ -5,6 +5,7 @@
 #include "Library/CVStrawberryDB.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVVolumes.h"
 
 #include <QCryptographicHash>
 #include <QDBusConnection>
@@ -16,6 +17,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QThread>
 
 #include <sqlite3.h>
@@ -78,6 +81,30 @@ CVStrawberryPlayerLink::CVStrawberryPlayerLink(
     m_mpris.setCallTimeout(10000);
 }
 
+QString CVStrawberryPlayerLink::strawberryConfigFile()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + u"/strawberry/strawberry.conf"_s;
+}
+
+QString CVStrawberryPlayerLink::unavailableSongsWarning(const QString &configFile)
+{
+    // Strawberry's defaults: missing songs are marked unavailable, and deleted after 60 days.
+    QSettings settings(configFile, QSettings::IniFormat);
+    settings.beginGroup(u"Collection"_s);
+    if (!settings.value(u"mark_songs_unavailable"_s, true).toBool())
+        return u"Strawberry is set not to keep songs whose files are missing (“mark_songs_unavailable” is off in "
+               "“%1”): at a scan while a span drive is unplugged, it deletes the spanned songs with their play "
+               "counts, ratings and places in playlists. Keep the drive plugged in while Strawberry runs, or turn "
+               "the setting on."_s.arg(configFile);
+    const int days = settings.value(u"expire_unavailable_songs"_s, 60).toInt();
+    if (days > 0)
+        return u"Strawberry deletes a song whose file it has not seen for %1 days, even one a playlist holds "
+               "(“expire_unavailable_songs” in “%2”): plug each span drive in at least that often while "
+               "Strawberry runs, or turn the expiry off."_s.arg(days)
+                   .arg(configFile);
+    return {};
+}
+
 QString CVStrawberryPlayerLink::description() const
 {
     return u"Strawberry and its collection “%1”"_s.arg(m_databasePath);
@@ -129,6 +156,13 @@ bool CVStrawberryPlayerLink::applyJournalLocked(QString *error)
         return false;
     }
     const CVStrawberryRewriter::Result result = CVStrawberryRewriter::apply(m_databasePath, m_backupPath, changes);
+    const bool onADrive = std::any_of(changes.cbegin(), changes.cend(),
+        [](const Change &change) { return !CVVolumes::driveRootOfPath(change.path).isEmpty(); });
+    if (result.ok && onADrive) {
+        const QString warning = unavailableSongsWarning(strawberryConfigFile());
+        if (!warning.isEmpty())
+            CVLog::log(u"Corvana: %1"_s.arg(warning));
+    }
     if (!result.ok) {
         logError(result.error);
         if (error)

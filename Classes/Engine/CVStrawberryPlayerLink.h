@@ -31,6 +31,11 @@ public:
     // Start Strawberry again after a run when it was running, even when it was not playing.
     void setRelaunchWhenWasRunning(bool relaunch) { m_relaunchWhenWasRunning = relaunch; }
 
+    // What Strawberry's own settings (strawberry.conf) will do to songs whose drive stays away,
+    // when they would delete them; an empty text when they keep them.
+    static QString unavailableSongsWarning(const QString &configFile);
+    static QString strawberryConfigFile();
+
     QList<CVStrawberryRewriter::Change> pendingChanges() const;
     // Writes the journal into the database; what quit does once Strawberry is not running.
     bool applyJournal(QString *error = nullptr);

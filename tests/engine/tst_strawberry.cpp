@@ -424,6 +424,17 @@ private Q_SLOTS:
         }
     }
 
+    // Strawberry's own settings decide whether a song whose drive is away survives.
+    void unavailableSongsWarning()
+    {
+        const QString conf = m_home->filePath(u"strawberry.conf"_s);
+        QVERIFY(CVStrawberryPlayerLink::unavailableSongsWarning(conf).contains(u"60 days"_s)); // the defaults
+        writeFile(conf, "[Collection]\nexpire_unavailable_songs=0\n");
+        QVERIFY(CVStrawberryPlayerLink::unavailableSongsWarning(conf).isEmpty());
+        writeFile(conf, "[Collection]\nmark_songs_unavailable=false\nexpire_unavailable_songs=0\n");
+        QVERIFY(CVStrawberryPlayerLink::unavailableSongsWarning(conf).contains(u"deletes the spanned songs"_s));
+    }
+
     // Another program holds a write transaction: the run does not start; a journal written
     // meanwhile stays until the database can be written, and is then written whole.
     void lockedDatabase()
