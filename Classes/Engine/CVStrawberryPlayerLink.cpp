@@ -5,6 +5,7 @@
 #include "Library/CVStrawberryDB.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
 #include "Platform/CVVolumes.h"
 
 #include <QCryptographicHash>
@@ -225,6 +226,7 @@ bool CVStrawberryPlayerLink::quitStrawberry(QString *error)
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!isStrawberryRunning())
         return true;
+    m_startedAfterWrite = false;
     const uint pid = bus.interface()->servicePid(service()).value();
     Before before;
     before.running = true;
@@ -339,7 +341,8 @@ std::optional<QString> CVStrawberryPlayerLink::trackLocation(const QString &pers
 
 bool CVStrawberryPlayerLink::isRunning()
 {
-    return isStrawberryRunning() || QFile::exists(m_journalPath);
+    // A Strawberry that Corvana started after writing has every change: the run need not wait for it.
+    return QFile::exists(m_journalPath) || (!m_startedAfterWrite && isStrawberryRunning());
 }
 
 void CVStrawberryPlayerLink::quit()
@@ -349,8 +352,8 @@ void CVStrawberryPlayerLink::quit()
     QString error;
     if (!applyJournal(&error))
         return;
-    // Not playing: nothing for the run's end to play again, but the user asked for it back.
-    if (m_before.running && m_before.state == StateStopped && m_relaunchWhenWasRunning) {
+    // Not playing: nothing for the run's end to play again, but the user may want it back.
+    if (m_before.running && m_before.state == StateStopped && CVSettings().boolValue(u"CVRelaunchPlayerAfterRun"_s)) {
         m_before = {};
         launch();
     }
@@ -369,8 +372,10 @@ bool CVStrawberryPlayerLink::launch()
     }
     const QDeadlineTimer deadline(m_launchTimeoutMs);
     while (!deadline.hasExpired()) {
-        if (isStrawberryRunning())
+        if (isStrawberryRunning()) {
+            m_startedAfterWrite = true;
             return true;
+        }
         QThread::msleep(50);
     }
     logError(u"Strawberry did not start in time"_s);

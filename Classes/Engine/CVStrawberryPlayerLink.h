@@ -28,8 +28,6 @@ public:
     // How long Strawberry may take to quit, and to start.
     void setQuitTimeout(int milliseconds) { m_quitTimeoutMs = milliseconds; }
     void setLaunchTimeout(int milliseconds) { m_launchTimeoutMs = milliseconds; }
-    // Start Strawberry again after a run when it was running, even when it was not playing.
-    void setRelaunchWhenWasRunning(bool relaunch) { m_relaunchWhenWasRunning = relaunch; }
 
     // What Strawberry's own settings (strawberry.conf) will do to songs whose drive stays away,
     // when they would delete them; an empty text when they keep them.
@@ -77,8 +75,8 @@ private:
     QStringList m_launchCommand { QStringLiteral("strawberry") };
     int m_quitTimeoutMs = 20000;
     int m_launchTimeoutMs = 30000;
-    bool m_relaunchWhenWasRunning = false;
     QString m_runSpanLocation;
+    bool m_startedAfterWrite = false;
 
     // What Strawberry was doing when Corvana quit it, for the run's end to bring it back.
     struct Before {

@@ -24,6 +24,7 @@ public:
     CVSegmentedControl *reattempts = nullptr; // segment index = count
     CVSegmentedControl *windowsFileNames = nullptr; // auto, always, never
     CVSegmentedControl *player = nullptr; // auto, itunes-file, dbus, rhythmbox, strawberry
+    QCheckBox *relaunchPlayer = nullptr;
 
 private:
     void setFullSpanReattempts(int segment);

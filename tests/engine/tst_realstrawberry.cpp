@@ -141,16 +141,26 @@ private:
     }
 
     // Starts Strawberry and gives its start-up scan time to finish.
+    // Starts Strawberry and gives its start-up scan time to finish. A Strawberry started while the
+    // one before is still going away hands over to it and ends: it is started again.
     bool start(QProcess &player, int settleMs)
     {
-        player.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        player.setStandardOutputFile(QProcess::nullDevice());
-        player.start(m_xvfb, { u"-a"_s, m_strawberry });
-        if (!player.waitForStarted())
-            return false;
-        QDeadlineTimer deadline(90000);
-        while (!running() && !deadline.hasExpired())
-            QTest::qWait(100);
+        for (int attempt = 0; attempt < 3 && !running(); ++attempt) {
+            player.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            player.setStandardOutputFile(QProcess::nullDevice());
+            player.start(m_xvfb, { u"-a"_s, m_strawberry });
+            if (!player.waitForStarted())
+                return false;
+            QDeadlineTimer deadline(60000);
+            while (!running() && !deadline.hasExpired() && player.state() == QProcess::Running)
+                QTest::qWait(100);
+            if (!running()) {
+                qWarning("Strawberry did not come up (attempt %d)", attempt + 1);
+                player.kill();
+                player.waitForFinished();
+                QTest::qWait(2000);
+            }
+        }
         QTest::qWait(settleMs);
         return running();
     }

@@ -354,12 +354,35 @@ private Q_SLOTS:
         const QString spannedAt = locationsOf(database()).value(pid);
         QVERIFY(spannedAt.startsWith(spanFolder()));
         QVERIFY(waitForName(QString::fromLatin1(CVStrawberryPlayerLink::MprisService), true));
-        const QStringList calls = QString::fromUtf8(readAll(record)).split(u'\n', Qt::SkipEmptyParts);
+        QStringList calls;
+        for (const QString &line : QString::fromUtf8(readAll(record)).split(u'\n', Qt::SkipEmptyParts))
+            calls.append(line.startsWith(u"Started"_s) || line.startsWith(u"Quit"_s) ? line.section(u' ', 0, 0) : line);
         QCOMPARE(calls.mid(0, 3), (QStringList { u"Started"_s, u"Quit"_s, u"Started"_s }));
         QVERIFY(calls.contains(u"OpenUri "_s + QString::fromUtf8(CVStrawberryDB::urlFromPath(spannedAt))));
         QVERIFY(calls.contains(u"SetPosition 42"_s));
         checkCollection();
         s.link.quitStrawberry();
+    }
+
+    // Strawberry running but not playing stays quit after the run, unless the user asked for it back.
+    void strawberryStoppedComesBackWhenAskedFor()
+    {
+        makeCollection(10);
+        for (const bool relaunch : { false, true }) {
+            QProcess player;
+            const QString record = startPlayer(player);
+            QVERIFY(!record.isEmpty());
+            Session s(database());
+            s.settings.setValue(u"CVRelaunchPlayerAfterRun"_s, relaunch);
+            s.link.setLaunchCommand({ QStringLiteral(CORVANA_STRAWBERRY_TESTPLAYER), u"--database"_s, database() });
+            const QList<CVTrack *> tracks = s.select(u"( ItemIsSpanned == 0 )"_s).mid(0, 2);
+            s.span(tracks, spanFolder());
+            QCOMPARE(s.spanner.lastResults().successes, 2);
+            QVERIFY2(player.waitForFinished(10000), readAll(record).constData());
+            QCOMPARE(s.link.isStrawberryRunning(), relaunch);
+            QVERIFY(s.link.quitStrawberry());
+        }
+        checkCollection();
     }
 
     // A Strawberry that does not quit: the run stops before any copy, and says why.

@@ -175,6 +175,9 @@ private Q_SLOTS:
         QCOMPARE(m_settings->stringValue(u"Player"_s), u"rhythmbox"_s);
         click(pane->player, 4);
         QCOMPARE(m_settings->stringValue(u"Player"_s), u"strawberry"_s);
+        QVERIFY(!pane->relaunchPlayer->isChecked());
+        pane->relaunchPlayer->click();
+        QVERIFY(m_settings->boolValue(u"CVRelaunchPlayerAfterRun"_s));
         click(pane->player, 1);
         QCOMPARE(m_settings->stringValue(u"Player"_s), u"itunes-file"_s);
         // A value written by hand that is no choice shows none.

@@ -78,7 +78,7 @@ public:
         }
         if (member == u"Quit"_s) {
             if (message.isReplyRequired()) {
-                record(recordFile, u"Quit"_s);
+                record(recordFile, u"Quit %1"_s.arg(QCoreApplication::applicationPid()));
                 reply();
                 if (!noQuit)
                     QTimer::singleShot(0, [this] { leave(); });
@@ -146,7 +146,7 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "corvana-strawberry-testplayer: the bus name is taken or there is no bus\n");
         return 2;
     }
-    record(player.recordFile, u"Started"_s);
+    record(player.recordFile, u"Started %1"_s.arg(QCoreApplication::applicationPid()));
     const int rc = QCoreApplication::exec();
     sqlite3_close(db);
     return rc;
