@@ -202,10 +202,13 @@ bool CVStrawberryPlayerLink::ensureSongs()
     }
     m_urls.clear();
     m_byURL.clear();
+    m_shared.clear();
     while (songs.step() == SQLITE_ROW) {
         const qint64 rowID = songs.integer(0);
         const QByteArray url = songs.text(1).toByteArray();
         m_urls.insert(rowID, url);
+        if (m_byURL.contains(url))
+            m_shared.insert(url);
         m_byURL.insert(url, rowID);
     }
     for (const Change &change : readJournal()) {
@@ -310,6 +313,13 @@ bool CVStrawberryPlayerLink::setTrackLocation(const QString &persistentID, const
     const QByteArray to = CVStrawberryDB::urlFromPath(path);
     if (to == *from)
         return true;
+    if (m_shared.contains(*from)) {
+        // The songs of a cue sheet, or rows that Strawberry 1.0 doubled, share one file: moving one
+        // would leave the others at a file that is gone.
+        logError(u"The file “%1” is the place of several songs of the Strawberry collection; its place was not "
+                 "changed."_s.arg(CVStrawberryDB::pathFromURL(*from).value_or(QString())));
+        return false;
+    }
     if (m_byURL.contains(to)) {
         // Strawberry would hold two songs at one place and drop one of them at its next scan.
         logError(u"The new location “%1” is already the location of another song of the Strawberry collection; "

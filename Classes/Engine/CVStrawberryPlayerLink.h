@@ -91,4 +91,5 @@ private:
     bool m_scanned = false;
     QHash<qint64, QByteArray> m_urls; // ROWID -> url, with the journal's changes
     QHash<QByteArray, qint64> m_byURL;
+    QSet<QByteArray> m_shared; // places of more than one song
 };

@@ -431,6 +431,17 @@ private Q_SLOTS:
             QCOMPARE(now.value(pids[0]), m_home->filePath(u"elsewhere.mp3"_s));
             QCOMPARE(now.value(pids[2]), m_places.value(pids[2]));
         }
+        // One file that two songs share (a cue sheet, or a row Strawberry 1.0 doubled) keeps its place.
+        {
+            const qint64 twin = *CVStrawberryDB::rowIDOf(pids[5]);
+            QVERIFY(exec(database(),
+                QByteArray("INSERT INTO songs (url, beginning) SELECT url, 1 FROM songs WHERE ROWID = "
+                    + QByteArray::number(twin))
+                    .constData()));
+            Session s(database());
+            QVERIFY(!s.link.setTrackLocation(pids[5], m_home->filePath(u"cue.mp3"_s)));
+            QVERIFY(s.link.pendingChanges().isEmpty());
+        }
         // A schema Corvana does not know: refused before the run, nothing touched.
         for (const char *version : { "14", "24" }) {
             QVERIFY(
