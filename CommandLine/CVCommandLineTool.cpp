@@ -54,7 +54,8 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const QCommandLineOption libraryOption(
         u"library"_s, u"Read this library file instead of the default one."_s, u"FILE"_s);
     const QCommandLineOption playerOption(u"player"_s,
-        u"Whose library: rhythmbox, itunes-file or dbus (default: the preference \"Player\", auto)."_s, u"PLAYER"_s);
+        u"Whose library: rhythmbox, strawberry, itunes-file or dbus (default: the preference \"Player\", auto)."_s,
+        u"PLAYER"_s);
     const QCommandLineOption search(u"search"_s, u"Search text, as typed in the search field."_s, u"TEXT"_s);
     const QCommandLineOption searchFields(
         u"search-fields"_s, u"Fields the search looks at, such as Name,Artist."_s, u"F,F"_s);
@@ -125,7 +126,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
     if (parser.isSet(playerOption)) {
         const QString player = parser.value(playerOption);
         if (!CVPlayerLibraryFile::isPlayerName(player)) {
-            std::fprintf(stderr, "--player takes rhythmbox, itunes-file or dbus.\n");
+            std::fprintf(stderr, "--player takes rhythmbox, strawberry, itunes-file or dbus.\n");
             return kStatusError;
         }
         library.setPlayer(player);

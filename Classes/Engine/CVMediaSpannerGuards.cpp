@@ -78,6 +78,7 @@ QString CVMediaSpanner::checkRunCanStart()
     if (!m_library->checkSpanHistoryWritable(&error))
         return u"The span history cannot be written, so nothing that a run does could be recorded. %1"_s.arg(error);
     if (m_playerLink) {
+        m_playerLink->setRunSpanLocation(restoreMode() ? QString() : spanLocation());
         const QString linkError = m_playerLink->checkLocationsCanBeSet();
         if (!linkError.isEmpty())
             return u"The player cannot be told new locations. %1"_s.arg(linkError);

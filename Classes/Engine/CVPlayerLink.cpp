@@ -3,6 +3,7 @@
 #include "Engine/CVDBusPlayerLink.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVRhythmboxPlayerLink.h"
+#include "Engine/CVStrawberryPlayerLink.h"
 #include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVSpanHistory.h"
 
@@ -12,6 +13,12 @@ std::unique_ptr<CVPlayerLink> CVPlayerLink::choose(
     const QString &libraryPath, CVFileManagerLink *fileManager, const QString &player)
 {
     const QString support = CVSpanHistory::applicationSupportFolder();
+    if ((libraryPath.isEmpty() && player == QLatin1StringView(CVPlayerLibraryFile::PlayerStrawberry))
+        || (!libraryPath.isEmpty()
+            && CVPlayerLibraryFile::kindOf(libraryPath) == CVPlayerLibraryFile::Kind::Strawberry)) {
+        const QString database = libraryPath.isEmpty() ? CVPlayerLibraryFile::strawberryLibraryPath() : libraryPath;
+        return std::make_unique<CVStrawberryPlayerLink>(database, support, fileManager);
+    }
     if ((libraryPath.isEmpty() && player == QLatin1StringView(CVPlayerLibraryFile::PlayerRhythmbox))
         || (!libraryPath.isEmpty()
             && CVPlayerLibraryFile::kindOf(libraryPath) == CVPlayerLibraryFile::Kind::Rhythmbox)) {

@@ -30,6 +30,8 @@ public:
     // Whether a track's location can be set without starting the player first.
     virtual bool isReady() { return isRunning(); }
 
+    // Where the coming run puts its copies (none for a restore), told before it checks the link.
+    virtual void setRunSpanLocation(const QString &) { }
     // Why new locations cannot be taken and kept now (an empty text when they can): what a run
     // checks with a real write before it copies anything.
     virtual QString checkLocationsCanBeSet() { return {}; }
@@ -55,10 +57,9 @@ public:
     virtual void quit() = 0;
     virtual bool launch() = 0;
 
-    // For Rhythmbox's library file, Rhythmbox. Otherwise, by the player asked for ("auto",
-    // "itunes-file", "dbus", as the preference "Player" says): the player on the session bus when
-    // one owns its name (never for "itunes-file"), else the library file. Nothing for "dbus" when
-    // no such player is on the bus.
+    // For Rhythmbox's library file, Rhythmbox; for Strawberry's database, Strawberry. Otherwise, by the player asked
+    // for ("auto", "itunes-file", "dbus", as the preference "Player" says): the player on the session bus when one owns
+    // its name (never for "itunes-file"), else the library file. Nothing for "dbus" when no such player is on the bus.
     static std::unique_ptr<CVPlayerLink> choose(
         const QString &libraryPath, CVFileManagerLink *fileManager, const QString &player = QStringLiteral("auto"));
 };

@@ -62,8 +62,12 @@ void CVSettings::registerStandardDefaults()
         // Names of spanned files follow Windows rules: "auto" where the drive wants them, "always", "never".
         { u"CVWindowsFileNames"_s, u"auto"_s },
         // Whose library is read and told new locations: "auto" (an iTunes-format library file, or
-        // a player on the session bus, else Rhythmbox's), "rhythmbox", "itunes-file", "dbus".
+        // a player on the session bus, else Rhythmbox's, else Strawberry's), "rhythmbox",
+        // "strawberry", "itunes-file", "dbus".
         { u"Player"_s, u"auto"_s },
+        // A player that a run quits before it copies (Strawberry) is started again afterwards when
+        // it was playing; with this, also when it was only running.
+        { u"CVRelaunchPlayerAfterRun"_s, false },
     });
 }
 

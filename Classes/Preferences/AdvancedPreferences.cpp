@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QStringList kWindowsNames { u"auto"_s, u"always"_s, u"never"_s };
-const QStringList kPlayers { u"auto"_s, u"itunes-file"_s, u"dbus"_s, u"rhythmbox"_s };
+const QStringList kPlayers { u"auto"_s, u"itunes-file"_s, u"dbus"_s, u"rhythmbox"_s, u"strawberry"_s };
 
 CVSegmentedControl *offOn(QWidget *parent, const QString &name)
 {
@@ -67,7 +67,8 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     namesNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, namesNote);
 
-    player = new CVSegmentedControl({ u"Automatic"_s, u"iTunes Library File"_s, u"D-Bus Player"_s, u"Rhythmbox"_s },
+    player = new CVSegmentedControl(
+        { u"Automatic"_s, u"iTunes Library File"_s, u"D-Bus Player"_s, u"Rhythmbox"_s, u"Strawberry"_s },
         CVSegmentedControl::Mode::SelectOne, this);
     player->setObjectName(u"player"_s);
     addRow(u"Player:"_s, player);
@@ -76,6 +77,12 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     auto *playerNote = new QLabel(u"A new choice of player takes effect at the next reload of the library."_s, this);
     playerNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, playerNote);
+    relaunchPlayer
+        = new QCheckBox(u"Start &Strawberry again after a run that quit it, also when it was not playing"_s, this);
+    relaunchPlayer->setObjectName(u"relaunchPlayer"_s);
+    addRow({}, relaunchPlayer);
+    connect(relaunchPlayer, &QCheckBox::clicked, this,
+        [this](bool checked) { m_settings->setValue(u"CVRelaunchPlayerAfterRun"_s, checked); });
 
     // A run may start or end while the pane is open.
     connect(m_settings, &CVSettings::valueChanged, this, [this](const QString &key) {
@@ -96,6 +103,7 @@ void AdvancedPreferences::reloadNibOutlets()
     updateReattemptsEnabled();
     windowsFileNames->setSelectedSegment(int(kWindowsNames.indexOf(m_settings->stringValue(u"CVWindowsFileNames"_s))));
     player->setSelectedSegment(int(kPlayers.indexOf(m_settings->stringValue(u"Player"_s))));
+    relaunchPlayer->setChecked(m_settings->boolValue(u"CVRelaunchPlayerAfterRun"_s));
 }
 
 void AdvancedPreferences::setFullSpanReattempts(int segment)

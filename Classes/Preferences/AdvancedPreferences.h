@@ -23,7 +23,8 @@ public:
     QCheckBox *clearSpanLocation = nullptr;
     CVSegmentedControl *reattempts = nullptr; // segment index = count
     CVSegmentedControl *windowsFileNames = nullptr; // auto, always, never
-    CVSegmentedControl *player = nullptr; // auto, itunes-file, dbus, rhythmbox
+    CVSegmentedControl *player = nullptr; // auto, itunes-file, dbus, rhythmbox, strawberry
+    QCheckBox *relaunchPlayer = nullptr;
 
 private:
     void setFullSpanReattempts(int segment);

@@ -173,6 +173,11 @@ private Q_SLOTS:
         QCOMPARE(pane->player->selectedSegment(), 0);
         click(pane->player, 3);
         QCOMPARE(m_settings->stringValue(u"Player"_s), u"rhythmbox"_s);
+        click(pane->player, 4);
+        QCOMPARE(m_settings->stringValue(u"Player"_s), u"strawberry"_s);
+        QVERIFY(!pane->relaunchPlayer->isChecked());
+        pane->relaunchPlayer->click();
+        QVERIFY(m_settings->boolValue(u"CVRelaunchPlayerAfterRun"_s));
         click(pane->player, 1);
         QCOMPARE(m_settings->stringValue(u"Player"_s), u"itunes-file"_s);
         // A value written by hand that is no choice shows none.

@@ -1,6 +1,7 @@
 // corvana-genlib: writes a generated library file (and, when asked, its media files).
 #include "CVLibraryGenerator.h"
 #include "CVRhythmboxGenerator.h"
+#include "CVStrawberryGenerator.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -28,7 +29,9 @@ int main(int argc, char *argv[])
     const QCommandLineOption mediaBytes(u"media-bytes"_s, u"With --create-media: about N bytes per file."_s, u"N"_s);
     const QCommandLineOption rhythmbox(
         u"rhythmbox"_s, u"Write Rhythmbox's rhythmdb.xml (and playlists.xml beside it) instead."_s);
-    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia, mediaBytes, rhythmbox });
+    const QCommandLineOption strawberry(u"strawberry"_s,
+        u"Write Strawberry's collection database (strawberry.db) of schema version V (15 or 23) instead."_s, u"V"_s);
+    parser.addOptions({ tracks, seed, mediaRoot, secondDrive, createMedia, mediaBytes, rhythmbox, strawberry });
     parser.addPositionalArgument(u"file"_s, u"The library file to write."_s);
     parser.process(app);
     if (parser.positionalArguments().size() != 1) {
@@ -49,6 +52,19 @@ int main(int argc, char *argv[])
     else if (options.createMediaFiles)
         options.secondDrive = options.mediaRoot + u"/Archive"_s;
     options.mediaFileBytes = parser.value(mediaBytes).toLongLong();
+    if (parser.isSet(strawberry)) {
+        if (!parser.isSet(mediaRoot))
+            options.mediaRoot = QFileInfo(parser.positionalArguments().first()).absolutePath();
+        CVStrawberryGenerator generator(options, parser.value(strawberry).toInt());
+        CVStrawberryGeneratorResult result;
+        if (!generator.write(parser.positionalArguments().first(), &result)) {
+            std::fprintf(stderr, "%s\n", qUtf8Printable(generator.errorString()));
+            return 1;
+        }
+        std::printf("{\"songs\": %d, \"playlists\": %d, \"playlistItems\": %d}\n", result.songs, result.playlists,
+            result.playlistItems);
+        return 0;
+    }
     if (parser.isSet(rhythmbox)) {
         if (!parser.isSet(mediaRoot))
             options.mediaRoot = QFileInfo(parser.positionalArguments().first()).absolutePath();
