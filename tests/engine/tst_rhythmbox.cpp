@@ -24,16 +24,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray digest(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    hash.addData(&file);
-    return hash.result();
-}
-
 QHash<QString, QString> locationsOf(const QString &database)
 {
     CVLibraryContents contents;
@@ -65,17 +55,6 @@ QByteArray withoutPlaces(QByteArray bytes)
         }
     }
     return bytes;
-}
-
-bool waitForName(const QString &name, bool present)
-{
-    QDeadlineTimer deadline(20000);
-    while (!deadline.hasExpired()) {
-        if (QDBusConnection::sessionBus().interface()->isServiceRegistered(name).value() == present)
-            return true;
-        QThread::msleep(20);
-    }
-    return false;
 }
 
 struct Session : CVSpanSession {
@@ -118,7 +97,7 @@ private:
         m_before.clear();
         m_places = locationsOf(database());
         for (auto [pid, path] : m_places.asKeyValueRange())
-            m_before.insert(pid, digest(path));
+            m_before.insert(pid, fileDigest(path));
         QCOMPARE(m_before.size(), songs);
     }
 
@@ -130,7 +109,7 @@ private:
         QCOMPARE(now.size(), m_before.size());
         for (auto [pid, bytes] : m_before.asKeyValueRange()) {
             QVERIFY2(now.contains(pid), qPrintable(u"the library lost %1"_s.arg(pid)));
-            QVERIFY2(digest(now.value(pid)) == bytes, qPrintable(u"%1 is not at %2"_s.arg(pid, now.value(pid))));
+            QVERIFY2(fileDigest(now.value(pid)) == bytes, qPrintable(u"%1 is not at %2"_s.arg(pid, now.value(pid))));
             if (notMoved.contains(pid))
                 QVERIFY(!now.value(pid).startsWith(spanFolder()));
         }
@@ -149,7 +128,7 @@ private:
         player.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         player.start(QStringLiteral(CORVANA_RHYTHMBOX_TESTPLAYER),
             QStringList { u"--library"_s, database(), u"--record"_s, record } + extra);
-        if (!player.waitForStarted() || !waitForName(u"org.gnome.Rhythmbox3"_s, true))
+        if (!player.waitForStarted() || !waitForBusName(u"org.gnome.Rhythmbox3"_s, true))
             return {};
         return record;
     }
@@ -323,7 +302,7 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(database() + u".corvana-backup"_s));
         QVERIFY(trashed().isEmpty());
         for (auto [pid, bytes] : m_before.asKeyValueRange())
-            QVERIFY(digest(locationsOf(database()).value(pid)) == bytes);
+            QVERIFY(fileDigest(locationsOf(database()).value(pid)) == bytes);
 
         QProcess again;
         again.start(QStringLiteral(CORVANA_CLI), span);

@@ -77,16 +77,6 @@ bool exec(const QString &database, const char *sql)
     return ok;
 }
 
-QByteArray digest(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    hash.addData(&file);
-    return hash.result();
-}
-
 QHash<QString, QString> locationsOf(const QString &database)
 {
     CVLibraryContents contents;
@@ -96,17 +86,6 @@ QHash<QString, QString> locationsOf(const QString &database)
     for (const CVTrack &track : contents.tracks)
         locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
     return locations;
-}
-
-bool waitForName(const QString &name, bool present)
-{
-    QDeadlineTimer deadline(20000);
-    while (!deadline.hasExpired()) {
-        if (QDBusConnection::sessionBus().interface()->isServiceRegistered(name).value() == present)
-            return true;
-        QThread::msleep(20);
-    }
-    return false;
 }
 
 struct Session : CVSpanSession {
@@ -150,7 +129,7 @@ private:
         m_places = locationsOf(database());
         m_before.clear();
         for (auto [pid, path] : m_places.asKeyValueRange())
-            m_before.insert(pid, digest(path));
+            m_before.insert(pid, fileDigest(path));
         QCOMPARE(m_before.size(), songs);
     }
 
@@ -161,7 +140,7 @@ private:
         const QHash<QString, QString> now = locationsOf(database());
         QCOMPARE(now.size(), m_before.size());
         for (auto [pid, bytes] : m_before.asKeyValueRange())
-            QVERIFY2(digest(now.value(pid)) == bytes, qPrintable(u"%1 is not at %2"_s.arg(pid, now.value(pid))));
+            QVERIFY2(fileDigest(now.value(pid)) == bytes, qPrintable(u"%1 is not at %2"_s.arg(pid, now.value(pid))));
         const int url = columnOf(database(), "songs", "url");
         const int folder = columnOf(database(), "songs", "directory_id");
         const int art = columnOf(database(), "songs", "art_automatic");
@@ -225,7 +204,8 @@ private:
         player.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         player.start(QStringLiteral(CORVANA_STRAWBERRY_TESTPLAYER),
             QStringList { u"--database"_s, database(), u"--record"_s, record } + extra);
-        if (!player.waitForStarted() || !waitForName(QString::fromLatin1(CVStrawberryPlayerLink::MprisService), true))
+        if (!player.waitForStarted()
+            || !waitForBusName(QString::fromLatin1(CVStrawberryPlayerLink::MprisService), true))
             return {};
         return record;
     }
@@ -353,7 +333,7 @@ private Q_SLOTS:
         QVERIFY(player.waitForFinished(10000));
         const QString spannedAt = locationsOf(database()).value(pid);
         QVERIFY(spannedAt.startsWith(spanFolder()));
-        QVERIFY(waitForName(QString::fromLatin1(CVStrawberryPlayerLink::MprisService), true));
+        QVERIFY(waitForBusName(QString::fromLatin1(CVStrawberryPlayerLink::MprisService), true));
         QStringList calls;
         for (const QString &line : QString::fromUtf8(readAll(record)).split(u'\n', Qt::SkipEmptyParts))
             calls.append(line.startsWith(u"Started"_s) || line.startsWith(u"Quit"_s) ? line.section(u' ', 0, 0) : line);

@@ -4,6 +4,10 @@
 #include "Library/CVTrack.h"
 
 #include <QCryptographicHash>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDeadlineTimer>
+#include <QThread>
 
 QByteArray fileDigest(const QString &path)
 {
@@ -26,4 +30,15 @@ QHash<QString, QString> libraryLocations(const QString &libraryFile)
         if (track.has(CVAttr::Location))
             locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
     return locations;
+}
+
+bool waitForBusName(const QString &name, bool present)
+{
+    QDeadlineTimer deadline(20000);
+    while (!deadline.hasExpired()) {
+        if (QDBusConnection::sessionBus().interface()->isServiceRegistered(name).value() == present)
+            return true;
+        QThread::msleep(20);
+    }
+    return false;
 }

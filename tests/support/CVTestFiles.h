@@ -26,3 +26,5 @@ inline QByteArray readAll(const QString &path)
 QByteArray fileDigest(const QString &path);
 // The Location of every track of a library file, by persistent ID (fatal when it does not read).
 QHash<QString, QString> libraryLocations(const QString &libraryFile);
+// Waits up to 20 s until a name on the session bus has an owner (or has none); false when not.
+bool waitForBusName(const QString &name, bool present);
