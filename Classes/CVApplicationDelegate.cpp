@@ -2,11 +2,13 @@
 
 #include "Browsing/CVBrowserDelegate.h"
 #include "CVWindowDelegate.h"
+#include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVPlayerLink.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPredicateArchive.h"
 #include "Library/CVSpanHistory.h"
+#include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "Platform/CVBugReport.h"
@@ -26,6 +28,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMutex>
 #include <QProcess>
 #include <QScreen>
 #include <QThread>
@@ -73,14 +76,39 @@ namespace {
 // The link to the player of the preference "Player"; the library file itself when the player
 // asked for is not on the session bus.
 std::unique_ptr<CVPlayerLink> choosePlayerLink(
-    const QString &libraryFile, CVFileManagerLink *files, const QString &player)
+    const QString &libraryFile, CVFileManagerLink *files, const QString &player, CVLibraryManager *library)
 {
     std::unique_ptr<CVPlayerLink> link = CVPlayerLink::choose(libraryFile, files, player);
-    if (link)
-        return link;
-    CVLog::log(u"Corvana ScriptingBridge Error: no player on the session bus offers org.corvana.PlayerLibrary1; "
-               "the library file is used"_s);
-    return CVPlayerLink::choose(libraryFile, files, u"itunes-file"_s);
+    if (!link) {
+        CVLog::log(u"Corvana ScriptingBridge Error: no player on the session bus offers org.corvana.PlayerLibrary1; "
+                   "the library file is used"_s);
+        link = CVPlayerLink::choose(libraryFile, files, u"itunes-file"_s);
+    }
+    // The library file knows a track's place from the loaded library, for playing and revealing
+    // it. Looked up by persistent ID through a table made at the first question after each load.
+    if (auto *file = dynamic_cast<CVLibraryFilePlayerLink *>(link.get())) {
+        struct Table {
+            QMutex mutex;
+            const CVTrack *first = nullptr;
+            std::size_t size = 0;
+            QHash<QString, QString> locations;
+        };
+        file->setTrackResolver([library, table = std::make_shared<Table>()](const QString &persistentID) {
+            const std::vector<CVTrack *> &tracks = library->allTracks();
+            QMutexLocker lock(&table->mutex);
+            if (tracks.empty())
+                return QString();
+            if (table->first != tracks.front() || table->size != tracks.size()) {
+                table->locations.clear();
+                for (const CVTrack *t : tracks)
+                    table->locations.insert(t->text(CVAttr::PersistentID), t->text(CVAttr::Location));
+                table->first = tracks.front();
+                table->size = tracks.size();
+            }
+            return table->locations.value(persistentID);
+        });
+    }
+    return link;
 }
 
 } // namespace
@@ -141,7 +169,7 @@ void CVApplicationDelegate::awakeFromNib()
 
     // The player and the file manager.
     const QString libraryFile = m_options.libraryFile.isEmpty() ? m_library->findLibraryFile() : m_options.libraryFile;
-    m_playerLink = choosePlayerLink(libraryFile, fileManager(), m_library->player());
+    m_playerLink = choosePlayerLink(libraryFile, fileManager(), m_library->player(), m_library.get());
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), fileManager(), m_presenter.get());
     m_spanner->setHost(this);
     m_spanner->setLibrary(m_library.get());
@@ -232,7 +260,8 @@ void CVApplicationDelegate::runLoadSequence()
         // The library file showed up only now: the player link follows it.
         onMainThread([this] {
             if (!m_spanner->isSpanningOrRestoringTracks()) {
-                m_playerLink = choosePlayerLink(m_library->libraryFilePath(), fileManager(), m_library->player());
+                m_playerLink = choosePlayerLink(
+                    m_library->libraryFilePath(), fileManager(), m_library->player(), m_library.get());
                 m_spanner->setPlayerLink(m_playerLink.get());
             }
         });

@@ -61,6 +61,13 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     m_browser->setParts(m_window, this, m_playlists, m_locations, m_information);
     m_playlists->setParts(m_window, this, m_browser, m_locations);
     m_locations->setParts(m_window, this, m_browser, m_playlists);
+    // The information window shows the track list's selected track: its buttons act on it.
+    connect(m_information, &CVItemInformationDelegate::showInFinderRequested, m_browser,
+        &CVBrowserDelegate::showSelectionInFinder);
+    connect(m_information, &CVItemInformationDelegate::revealInITunesRequested, m_browser,
+        &CVBrowserDelegate::revealSelectionInITunes);
+    connect(m_information, &CVItemInformationDelegate::playInITunesRequested, m_browser,
+        &CVBrowserDelegate::playSelectionInITunes);
     m_recentSearchesWrite.setSingleShot(true);
     m_recentSearchesWrite.setInterval(2000);
     wireViews();

@@ -7,6 +7,7 @@
 #include "Browsing/CVTrackColumns.h"
 #include "Browsing/CVTrackListModel.h"
 #include "CVSpanSession.h"
+#include "CVTestFiles.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
@@ -18,6 +19,7 @@
 #include "MainWindow/CVLocationsModel.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "Platform/CVFileManagerLink.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
 #include "Views/CVFilterPathPopover.h"
@@ -30,6 +32,7 @@
 #include <QListView>
 #include <QMenu>
 #include <QMimeData>
+#include <QPushButton>
 #include <QTableView>
 #include <QToolButton>
 #include <QtTest>
@@ -527,6 +530,29 @@ void TestBrowsing::informationPanelSections()
     // Ctrl+I shows the window.
     window->corvanaWindow()->action(u"getInfo"_s)->trigger();
     QVERIFY(info->window()->isVisible());
+    // Its buttons act on the track it shows: the player here is the library file, so showing,
+    // revealing and playing all go to the desktop, whose opener records what it is asked.
+    const QString record = session.home.filePath(u"opened.txt"_s);
+    const QString opener = session.home.filePath(u"opener.sh"_s);
+    writeFile(opener, "#!/bin/sh\necho \"$@\" >> '" + record.toUtf8() + "'\n");
+    QFile::setPermissions(opener, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    CVFileManagerLink::shared()->setOpener(opener);
+    const auto restoreOpener = qScopeGuard([] { CVFileManagerLink::shared()->setOpener(u"xdg-open"_s); });
+    const QString songPath = song->text(CVAttr::Location);
+    int asked = 0;
+    for (const QString &button : { u"Show in File Manager"_s, u"Reveal in Player"_s, u"Play in Player"_s }) {
+        QPushButton *b = nullptr;
+        for (QPushButton *candidate : info->window()->findChildren<QPushButton *>())
+            if (candidate->accessibleName() == button)
+                b = candidate;
+        QVERIFY2(b && b->isVisible(), qPrintable(button));
+        b->click();
+        QTRY_VERIFY2(readAll(record).count('\n') > asked, qPrintable(button));
+        asked = int(readAll(record).count('\n'));
+    }
+    const QByteArray opened = readAll(record);
+    QVERIFY2(opened.contains(QFileInfo(songPath).path().toUtf8()), opened.constData());
+    QVERIFY2(opened.contains(songPath.toUtf8()), opened.constData());
     // A selection change outside the track list clears it.
     browser->selectRow(0, 1);
     QCOMPARE(info->fieldText(u"lineTwo"_s), u"No Track Selected"_s);
