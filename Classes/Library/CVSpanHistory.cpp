@@ -1,5 +1,6 @@
 #include "Library/CVSpanHistory.h"
 
+#include "Platform/CVInstallLayout.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVPresenter.h"
 
@@ -90,10 +91,7 @@ CVSpanHistory::~CVSpanHistory() = default;
 
 QString CVSpanHistory::applicationSupportFolder()
 {
-    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    if (data.isEmpty())
-        return QDir::tempPath() + u"/Corvana"_s;
-    return data + u"/Corvana"_s;
+    return CVInstallLayout::supportFolder();
 }
 
 const CVSpanHistoryModel *CVSpanHistory::managedObjectModel(const QString &name)

@@ -1,6 +1,5 @@
 #include "Platform/CVHelperApplicationControl.h"
 
-#include "Library/CVSpanHistory.h"
 #include "Platform/CVAuthorization.h"
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVInstallLayout.h"
@@ -132,7 +131,7 @@ bool CVHelperApplicationControl::isPackagedHelperPresent() const
 
 QString CVHelperApplicationControl::installedHelperPath()
 {
-    return CVSpanHistory::applicationSupportFolder() + u'/' + QLatin1StringView(BundleName);
+    return CVInstallLayout::supportFolder() + u'/' + QLatin1StringView(BundleName);
 }
 
 QString CVHelperApplicationControl::installedHelperExecutable()
@@ -192,7 +191,7 @@ CVHelperApplicationControl::InstallResult CVHelperApplicationControl::installOrU
         showStatus(u"%1 Corvana Helper"_s.arg(verb));
 
     tellCorvanaHelperToQuit();
-    const QString support = CVSpanHistory::applicationSupportFolder();
+    const QString support = CVInstallLayout::supportFolder();
     bool prepared = QFileInfo(support).isDir() ? removeInstalledCopy(installed) : QDir().mkpath(support);
     QString error;
     if (prepared && copyPackagedHelper(installed, &error))

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -48,4 +49,12 @@ QString CVInstallLayout::dataFile(const QString &relativePath)
 {
     const QString path = dataFolder() + u'/' + relativePath;
     return QFileInfo::exists(path) ? path : QString();
+}
+
+QString CVInstallLayout::supportFolder()
+{
+    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    if (data.isEmpty())
+        return QDir::tempPath() + u"/Corvana"_s;
+    return data + u"/Corvana"_s;
 }

@@ -14,5 +14,8 @@ QString libexecFolder();
 QString dataFolder();
 // A file of dataFolder() ("help/index.html", "sounds/DropTrack.wav"); empty when it is missing.
 QString dataFile(const QString &relativePath);
+// The user's support folder: $XDG_DATA_HOME/Corvana (the span history, the journals, the
+// installed helper), or the temporary folder's "Corvana" when there is no data home.
+QString supportFolder();
 
 } // namespace CVInstallLayout
