@@ -214,7 +214,6 @@ private:
         QString dest;
         QString problem; // why the original stays, when it does
         bool go = false;
-        bool trashed = false;
         CVTrash::Pending pending;
     };
     // `saveRecords` runs once, before the first move; when it fails every original stays.

@@ -349,7 +349,6 @@ void CVMediaSpanner::trashOriginals(QList<TrashStep> &steps, const std::function
                 } else if (const CVTrash::Result moved = CVTrash::commit(step.pending); !moved.ok) {
                     step.problem = moved.error;
                 } else {
-                    step.trashed = true;
                     ++m_trashedFileCount;
                     const QString kind = step.track->text(CVAttr::MediaType);
                     trashed.append({ step.original, kind == u"Music"_s || kind == u"TV Shows"_s ? 3 : 2 });
