@@ -475,7 +475,7 @@ void CVMediaSpanner::cleanUpEmptyDirectories(const QList<std::pair<QString, int>
     };
     for (const auto &[item, depth] : trashedItems)
         climb(item, depth);
-    const auto onlyInvisible = [this](const QString &folder) {
+    const auto onlyInvisible = [](const QString &folder) {
         const QStringList entries
             = QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
         return std::all_of(entries.cbegin(), entries.cend(),
