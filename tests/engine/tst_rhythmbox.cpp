@@ -24,17 +24,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QHash<QString, QString> locationsOf(const QString &database)
-{
-    CVLibraryContents contents;
-    QHash<QString, QString> locations;
-    if (!CVPlayerLibraryFile::read(database, contents, {}, nullptr))
-        return locations;
-    for (const CVTrack &track : contents.tracks)
-        locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
-    return locations;
-}
-
 // The file with the text of every location and mountpoint element taken out.
 QByteArray withoutPlaces(QByteArray bytes)
 {
@@ -57,15 +46,7 @@ QByteArray withoutPlaces(QByteArray bytes)
     return bytes;
 }
 
-struct Session : CVSpanSession {
-    explicit Session(const QString &database)
-        : CVSpanSession(database)
-        , link(database, CVSpanHistory::applicationSupportFolder(), &files)
-    {
-        usePlayerLink(&link);
-    }
-    CVRhythmboxPlayerLink link;
-};
+using Session = CVPlayerSpanSession<CVRhythmboxPlayerLink>;
 
 } // namespace
 
@@ -95,7 +76,7 @@ private:
         m_library = readAll(database());
         m_playlists = readAll(playlists());
         m_before.clear();
-        m_places = locationsOf(database());
+        m_places = playerLocations(database());
         for (auto [pid, path] : m_places.asKeyValueRange())
             m_before.insert(pid, fileDigest(path));
         QCOMPARE(m_before.size(), songs);
@@ -105,7 +86,7 @@ private:
     // songs that did not move) still at its original place.
     void checkEverySong(const QSet<QString> &notMoved = {})
     {
-        const QHash<QString, QString> now = locationsOf(database());
+        const QHash<QString, QString> now = playerLocations(database());
         QCOMPARE(now.size(), m_before.size());
         for (auto [pid, bytes] : m_before.asKeyValueRange()) {
             QVERIFY2(now.contains(pid), qPrintable(u"the library lost %1"_s.arg(pid)));
@@ -166,7 +147,7 @@ private Q_SLOTS:
         checkEverySong();
         QVERIFY(QFileInfo::exists(database() + u".corvana-backup"_s));
         QCOMPARE(trashed().size(), 25);
-        const QHash<QString, QString> after = locationsOf(database());
+        const QHash<QString, QString> after = playerLocations(database());
         for (const QString &pid : std::as_const(spanned))
             QVERIFY(after.value(pid).startsWith(spanFolder()));
         // The playlists name the songs at their new places.
@@ -196,7 +177,7 @@ private Q_SLOTS:
         checkEverySong();
         QCOMPARE(withoutPlaces(readAll(database())), withoutPlaces(m_library));
         // Home again: the same locations as before the span.
-        const QHash<QString, QString> home = locationsOf(database());
+        const QHash<QString, QString> home = playerLocations(database());
         QCOMPARE(home.size(), m_before.size());
         for (const QString &pid : std::as_const(spanned))
             QVERIFY(!home.value(pid).startsWith(spanFolder()));
@@ -261,7 +242,7 @@ private Q_SLOTS:
         // A new place that another entry already has: not set, nothing written.
         {
             Session s(database());
-            const QHash<QString, QString> places = locationsOf(database());
+            const QHash<QString, QString> places = playerLocations(database());
             const QStringList pids = places.keys();
             QVERIFY(!s.link.setTrackLocation(pids[0], places.value(pids[1])));
             QVERIFY(s.link.pendingChanges().isEmpty());
@@ -302,7 +283,7 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(database() + u".corvana-backup"_s));
         QVERIFY(trashed().isEmpty());
         for (auto [pid, bytes] : m_before.asKeyValueRange())
-            QVERIFY(fileDigest(locationsOf(database()).value(pid)) == bytes);
+            QVERIFY(fileDigest(playerLocations(database()).value(pid)) == bytes);
 
         QProcess again;
         again.start(QStringLiteral(CORVANA_CLI), span);
@@ -317,7 +298,7 @@ private Q_SLOTS:
         QVERIFY(select.waitForFinished(60000));
         const QList<QByteArray> full = select.readAllStandardOutput().trimmed().split('\n');
         int moved = 0;
-        for (const QString &path : locationsOf(database()))
+        for (const QString &path : playerLocations(database()))
             moved += path.startsWith(spanFolder()) ? 1 : 0;
         QVERIFY(moved > 0);
         QCOMPARE(full.size(), moved);

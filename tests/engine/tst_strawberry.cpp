@@ -77,26 +77,7 @@ bool exec(const QString &database, const char *sql)
     return ok;
 }
 
-QHash<QString, QString> locationsOf(const QString &database)
-{
-    CVLibraryContents contents;
-    QHash<QString, QString> locations;
-    if (!CVPlayerLibraryFile::read(database, contents, {}, nullptr))
-        return locations;
-    for (const CVTrack &track : contents.tracks)
-        locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
-    return locations;
-}
-
-struct Session : CVSpanSession {
-    explicit Session(const QString &database)
-        : CVSpanSession(database)
-        , link(database, CVSpanHistory::applicationSupportFolder(), &files)
-    {
-        usePlayerLink(&link);
-    }
-    CVStrawberryPlayerLink link;
-};
+using Session = CVPlayerSpanSession<CVStrawberryPlayerLink>;
 
 } // namespace
 
@@ -126,7 +107,7 @@ private:
         m_subdirectories = dump(database(), "subdirectories");
         m_playlists = dump(database(), "playlists");
         m_items = dump(database(), "playlist_items");
-        m_places = locationsOf(database());
+        m_places = playerLocations(database());
         m_before.clear();
         for (auto [pid, path] : m_places.asKeyValueRange())
             m_before.insert(pid, fileDigest(path));
@@ -137,7 +118,7 @@ private:
     // the place may have changed; every other table row is as it was, with new folder rows added.
     void checkCollection()
     {
-        const QHash<QString, QString> now = locationsOf(database());
+        const QHash<QString, QString> now = playerLocations(database());
         QCOMPARE(now.size(), m_before.size());
         for (auto [pid, bytes] : m_before.asKeyValueRange())
             QVERIFY2(fileDigest(now.value(pid)) == bytes, qPrintable(u"%1 is not at %2"_s.arg(pid, now.value(pid))));
@@ -285,7 +266,7 @@ private Q_SLOTS:
         }
         checkCollection();
         QCOMPARE(trashed().size(), 25);
-        const QHash<QString, QString> after = locationsOf(database());
+        const QHash<QString, QString> after = playerLocations(database());
         for (const QString &pid : std::as_const(spanned))
             QVERIFY(after.value(pid).startsWith(spanFolder()));
         // The span location is the one new collection folder.
@@ -331,7 +312,7 @@ private Q_SLOTS:
         s.span({ s.track(pid) }, spanFolder());
         QCOMPARE(s.spanner.lastResults().successes, 1);
         QVERIFY(player.waitForFinished(10000));
-        const QString spannedAt = locationsOf(database()).value(pid);
+        const QString spannedAt = playerLocations(database()).value(pid);
         QVERIFY(spannedAt.startsWith(spanFolder()));
         QVERIFY(waitForBusName(QString::fromLatin1(CVStrawberryPlayerLink::MprisService), true));
         QStringList calls;
@@ -407,7 +388,7 @@ private Q_SLOTS:
                     + "' WHERE ROWID = " + QByteArray::number(*CVStrawberryDB::rowIDOf(pids[3])))
                     .constData()));
             QVERIFY(s.link.applyJournal());
-            const QHash<QString, QString> now = locationsOf(database());
+            const QHash<QString, QString> now = playerLocations(database());
             QCOMPARE(now.value(pids[0]), m_home->filePath(u"elsewhere.mp3"_s));
             QCOMPARE(now.value(pids[2]), m_places.value(pids[2]));
         }
@@ -471,7 +452,7 @@ private Q_SLOTS:
         sqlite3_close(other);
         QVERIFY(s.link.applyJournal(&error));
         QVERIFY(s.link.pendingChanges().isEmpty());
-        QCOMPARE(locationsOf(database()).value(pid), m_home->filePath(u"moved.mp3"_s));
+        QCOMPARE(playerLocations(database()).value(pid), m_home->filePath(u"moved.mp3"_s));
     }
 
     // The tool killed between the backup and the commit: the database is as it was, and the
@@ -501,7 +482,7 @@ private Q_SLOTS:
             again.readAllStandardError().constData());
         checkCollection();
         int moved = 0;
-        for (const QString &path : locationsOf(database()))
+        for (const QString &path : playerLocations(database()))
             moved += path.startsWith(spanFolder()) ? 1 : 0;
         QVERIFY(moved > 0);
         QVERIFY(QDir(CVSpanHistory::applicationSupportFolder()).entryList({ u"Strawberry Journal*"_s }).isEmpty());

@@ -81,3 +81,16 @@ public:
 
     CVStubbornFileLink link;
 };
+
+// One start of the program with a player link of the given kind over the player's own database
+// (Rhythmbox's file, Strawberry's collection), its journal in the support folder.
+template<typename Link>
+struct CVPlayerSpanSession : CVSpanSession {
+    explicit CVPlayerSpanSession(const QString &database)
+        : CVSpanSession(database)
+        , link(database, CVSpanHistory::applicationSupportFolder(), &files)
+    {
+        usePlayerLink(&link);
+    }
+    Link link;
+};

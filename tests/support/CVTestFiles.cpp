@@ -1,6 +1,7 @@
 #include "CVTestFiles.h"
 
 #include "Library/CVLibraryFileReader.h"
+#include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVTrack.h"
 
 #include <QCryptographicHash>
@@ -41,4 +42,15 @@ bool waitForBusName(const QString &name, bool present)
         QThread::msleep(20);
     }
     return false;
+}
+
+QHash<QString, QString> playerLocations(const QString &database)
+{
+    CVLibraryContents contents;
+    QHash<QString, QString> locations;
+    if (!CVPlayerLibraryFile::read(database, contents, {}, nullptr))
+        return locations;
+    for (const CVTrack &track : contents.tracks)
+        locations.insert(track.text(CVAttr::PersistentID), track.text(CVAttr::Location));
+    return locations;
 }

@@ -26,5 +26,8 @@ inline QByteArray readAll(const QString &path)
 QByteArray fileDigest(const QString &path);
 // The Location of every track of a library file, by persistent ID (fatal when it does not read).
 QHash<QString, QString> libraryLocations(const QString &libraryFile);
+// The Location of every track of any player's library (iTunes-format file, Rhythmbox, Strawberry),
+// by persistent ID; empty when it does not read.
+QHash<QString, QString> playerLocations(const QString &database);
 // Waits up to 20 s until a name on the session bus has an owner (or has none); false when not.
 bool waitForBusName(const QString &name, bool present);
