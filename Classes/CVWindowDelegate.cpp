@@ -47,9 +47,12 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     , m_library(library)
     , m_presenter(presenter)
     , m_window(new CVMainWindow)
-    , m_browser(new CVBrowserDelegate(library, settings, this))
-    , m_playlists(new CVPlaylistsDelegate(library, settings, this))
-    , m_locations(new CVLocationsDelegate(library, settings, this))
+    , m_selection(new CVSelectionModel(library, this))
+    , m_browser(new CVBrowserDelegate(library, settings, m_selection, m_window,
+          { [app] { return app->playerLink(); }, [app] { return app->fileManager(); } }, this))
+    , m_playlists(new CVPlaylistsDelegate(library, settings, m_selection, m_window, this))
+    , m_locations(new CVLocationsDelegate(library, settings, m_selection, m_window,
+          { [app] { return app->fileManager(); }, [this] { return m_restoreMode; } }, this))
     , m_information(new CVItemInformationDelegate(settings, m_window, this))
     , m_resultsModel(new CVResultsModel(this))
     , m_sounds(new CVSounds(this))
@@ -57,10 +60,11 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
 {
     m_window->resultsView->setModel(m_resultsModel);
     m_presenter->setWindow(m_window);
-    m_library->setPanes(this);
-    m_browser->setParts(m_window, this, m_playlists, m_locations, m_information);
-    m_playlists->setParts(m_window, this, m_browser, m_locations);
-    m_locations->setParts(m_window, this, m_browser, m_playlists);
+    m_library->setPanes(m_selection);
+    // Changes are announced once the main view is up; the load fills the panes before that.
+    m_selection->setLiveCheck([this] { return mainViewIsVisible(); });
+    // The model's listeners here come after the panes', which connected as they were made.
+    connect(m_selection, &CVSelectionModel::changed, this, &CVWindowDelegate::selectionModelChanged);
     // The information window shows the track list's selected track: its buttons act on it.
     connect(m_information, &CVItemInformationDelegate::showInFinderRequested, m_browser,
         &CVBrowserDelegate::showSelectionInFinder);
@@ -70,6 +74,7 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
         &CVBrowserDelegate::playSelectionInITunes);
     m_recentSearchesWrite.setSingleShot(true);
     m_recentSearchesWrite.setInterval(2000);
+    wirePanes();
     wireViews();
     wireMenus();
     m_window->setBrowserOnTop(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
@@ -96,29 +101,37 @@ CVFileManagerLink *CVWindowDelegate::fileManager() const
     return m_app->fileManager();
 }
 
-// ---- The panes' predicates ---------------------------------------------------------------
-
-CVPredicate CVWindowDelegate::getSpanFilterPredicate() const
-{
-    return m_browser->getSpanFilterPredicate();
-}
-
-CVPredicate CVWindowDelegate::getMediaTypePredicate() const
-{
-    return m_browser->getMediaTypePredicate();
-}
-
-CVPredicate CVWindowDelegate::getLocationPredicate() const
-{
-    return m_locations->getLocationPredicate();
-}
-
-CVPredicate CVWindowDelegate::getPlaylistPredicate() const
-{
-    return m_playlists->getPlaylistPredicate();
-}
-
 // ---- Wiring ------------------------------------------------------------------------------
+
+void CVWindowDelegate::wirePanes()
+{
+    // What the panes ask of the rest of the window.
+    const auto queueSelection = [this] { addOrRemoveSelectionFromQueue(); };
+    connect(m_browser, &CVBrowserDelegate::queueSelectionRequested, this, queueSelection);
+    connect(m_playlists, &CVPlaylistsDelegate::queueSelectionRequested, this, queueSelection);
+    connect(m_locations, &CVLocationsDelegate::queueSelectionRequested, this, queueSelection);
+    connect(m_browser, &CVBrowserDelegate::queueMediaRequested, this, &CVWindowDelegate::addOrRemoveMediaTypeFromQueue);
+    connect(m_browser, &CVBrowserDelegate::tracksListed, this,
+        [this](const CVTrackList &tracks) { updateSummaryForSource(u"Tracks"_s, tracks); });
+    connect(m_browser, &CVBrowserDelegate::trackSelected, m_information, [this](const CVTrack *track) {
+        if (track)
+            m_information->loadTrackInformation(track);
+        else
+            m_information->clearTrackInformation();
+    });
+    connect(m_browser, &CVBrowserDelegate::trackInformationRequested, m_information,
+        &CVItemInformationDelegate::showItemInfoWindow);
+    connect(m_locations, &CVLocationsDelegate::spanLocationRequested, this,
+        &CVWindowDelegate::changeSpanLocationWithConfirmation);
+}
+
+void CVWindowDelegate::selectionModelChanged(CVSelectionModel::Pane, CVSelectionModel::Pane listener)
+{
+    if (listener == CVSelectionModel::Pane::FilterPathBar)
+        refreshFilterPathBar();
+    else if (listener == CVSelectionModel::Pane::WalkThrough)
+        setWalkThroughTextToProperStep();
+}
 
 void CVWindowDelegate::wireViews()
 {
@@ -145,7 +158,7 @@ void CVWindowDelegate::wireViews()
         QMenu menu;
         const QString name = CVBrowserDelegate::mediaNames().value(index);
         QAction *item = menu.addAction(u"%1 %2 %3 Spanning Queue…"_s.arg(
-            m_browsingSpanningQueue ? u"Remove"_s : u"Add"_s, name, m_browsingSpanningQueue ? u"from"_s : u"to"_s));
+            isBrowsingSpanningQueue() ? u"Remove"_s : u"Add"_s, name, isBrowsingSpanningQueue() ? u"from"_s : u"to"_s));
         item->setEnabled(!m_app->crashedWhileSpanningLastRun());
         if (menu.exec(at) == item)
             m_browser->addOrRemoveClickedMediaTypeFromQueue(item->text());
@@ -379,6 +392,7 @@ void CVWindowDelegate::saveInitialSizeAndResizeWindowForLoading()
 
 void CVWindowDelegate::clearAllForReload()
 {
+    m_selection->clearForReload();
     m_browser->clearAllForReload();
     m_locations->clearAllForReload();
     m_playlists->clearAllForReload();
@@ -409,7 +423,7 @@ void CVWindowDelegate::prepareContentAfterLoad()
     m_browser->refreshMediaFilters();
     m_playlists->initializePlaylistTable();
     m_locations->initializeLocationsTable();
-    m_browser->refreshBrowserDependentText();
+    refreshBrowserDependentText();
     m_browser->refreshLibraryBrowser();
     m_browser->adjustBrowserForNewSize();
     updateSpanSummary();
@@ -491,6 +505,12 @@ void CVWindowDelegate::growToMainViewSize()
     // the user moved the loading view: then around where it is now).
     const QPoint centre = m_window->isVisible() ? m_window->geometry().center() : m_mainViewCentre;
     CVScreenFit::place(m_window, m_mainViewSize, centre);
+}
+
+void CVWindowDelegate::refreshBrowserDependentText()
+{
+    setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
+    setWalkThroughTextTo(u"Drag Media Here to Select for Restoration"_s, u"DragTracksRestore"_s);
 }
 
 bool CVWindowDelegate::mainViewIsVisible() const

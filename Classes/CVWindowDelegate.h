@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Browsing/CVSelectionModel.h"
 #include "Engine/CVResultRow.h"
 #include "Library/CVPredicate.h"
-#include "Library/CVSelectionPanes.h"
 #include "Library/CVTrackList.h"
 #include "Preferences/CVUpdateChecker.h"
 
@@ -41,9 +41,9 @@ class QMenu;
 
 // The main window's controller: the loading and main views, the search and the filter path bar,
 // the spanning queue with the span/restore mode and the span location, the walk-through line,
-// and a run's spanning and results views with the checks before a run and after a load. It owns
-// the panes' controllers and gives the selection machinery their predicates.
-class CVWindowDelegate : public QObject, public CVSelectionPanes {
+// and a run's spanning and results views with the checks before a run and after a load. It makes
+// the panes' controllers and the selection model they share, and connects them.
+class CVWindowDelegate : public QObject {
     Q_OBJECT
 
 public:
@@ -58,15 +58,11 @@ public:
     CVPlaylistsDelegate *playlistsDelegate() const { return m_playlists; }
     CVLocationsDelegate *locationsDelegate() const { return m_locations; }
     CVItemInformationDelegate *itemInformationDelegate() const { return m_information; }
+    CVSelectionModel *selectionModel() const { return m_selection; }
     CVPlayerLink *playerLink() const;
     CVFileManagerLink *fileManager() const;
 
-    // CVSelectionPanes
-    CVPredicate getSpanFilterPredicate() const override;
-    CVPredicate getMediaTypePredicate() const override;
-    CVPredicate getLocationPredicate() const override;
-    CVPredicate getSpanQueuePredicate() const override;
-    CVPredicate getPlaylistPredicate() const override;
+    CVPredicate getSpanQueuePredicate() const { return m_selection->getSpanQueuePredicate(); }
 
     // The window around a load.
     // The frame the window had when the last run left it, if any was kept.
@@ -117,7 +113,7 @@ public:
     void updateSpanSummary();
     void updateSummaryForSource(const QString &source, const CVTrackList &tracks);
     void browseSpanningQueue(bool fromInterface = false);
-    bool isBrowsingSpanningQueue() const { return m_browsingSpanningQueue; }
+    bool isBrowsingSpanningQueue() const { return m_selection->isBrowsingQueue(); }
     void setWantsRemoveDropSet(bool remove) { m_wantsRemoveDropSet = remove; }
     bool wantsRemoveDropSet() const { return m_wantsRemoveDropSet; }
     void addOrRemoveSelectionFromQueue();
@@ -215,7 +211,10 @@ private:
 
     void wireMenus();
     void wireViews();
-    void refreshPanesAfterQueueChange();
+    void wirePanes();
+    // The selection model's listeners that live here: the filter path bar and the walk-through line.
+    void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
+    void refreshBrowserDependentText();
     QString filterDescription(const QString &name, bool *inForce) const;
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
     // The queue becomes (or gains) the predicate's tracks, saved and summed up.
@@ -238,6 +237,7 @@ private:
     CVLibraryManager *m_library;
     CVSheetPresenter *m_presenter;
     CVMainWindow *m_window;
+    CVSelectionModel *m_selection;
     CVBrowserDelegate *m_browser;
     CVPlaylistsDelegate *m_playlists;
     CVLocationsDelegate *m_locations;
@@ -250,7 +250,6 @@ private:
     bool m_firstLoad = true;
     bool m_manualReload = false;
     bool m_restoreMode = false;
-    bool m_browsingSpanningQueue = false;
     bool m_wantsRemoveDropSet = false;
     bool m_mouseOverDropZone = false;
     bool m_dragOverDropZone = false;
@@ -270,7 +269,6 @@ private:
     QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
     QString m_spanLocation;
     QHash<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
-    CVPredicate m_currentSpanQueuePredicate = CVPredicate::fromText(QStringLiteral("EMPTY"));
     // The queue predicates by field, for the queue as it was at m_spanQueueGeneration.
     mutable QHash<QString, CVPredicate> m_spanQueuePredicateCache;
     mutable quint64 m_spanQueuePredicateGeneration = 0;

@@ -40,13 +40,6 @@ QString plural(qint64 n)
 
 // ---- The queue ---------------------------------------------------------------------------
 
-CVPredicate CVWindowDelegate::getSpanQueuePredicate() const
-{
-    if (!m_browsingSpanningQueue)
-        return CVPredicate::fromText(u""_s);
-    return m_currentSpanQueuePredicate;
-}
-
 CVPredicate CVWindowDelegate::getSpanQueuePredicateForField(const QString &field) const
 {
     if (m_spanQueue.isEmpty())
@@ -160,9 +153,7 @@ void CVWindowDelegate::performDrop(const CVPredicate &predicate)
         updateSpanSummary();
     }
     setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
-    if (m_browsingSpanningQueue)
-        refreshPanesAfterQueueChange();
-    refreshFilterPathBar();
+    m_selection->queueContentsChanged();
 }
 
 void CVWindowDelegate::performDropOfArchive(const QByteArray &archived, const QPoint &globalPosition)
@@ -188,20 +179,12 @@ void CVWindowDelegate::playQueueFeedback(bool removal, const QPoint &globalPosit
         m_sounds->play(u"DropTrack"_s);
 }
 
-void CVWindowDelegate::refreshPanesAfterQueueChange()
-{
-    m_browser->refreshLibraryBrowser();
-    m_browser->refreshSpanFilters();
-    m_browser->refreshMediaFilters();
-    m_playlists->refreshPlaylists();
-    m_locations->refreshLocations();
-}
-
 void CVWindowDelegate::saveSpanningQueue()
 {
-    m_currentSpanQueuePredicate = getSpanQueuePredicateForField(u"PersistentID"_s);
+    const CVPredicate queue = getSpanQueuePredicateForField(u"PersistentID"_s);
+    m_selection->setQueuePredicate(queue);
     if (m_settings->boolValue(u"CVAutosaveSpanningQueue"_s)) {
-        m_settings->setValue(u"CVSavedSpanningQueue"_s, CVPredicateArchive::archive(m_currentSpanQueuePredicate));
+        m_settings->setValue(u"CVSavedSpanningQueue"_s, CVPredicateArchive::archive(queue));
         m_settings->synchronize();
     }
 }
@@ -232,7 +215,7 @@ void CVWindowDelegate::toggleRoundTimesForSummary()
 {
     m_shouldRoundOffTime = !m_shouldRoundOffTime;
     updateSpanSummary();
-    m_browser->refreshBrowserDependentText();
+    refreshBrowserDependentText();
 }
 
 void CVWindowDelegate::updateSummaryForSource(const QString &source, const CVTrackList &tracks)
@@ -257,35 +240,28 @@ void CVWindowDelegate::updateSummaryForSource(const QString &source, const CVTra
 
 void CVWindowDelegate::browseSpanningQueue(bool fromInterface)
 {
+    const bool browsing = isBrowsingSpanningQueue();
     if (fromInterface && !mainViewIsVisible()) {
-        if (!m_browsingSpanningQueue && m_spanQueue.isEmpty())
+        if (!browsing && m_spanQueue.isEmpty())
             QApplication::beep();
         return;
     }
-    if (!m_browsingSpanningQueue && m_spanQueue.isEmpty()) {
+    if (!browsing && m_spanQueue.isEmpty()) {
         QApplication::beep();
         return;
     }
-    m_browsingSpanningQueue = !m_browsingSpanningQueue;
-    m_window->action(u"addSelection"_s)->setVisible(!m_browsingSpanningQueue);
-    m_window->action(u"removeSelection"_s)->setVisible(m_browsingSpanningQueue);
-    if (mainViewIsVisible()) {
-        m_browser->refreshLibraryBrowser();
-        m_browser->scrollTrackListToTop();
-        m_browser->refreshSpanFilters();
-        m_browser->refreshMediaFilters();
-        m_playlists->refreshPlaylists();
-        m_locations->refreshLocations();
-        refreshFilterPathBar();
-    }
-    if (m_browsingSpanningQueue && m_browser->trackSource() && m_browser->trackSource()->tracks.empty()
+    m_window->action(u"addSelection"_s)->setVisible(browsing);
+    m_window->action(u"removeSelection"_s)->setVisible(!browsing);
+    if (!browsing)
+        m_walkThroughTextOptions.insert(
+            u"BrowseSpanQueue"_s, u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
+    m_selection->setBrowsingQueue(!browsing);
+    // A search that finds nothing in the queue is let go.
+    if (!browsing && m_browser->trackSource() && m_browser->trackSource()->tracks.empty()
         && !m_library->searchString().isEmpty())
         doFilterSourcesWithSearch(u""_s);
-    if (m_browsingSpanningQueue)
-        setWalkThroughTextTo(u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s, u"BrowseSpanQueue"_s);
-    else
-        setWalkThroughTextToProperStep();
-    m_window->spanQueueDropZone->setBrowsing(m_browsingSpanningQueue);
+    setWalkThroughTextToProperStep();
+    m_window->spanQueueDropZone->setBrowsing(!browsing);
 }
 
 void CVWindowDelegate::confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &title)
@@ -351,7 +327,7 @@ void CVWindowDelegate::addOrRemoveSelectionFromQueue()
     } else {
         return;
     }
-    m_wantsRemoveDropSet = m_browsingSpanningQueue;
+    m_wantsRemoveDropSet = isBrowsingSpanningQueue();
     const bool remove = m_wantsRemoveDropSet;
     confirmQueueSheet(u"Are you sure you want to %1 the current %2 selection %3 the spanning queue?"_s.arg(
                           remove ? u"remove"_s : u"add"_s, kind, remove ? u"from"_s : u"to"_s),
@@ -362,7 +338,7 @@ void CVWindowDelegate::addOrRemoveMediaTypeFromQueue(const CVPredicate &predicat
 {
     if (m_app->crashedWhileSpanningLastRun())
         return;
-    m_wantsRemoveDropSet = m_browsingSpanningQueue;
+    m_wantsRemoveDropSet = isBrowsingSpanningQueue();
     const bool remove = m_wantsRemoveDropSet;
     confirmQueueSheet(u"Are you sure you want to %1 %2 %3 the spanning queue?"_s.arg(
                           remove ? u"remove"_s : u"add"_s, mediaName, remove ? u"from"_s : u"to"_s),
@@ -385,9 +361,7 @@ void CVWindowDelegate::clearSpanningQueue()
         saveSpanningQueue();
         updateSpanSummary();
         setWalkThroughTextToProperStep();
-        if (m_browsingSpanningQueue)
-            refreshPanesAfterQueueChange();
-        refreshFilterPathBar();
+        m_selection->queueContentsChanged();
         playQueueFeedback(true, QCursor::pos());
     });
 }
@@ -420,10 +394,8 @@ void CVWindowDelegate::selectAllSpannedTracksToRestore()
         if (returnCode != CVPresenter::DefaultReturn)
             return;
         fillQueueWithPredicate(CVPredicate::fromText(u"( ItemIsSpanned == 1 )"_s), true);
-        if (m_browsingSpanningQueue)
-            refreshPanesAfterQueueChange();
+        m_selection->queueContentsChanged();
         doSetRestoreMode();
-        refreshFilterPathBar();
     });
 }
 
@@ -442,10 +414,8 @@ void CVWindowDelegate::selectAllTracksToConsolidateFiles()
             return;
         fillQueueWithPredicate(CVPredicate::fromText(u""_s), true);
         setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
-        if (m_browsingSpanningQueue)
-            refreshPanesAfterQueueChange();
+        m_selection->queueContentsChanged();
         doSetSpanMode();
-        refreshFilterPathBar();
     });
 }
 
@@ -457,9 +427,7 @@ void CVWindowDelegate::selectLastTracksSpannedRestored()
     const auto add = [this, last](bool replace) {
         fillQueueWithPredicate(CVPredicate::forPersistentIDs(last), replace);
         setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
-        if (m_browsingSpanningQueue)
-            refreshPanesAfterQueueChange();
-        refreshFilterPathBar();
+        m_selection->queueContentsChanged();
     };
     if (m_spanQueue.isEmpty()) {
         add(false);
@@ -550,7 +518,7 @@ void CVWindowDelegate::setWalkThroughTextToProperStep()
     QString step;
     if (m_mouseOverDropZone && !m_dragOverDropZone)
         step = u"SpanQueueButtonText"_s;
-    else if (m_browsingSpanningQueue)
+    else if (isBrowsingSpanningQueue())
         step = u"BrowseSpanQueue"_s;
     else if (m_restoreMode && !m_spanQueue.isEmpty())
         step = u"ReadyToRestore"_s;
@@ -569,7 +537,7 @@ void CVWindowDelegate::setIsMouseOverSpanQueueDropZone(bool over)
     m_mouseOverDropZone = over;
     if (over) {
         m_walkThroughTextOptions.insert(u"SpanQueueButtonText"_s,
-            m_browsingSpanningQueue     ? u"Browsing Spanning Queue \u2013 Click to Browse Library"_s
+            isBrowsingSpanningQueue()   ? u"Browsing Spanning Queue \u2013 Click to Browse Library"_s
                 : m_spanQueue.isEmpty() ? u"Spanning Queue Empty - Drag Something into Here"_s
                                         : u"Click to Browse Spanning Queue"_s);
     }

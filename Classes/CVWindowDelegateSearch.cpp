@@ -1,10 +1,6 @@
 // The search and the filter path bar of CVWindowDelegate.
 #include "CVWindowDelegate.h"
 
-#include "Browsing/CVBrowserDelegate.h"
-#include "Browsing/CVPlaylistsDelegate.h"
-#include "Library/CVLibraryManager.h"
-#include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -30,17 +26,10 @@ void CVWindowDelegate::doFilterSourcesWithSearch(const std::optional<QString> &t
             m_recentSearches.prepend(*text);
             m_recentSearchesWrite.start(); // a newer search within the delay replaces this write
         }
-        if (*text == m_library->searchString())
-            return;
-        m_library->setSearchString(*text);
+        m_selection->setSearchText(*text);
+    } else {
+        m_selection->searchFieldsChanged();
     }
-    m_browser->refreshLibraryBrowser();
-    m_browser->scrollTrackListToTop();
-    m_browser->refreshSpanFilters();
-    m_browser->refreshMediaFilters();
-    m_playlists->refreshPlaylists();
-    m_locations->refreshLocations();
-    refreshFilterPathBar();
 }
 
 void CVWindowDelegate::focusSearch()
@@ -78,25 +67,26 @@ void CVWindowDelegate::searchFieldsChanged()
 
 QString CVWindowDelegate::filterDescription(const QString &name, bool *inForce) const
 {
+    const CVSelectionModel *s = m_selection;
     if (name == u"Search"_s) {
-        *inForce = !m_library->searchString().isEmpty();
-        return *inForce ? m_library->searchString() : u"No Search Query"_s;
+        *inForce = !s->searchText().isEmpty();
+        return *inForce ? s->searchText() : u"No Search Query"_s;
     }
     if (name == u"Span Filter"_s) {
-        *inForce = m_browser->selectedSpanFilter() != u"All Tracks"_s;
-        return *inForce ? m_browser->selectedSpanFilter() : u"All Tracks"_s;
+        *inForce = s->spanFilter() != u"All Tracks"_s;
+        return *inForce ? s->spanFilter() : u"All Tracks"_s;
     }
     if (name == u"Media Type"_s) {
-        *inForce = m_browser->selectedMedia() != u"."_s;
-        return *inForce ? m_browser->selectedMedia() : u"All"_s;
+        *inForce = s->media() != u"."_s;
+        return *inForce ? s->media() : u"All"_s;
     }
     if (name == u"Location"_s) {
-        *inForce = m_locations->selectedIndex().isValid();
-        return *inForce ? m_locations->selectedLocation() : u"None Selected"_s;
+        *inForce = s->hasLocation();
+        return *inForce ? s->locationTitle() : u"None Selected"_s;
     }
     if (name == u"Playlist"_s) {
-        *inForce = m_playlists->selectedIndex().isValid();
-        return *inForce ? m_playlists->selectedPlaylist() : u"None Selected"_s;
+        *inForce = s->hasPlaylist();
+        return *inForce ? s->playlistName() : u"None Selected"_s;
     }
     *inForce = false;
     return {};
@@ -104,16 +94,17 @@ QString CVWindowDelegate::filterDescription(const QString &name, bool *inForce) 
 
 void CVWindowDelegate::refreshFilterPathBar()
 {
-    const QString source = m_browsingSpanningQueue ? u"Spanning Queue"_s : u"Library"_s;
+    const bool browsing = m_selection->isBrowsingQueue();
+    const QString source = browsing ? u"Spanning Queue"_s : u"Library"_s;
     const QString sourceTitle = u"Browsing %1"_s.arg(source);
-    const QString browse = m_browsingSpanningQueue ? u"Browse Library"_s
-        : m_spanQueue.isEmpty()                    ? u"Span Queue Empty"_s
-                                                   : u"Browse Span Queue"_s;
+    const QString browse = browsing ? u"Browse Library"_s
+        : m_spanQueue.isEmpty()     ? u"Span Queue Empty"_s
+                                    : u"Browse Span Queue"_s;
     CVFilterPathPopover *popover = m_window->filterPathPopover;
-    popover->setSourceRow(sourceTitle, browse, m_browsingSpanningQueue || !m_spanQueue.isEmpty());
+    popover->setSourceRow(sourceTitle, browse, browsing || !m_spanQueue.isEmpty());
     QAction *browseItem = m_window->action(u"browseQueue"_s);
-    browseItem->setText(m_browsingSpanningQueue ? u"Browse Library"_s : u"Browse Spanning Queue"_s);
-    browseItem->setEnabled(m_browsingSpanningQueue || !m_spanQueue.isEmpty());
+    browseItem->setText(browsing ? u"Browse Library"_s : u"Browse Spanning Queue"_s);
+    browseItem->setEnabled(browsing || !m_spanQueue.isEmpty());
 
     QStringList elements { source };
     const QStringList order = m_settings->stringListValue(u"CVFilterPathOrder"_s);
@@ -186,16 +177,17 @@ void CVWindowDelegate::filterPathMenuItemAction(int tag, int segment)
 
 void CVWindowDelegate::clearFilter(const QString &name)
 {
+    // The panes follow the model: the buttons, the rows and the search field show it.
     if (name == u"Search"_s)
         doFilterSourcesWithSearch(u""_s);
     else if (name == u"Span Filter"_s)
-        m_browser->setSpanFilter(u"All Tracks"_s);
+        m_selection->setSpanFilter(u"All Tracks"_s);
     else if (name == u"Media Type"_s)
-        m_browser->setMediaFilter(u"All"_s);
+        m_selection->setMedia(u"All"_s);
     else if (name == u"Location"_s)
-        m_locations->doDeselectAll();
+        m_selection->setLocation({}, {});
     else if (name == u"Playlist"_s)
-        m_playlists->doDeselectAll();
+        m_selection->setPlaylist({}, {}, CVPredicate::fromText({}));
 }
 
 void CVWindowDelegate::moveFilter(const QString &name, int offset)

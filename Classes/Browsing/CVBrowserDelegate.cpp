@@ -1,16 +1,11 @@
 #include "Browsing/CVBrowserDelegate.h"
 
 #include "Browsing/CVBrowserColumnModel.h"
-#include "Browsing/CVItemInformationDelegate.h"
-#include "Browsing/CVPlaylistsDelegate.h"
 #include "Browsing/CVTrackColumns.h"
 #include "Browsing/CVTrackListModel.h"
-#include "CVWindowDelegate.h"
-#include "Engine/CVMediaSpanner.h"
 #include "Engine/CVPlayerLink.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
-#include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
@@ -31,6 +26,15 @@ const QString kColumnsKey = u"NSTableView Columns CVPlaylistTrackListTable"_s;
 const QString kHiddenColumnsKey = u"NSTableView Hidden Columns CVPlaylistTrackListTable"_s;
 const QString kSortKey = u"NSTableView Sort Ordering CVPlaylistTrackListTable"_s;
 
+using Pane = CVSelectionModel::Pane;
+
+Pane paneOfColumn(int column)
+{
+    return column == CVBrowserDelegate::GenreColumn ? Pane::Genre
+        : column == CVBrowserDelegate::ArtistColumn ? Pane::Artist
+                                                    : Pane::Album;
+}
+
 } // namespace
 
 const QStringList &CVBrowserDelegate::mediaNames()
@@ -47,10 +51,14 @@ const QStringList &CVBrowserDelegate::spanFilterNames()
     return names;
 }
 
-CVBrowserDelegate::CVBrowserDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent)
+CVBrowserDelegate::CVBrowserDelegate(CVLibraryManager *library, CVSettings *settings, CVSelectionModel *selection,
+    CVMainWindow *window, Links links, QObject *parent)
     : QObject(parent)
     , m_library(library)
     , m_settings(settings)
+    , m_selection(selection)
+    , m_window(window)
+    , m_links(std::move(links))
 {
     for (int c = 0; c < 3; ++c) {
         m_columns[c] = new CVBrowserColumnModel(this);
@@ -61,25 +69,56 @@ CVBrowserDelegate::CVBrowserDelegate(CVLibraryManager *library, CVSettings *sett
     const QString media = m_settings->stringValue(u"CVDefaultBrowserMedia"_s);
     for (const QString &name : mediaNames())
         if (media.contains(name))
-            m_selectedMedia = name == u"All"_s ? u"."_s : name;
-}
-
-CVBrowserDelegate::~CVBrowserDelegate() = default;
-
-void CVBrowserDelegate::setParts(CVMainWindow *window, CVWindowDelegate *windowDelegate, CVPlaylistsDelegate *playlists,
-    CVLocationsDelegate *locations, CVItemInformationDelegate *information)
-{
-    m_window = window;
-    m_windowDelegate = windowDelegate;
-    m_playlists = playlists;
-    m_locations = locations;
-    m_information = information;
+            m_selection->setMedia(name);
     window->genreView->setModel(m_columns[0]);
     window->artistView->setModel(m_columns[1]);
     window->albumView->setModel(m_columns[2]);
     window->trackView->setModel(m_trackModel);
     connectViews();
     restoreTrackListColumns();
+    connect(m_selection, &CVSelectionModel::changed, this, &CVBrowserDelegate::selectionModelChanged);
+}
+
+CVBrowserDelegate::~CVBrowserDelegate() = default;
+
+void CVBrowserDelegate::selectionModelChanged(Pane origin, Pane listener)
+{
+    switch (listener) {
+    case Pane::Browser:
+        switch (origin) {
+        case Pane::Genre:
+            cascadeFrom(ArtistColumn);
+            break;
+        case Pane::Artist:
+            cascadeFrom(AlbumColumn);
+            break;
+        case Pane::Album:
+            cascadeFrom(TrackList);
+            break;
+        default:
+            refreshLibraryBrowser();
+            // A changed queue or listing keeps the list where it was; a new narrowing starts
+            // from its top.
+            if (origin != Pane::QueueContents && origin != Pane::Browser)
+                scrollTrackListToTop();
+            break;
+        }
+        break;
+    case Pane::SpanFilter:
+        if (origin == Pane::SpanFilter)
+            showSpanFilter();
+        else
+            refreshSpanFilters();
+        break;
+    case Pane::MediaFilter:
+        if (origin == Pane::MediaFilter)
+            showMediaFilter();
+        else
+            refreshMediaFilters();
+        break;
+    default:
+        break;
+    }
 }
 
 QListView *CVBrowserDelegate::columnView(int column) const
@@ -101,7 +140,7 @@ int CVBrowserDelegate::columnIndexForBrowserTable(const QObject *view) const
     for (int c = 0; c < 3; ++c)
         if (columnView(c) == view)
             return c;
-    return m_window && view == m_window->trackView ? TrackList : -2;
+    return view == m_window->trackView ? TrackList : -2;
 }
 
 void CVBrowserDelegate::connectViews()
@@ -113,19 +152,15 @@ void CVBrowserDelegate::connectViews()
     };
     for (const auto &[column, action] : actions) {
         QListView *view = columnView(column);
-        connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this, action] {
-            if (m_cascading)
-                return;
-            (this->*action)();
-        });
+        // The refresh keeps the model's key before it selects a row: only a row of another key
+        // (a click, a key press) is a change.
+        connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this, action] { (this->*action)(); });
         connect(view, &QWidget::customContextMenuRequested, this,
             [this, column](const QPoint &at) { showColumnMenu(column, at); });
     }
     QTableView *tracks = m_window->trackView;
-    connect(tracks->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
-        if (!m_cascading)
-            trackListAction();
-    });
+    connect(tracks->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] { trackListAction(); });
     connect(tracks, &QWidget::customContextMenuRequested, this, &CVBrowserDelegate::showTrackListMenu);
     connect(tracks, &QAbstractItemView::doubleClicked, this, [this] { playSelectionInITunes(); });
     QHeaderView *header = tracks->horizontalHeader();
@@ -182,21 +217,19 @@ void CVBrowserDelegate::connectViews()
 
 CVPredicate CVBrowserDelegate::getSpanFilterPredicate() const
 {
-    return CVPredicate::fromText(getPredicateForSpanFilter(m_selectedSpanFilter));
+    return m_selection->getSpanFilterPredicate();
 }
 
 CVPredicate CVBrowserDelegate::getMediaTypePredicate() const
 {
-    if (m_selectedMedia == u"."_s)
-        return CVPredicate::fromText(u""_s);
-    return CVPredicate::fromText(u"( MediaType == '%1' )"_s.arg(m_selectedMedia));
+    return m_selection->getMediaTypePredicate();
 }
 
 // ---- The browser -------------------------------------------------------------------------
 
 int CVBrowserDelegate::selectedRow(int column) const
 {
-    const QListView *view = m_window ? columnView(column) : nullptr;
+    const QListView *view = columnView(column);
     if (!view || !view->selectionModel())
         return -1;
     const QModelIndexList rows = view->selectionModel()->selectedRows();
@@ -213,9 +246,10 @@ QString CVBrowserDelegate::readSelectedKey(int column) const
 
 QString CVBrowserDelegate::genreClause() const
 {
-    if (m_selectedGenre == u"."_s)
+    const QString genre = selectedGenre();
+    if (genre == u"."_s)
         return u""_s;
-    return u"( %1 == '%2' )"_s.arg(m_showSpanLocationColumn ? u"BaseSpanPath"_s : u"SortGenre"_s, m_selectedGenre);
+    return u"( %1 == '%2' )"_s.arg(m_showSpanLocationColumn ? u"BaseSpanPath"_s : u"SortGenre"_s, genre);
 }
 
 QString CVBrowserDelegate::artistClause(const QString &key) const
@@ -224,7 +258,7 @@ QString CVBrowserDelegate::artistClause(const QString &key) const
         return u""_s;
     if (key == u"Compilations"_s)
         return u"( Compilation == 1 )"_s;
-    if (m_selectedMedia == u"TV Shows"_s)
+    if (selectedMedia() == u"TV Shows"_s)
         return u"( SortShow == '%1' )"_s.arg(key);
     // An artist row matches by artist or by album artist, whatever the album-artist setting.
     return u"( ( SortArtist == '%1' ) || ( SortAlbumArtist == '%1' ) )"_s.arg(key);
@@ -235,14 +269,14 @@ QString CVBrowserDelegate::albumClause(const QString &key) const
     if (key == u"."_s)
         return u""_s;
     // A season sorts as a number: compared bare.
-    if (m_selectedMedia == u"TV Shows"_s)
+    if (selectedMedia() == u"TV Shows"_s)
         return u"( SortSeason == %1 )"_s.arg(key);
     return u"( SortAlbum == '%1' )"_s.arg(key);
 }
 
 CVBrowserList CVBrowserDelegate::retrieveDataSourceForBrowserColumn(int column)
 {
-    const bool tv = m_selectedMedia == u"TV Shows"_s;
+    const bool tv = selectedMedia() == u"TV Shows"_s;
     QString field, sortField, predicate;
     switch (column) {
     case GenreColumn:
@@ -260,7 +294,7 @@ CVBrowserList CVBrowserDelegate::retrieveDataSourceForBrowserColumn(int column)
     case AlbumColumn:
         field = tv ? u"Season"_s : u"Album"_s;
         sortField = tv ? u"SortSeason"_s : u"SortAlbum"_s;
-        predicate = genreClause() + artistClause(m_selectedArtist);
+        predicate = genreClause() + artistClause(selectedArtist());
         return m_library->getBrowserListForField(
             field, u"Album"_s, sortField, m_library->smartSelectPredicate(CVPredicate::fromText(predicate)));
     default:
@@ -273,10 +307,7 @@ void CVBrowserDelegate::updateDataSourceForLibraryBrowserColumn(int column)
     const int row = selectedRow(column);
     if (row >= 0)
         m_currentBrowserSelectionObjects.insert(column, m_columns[column]->rowText(row));
-    const CVBrowserList list = retrieveDataSourceForBrowserColumn(column);
-    m_cascading = true;
-    m_columns[column]->setBrowserList(list);
-    m_cascading = false;
+    m_columns[column]->setBrowserList(retrieveDataSourceForBrowserColumn(column));
 }
 
 void CVBrowserDelegate::setBrowserSelectionsForColumnAndUpdateTrackTable(int column)
@@ -296,86 +327,84 @@ void CVBrowserDelegate::setBrowserSelectionsForColumnAndUpdateTrackTable(int col
     if (list.rows.isEmpty())
         return;
     const QModelIndex index = m_columns[column]->index(row);
-    m_cascading = true;
+    m_selection->keepBrowserKey(paneOfColumn(column), CVLibraryManager::makeSafe(m_columns[column]->key(row)));
     if (selectedRow(column) != row)
         view->selectionModel()->select(index, QItemSelectionModel::ClearAndSelect);
     view->selectionModel()->setCurrentIndex(index, QItemSelectionModel::NoUpdate);
-    m_cascading = false;
     view->scrollTo(index);
     m_currentBrowserSelectionObjects.insert(column, list.rows.at(row));
 }
 
 void CVBrowserDelegate::refreshLibraryBrowser()
 {
-    if (!m_window)
-        return;
     updateDataSourceForLibraryBrowserColumn(GenreColumn);
     setBrowserSelectionsForColumnAndUpdateTrackTable(GenreColumn);
-    genreListAction();
+    keepKey(GenreColumn);
+    cascadeFrom(ArtistColumn);
+}
+
+void CVBrowserDelegate::keepKey(int column)
+{
+    m_selection->keepBrowserKey(paneOfColumn(column), readSelectedKey(column));
+    if (const int row = selectedRow(column); row >= 0)
+        m_currentBrowserSelectionObjects.insert(column, m_columns[column]->rowText(row));
+}
+
+void CVBrowserDelegate::cascadeFrom(int column)
+{
+    for (int c = column; c >= 0 && c <= AlbumColumn; ++c) {
+        updateDataSourceForLibraryBrowserColumn(c);
+        setBrowserSelectionsForColumnAndUpdateTrackTable(c);
+        keepKey(c);
+    }
+    setBrowserSelectionsForColumnAndUpdateTrackTable(TrackList);
+    // A selection change outside the track list clears the information panel.
+    Q_EMIT trackSelected(nullptr);
 }
 
 void CVBrowserDelegate::genreListAction()
 {
-    m_selectedGenre = readSelectedKey(GenreColumn);
     if (const int row = selectedRow(GenreColumn); row >= 0)
         m_currentBrowserSelectionObjects.insert(GenreColumn, m_columns[GenreColumn]->rowText(row));
-    updateDataSourceForLibraryBrowserColumn(ArtistColumn);
-    setBrowserSelectionsForColumnAndUpdateTrackTable(ArtistColumn);
-    artistListAction();
+    m_selection->setBrowserKey(Pane::Genre, readSelectedKey(GenreColumn));
 }
 
 void CVBrowserDelegate::artistListAction()
 {
-    m_selectedArtist = readSelectedKey(ArtistColumn);
     if (const int row = selectedRow(ArtistColumn); row >= 0)
         m_currentBrowserSelectionObjects.insert(ArtistColumn, m_columns[ArtistColumn]->rowText(row));
-    updateDataSourceForLibraryBrowserColumn(AlbumColumn);
-    setBrowserSelectionsForColumnAndUpdateTrackTable(AlbumColumn);
-    albumListAction();
+    m_selection->setBrowserKey(Pane::Artist, readSelectedKey(ArtistColumn));
 }
 
 void CVBrowserDelegate::albumListAction()
 {
-    m_selectedAlbum = readSelectedKey(AlbumColumn);
     if (const int row = selectedRow(AlbumColumn); row >= 0)
         m_currentBrowserSelectionObjects.insert(AlbumColumn, m_columns[AlbumColumn]->rowText(row));
-    setBrowserSelectionsForColumnAndUpdateTrackTable(TrackList);
-    // A selection change outside the track list clears the information panel.
-    if (m_information)
-        m_information->clearTrackInformation();
+    m_selection->setBrowserKey(Pane::Album, readSelectedKey(AlbumColumn));
 }
 
 void CVBrowserDelegate::retrieveDataSourceForTrackTable()
 {
     if (selectedRow(AlbumColumn) < 0)
         return;
-    const QString predicate = genreClause() + artistClause(m_selectedArtist) + albumClause(m_selectedAlbum);
+    const QString predicate = genreClause() + artistClause(selectedArtist()) + albumClause(selectedAlbum());
     m_trackSource = m_library->smartSelectPredicate(CVPredicate::fromText(predicate));
 }
 
 void CVBrowserDelegate::updateDataSourceForTrackTable()
 {
     // Typing in the list matches the most specific name the browser leaves open.
-    const CVAttr typeSelect = m_selectedAlbum != u"."_s ? CVAttr::SortName
-        : m_selectedArtist != u"."_s                    ? CVAttr::SortAlbum
+    const CVAttr typeSelect = selectedAlbum() != u"."_s ? CVAttr::SortName
+        : selectedArtist() != u"."_s                    ? CVAttr::SortAlbum
                                                         : CVAttr::SortArtist;
     m_trackModel->setTypeSelectAttribute(typeSelect);
-    m_cascading = true;
     m_trackModel->setTracks(m_trackSource);
-    m_cascading = false;
-    if (m_windowDelegate)
-        m_windowDelegate->updateSummaryForSource(u"Tracks"_s, m_trackSource);
+    Q_EMIT tracksListed(m_trackSource);
 }
 
 void CVBrowserDelegate::trackListAction()
 {
-    const CVTrack *track = firstSelectedTrack();
-    if (m_information) {
-        if (track)
-            m_information->loadTrackInformation(track);
-        else
-            m_information->clearTrackInformation();
-    }
+    Q_EMIT trackSelected(firstSelectedTrack());
 }
 
 void CVBrowserDelegate::selectRow(int column, int row)
@@ -390,8 +419,7 @@ void CVBrowserDelegate::selectRow(int column, int row)
 
 void CVBrowserDelegate::scrollTrackListToTop()
 {
-    if (m_window)
-        m_window->trackView->scrollToTop();
+    m_window->trackView->scrollToTop();
 }
 
 void CVBrowserDelegate::setShouldShowSpanLocationColumn(bool show)
@@ -400,15 +428,11 @@ void CVBrowserDelegate::setShouldShowSpanLocationColumn(bool show)
         return;
     m_showSpanLocationColumn = show;
     m_currentBrowserSelectionObjects.remove(GenreColumn);
-    refreshLibraryBrowser();
-    if (m_windowDelegate)
-        m_windowDelegate->refreshFilterPathBar();
+    m_selection->browserListingChanged();
 }
 
 void CVBrowserDelegate::adjustBrowserForNewSize()
 {
-    if (!m_window)
-        return;
     const bool onTop = m_settings->boolValue(u"CVColumnBrowserOnTop"_s);
     if (onTop != m_window->browserOnTop())
         m_window->setBrowserOnTop(onTop);
@@ -422,28 +446,17 @@ void CVBrowserDelegate::adjustBrowserForNewSize()
     m_window->centreSplitter->setSizes({ browser, total - browser });
 }
 
-void CVBrowserDelegate::refreshBrowserDependentText()
-{
-    if (!m_windowDelegate)
-        return;
-    m_windowDelegate->setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
-    m_windowDelegate->setWalkThroughTextTo(u"Drag Media Here to Select for Restoration"_s, u"DragTracksRestore"_s);
-}
-
 void CVBrowserDelegate::clearAllForReload()
 {
-    setSpanFilter(u"All Tracks"_s);
+    // The model is cleared by its owner; the filters' buttons show what it holds now.
     setMediaFilter(m_settings->stringValue(u"CVDefaultBrowserMedia"_s));
+    showSpanFilter();
     m_currentBrowserSelectionObjects.clear();
-    m_selectedGenre = m_selectedArtist = m_selectedAlbum = u"."_s;
-    m_cascading = true;
     for (CVBrowserColumnModel *model : m_columns)
         model->setBrowserList({});
     m_trackSource.reset();
     m_trackModel->setTracks({});
-    m_cascading = false;
-    if (m_information)
-        m_information->clearTrackInformation();
+    Q_EMIT trackSelected(nullptr);
 }
 
 // ---- Rows and their predicates ----------------------------------------------------------
@@ -451,8 +464,6 @@ void CVBrowserDelegate::clearAllForReload()
 QList<int> CVBrowserDelegate::selectedTrackRows() const
 {
     QList<int> rows;
-    if (!m_window)
-        return rows;
     for (const QModelIndex &i : m_window->trackView->selectionModel()->selectedRows())
         rows.append(i.row());
     std::sort(rows.begin(), rows.end());
@@ -485,7 +496,7 @@ CVPredicate CVBrowserDelegate::retrievePredicateForRowBeingDragged(int row, int 
     case ArtistColumn:
         return CVPredicate::fromText(genreClause() + artistClause(key));
     case AlbumColumn:
-        return CVPredicate::fromText(genreClause() + artistClause(m_selectedArtist) + albumClause(key));
+        return CVPredicate::fromText(genreClause() + artistClause(selectedArtist()) + albumClause(key));
     default:
         return CVPredicate::fromText(u""_s);
     }
@@ -496,14 +507,14 @@ CVPredicate CVBrowserDelegate::retrievePredicateForRowBeingDragged(int row, int 
 QString CVBrowserDelegate::playlistNameForTrack(const CVTrack &track) const
 {
     // The selected playlist, else the player's own playlist of the track's kind.
-    const QString playlist = m_playlists ? m_playlists->selectedPlaylist() : QString();
+    const QString &playlist = m_selection->playlistName();
     return playlist.isEmpty() ? track.text(CVAttr::MediaType) : playlist;
 }
 
 void CVBrowserDelegate::playSelectionInITunes()
 {
     const CVTrack *track = firstSelectedTrack();
-    CVPlayerLink *link = m_windowDelegate ? m_windowDelegate->playerLink() : nullptr;
+    CVPlayerLink *link = m_links.player ? m_links.player() : nullptr;
     if (!track || !link)
         return;
     if (!link->playOnce(playlistNameForTrack(*track), track->text(CVAttr::PersistentID)))
@@ -513,7 +524,7 @@ void CVBrowserDelegate::playSelectionInITunes()
 void CVBrowserDelegate::revealSelectionInITunes()
 {
     const CVTrack *track = firstSelectedTrack();
-    CVPlayerLink *link = m_windowDelegate ? m_windowDelegate->playerLink() : nullptr;
+    CVPlayerLink *link = m_links.player ? m_links.player() : nullptr;
     if (!track || !link)
         return;
     link->activate();
@@ -524,7 +535,7 @@ void CVBrowserDelegate::revealSelectionInITunes()
 void CVBrowserDelegate::showSelectionInFinder()
 {
     const CVTrack *track = firstSelectedTrack();
-    CVFileManagerLink *files = m_windowDelegate ? m_windowDelegate->fileManager() : nullptr;
+    CVFileManagerLink *files = m_links.fileManager ? m_links.fileManager() : nullptr;
     if (!track || !files)
         return;
     const QString path
@@ -539,8 +550,7 @@ void CVBrowserDelegate::trackListMenuAction(int tag, int clickedRow)
         m_window->trackView->selectRow(clickedRow);
     switch (tag) {
     case 0:
-        if (m_information)
-            m_information->showItemInfoWindow();
+        Q_EMIT trackInformationRequested();
         break;
     case 1:
         showSelectionInFinder();
@@ -558,7 +568,7 @@ void CVBrowserDelegate::trackListMenuAction(int tag, int clickedRow)
 
 QString CVBrowserDelegate::queueMenuTitle(int column, int clickedRow) const
 {
-    const bool browsing = m_windowDelegate && m_windowDelegate->isBrowsingSpanningQueue();
+    const bool browsing = m_selection->isBrowsingQueue();
     const QString verb = browsing ? u"Remove"_s : u"Add"_s;
     const QString preposition = browsing ? u"from"_s : u"to"_s;
     QString kind;
@@ -606,8 +616,7 @@ void CVBrowserDelegate::showColumnMenu(int column, const QPoint &at)
     if (menu.exec(view->viewport()->mapToGlobal(at)) == queue && clicked.isValid()) {
         selectRow(column, clicked.row());
         view->setFocus();
-        if (m_windowDelegate)
-            m_windowDelegate->addOrRemoveSelectionFromQueue();
+        Q_EMIT queueSelectionRequested();
     }
 }
 
@@ -635,8 +644,7 @@ void CVBrowserDelegate::showTrackListMenu(const QPoint &at)
         if (!selectedTrackRows().contains(clicked.row()))
             view->selectRow(clicked.row());
         view->setFocus();
-        if (m_windowDelegate)
-            m_windowDelegate->addOrRemoveSelectionFromQueue();
+        Q_EMIT queueSelectionRequested();
         return;
     }
     trackListMenuAction(chosen->data().toInt(), clicked.row());
@@ -646,8 +654,6 @@ void CVBrowserDelegate::showTrackListMenu(const QPoint &at)
 
 void CVBrowserDelegate::setTableColumns(const QStringList &identifiers)
 {
-    if (!m_window)
-        return;
     QHeaderView *header = m_window->trackView->horizontalHeader();
     const QList<CVTrackColumn> &all = CVTrackColumns::all();
     for (int i = 0; i < all.size(); ++i)
@@ -668,8 +674,6 @@ void CVBrowserDelegate::setTableColumns(const QStringList &identifiers)
 QStringList CVBrowserDelegate::getVisibleColumns() const
 {
     QStringList out;
-    if (!m_window)
-        return out;
     const QHeaderView *header = m_window->trackView->horizontalHeader();
     for (int visual = 0; visual < header->count(); ++visual) {
         const int logical = header->logicalIndex(visual);
@@ -681,7 +685,7 @@ QStringList CVBrowserDelegate::getVisibleColumns() const
 
 void CVBrowserDelegate::saveTrackListColumns()
 {
-    if (!m_window || !m_settings)
+    if (!m_settings)
         return;
     const QHeaderView *header = m_window->trackView->horizontalHeader();
     QStringList shown, hidden;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Browsing/CVSelectionModel.h"
 #include "Library/CVPredicate.h"
 #include "Library/CVSelection.h"
 #include "Library/CVTrackList.h"
@@ -8,23 +9,24 @@
 #include <QObject>
 #include <QStringList>
 
+#include <functional>
+
 class CVBrowserColumnModel;
-class CVItemInformationDelegate;
+class CVFileManagerLink;
 class CVLibraryManager;
-class CVLocationsDelegate;
 class CVMainWindow;
-class CVPlaylistsDelegate;
+class CVPlayerLink;
 class CVSettings;
 class CVTrack;
 class CVTrackListModel;
-class CVWindowDelegate;
 class QAction;
 class QListView;
 
 // The library browser (genre, artist and album columns above the track list), the span filter
 // and the media filter. Each column is filled from the column to its left; the track list shows
 // the tracks of the three selections and every other pane's filter; selections survive
-// refreshes as long as their value is still listed.
+// refreshes as long as their value is still listed. What it selects lives in the selection
+// model; it refreshes when the model says so.
 class CVBrowserDelegate : public QObject {
     Q_OBJECT
 
@@ -33,11 +35,14 @@ public:
     static const QStringList &mediaNames();
     static const QStringList &spanFilterNames();
 
-    CVBrowserDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent = nullptr);
-    ~CVBrowserDelegate() override;
+    struct Links {
+        std::function<CVPlayerLink *()> player;
+        std::function<CVFileManagerLink *()> fileManager;
+    };
 
-    void setParts(CVMainWindow *window, CVWindowDelegate *windowDelegate, CVPlaylistsDelegate *playlists,
-        CVLocationsDelegate *locations, CVItemInformationDelegate *information);
+    CVBrowserDelegate(CVLibraryManager *library, CVSettings *settings, CVSelectionModel *selection,
+        CVMainWindow *window, Links links, QObject *parent = nullptr);
+    ~CVBrowserDelegate() override;
 
     // Predicates of the stack.
     CVPredicate getSpanFilterPredicate() const;
@@ -56,8 +61,8 @@ public:
     void refreshSpanFilters();
     void refreshSpanFilterCounts(bool everyItem);
     void addOrRemoveClickedMediaTypeFromQueue(const QString &title);
-    const QString &selectedMedia() const { return m_selectedMedia; }
-    const QString &selectedSpanFilter() const { return m_selectedSpanFilter; }
+    const QString &selectedMedia() const { return m_selection->media(); }
+    const QString &selectedSpanFilter() const { return m_selection->spanFilter(); }
 
     // The browser.
     void refreshLibraryBrowser();
@@ -71,16 +76,15 @@ public:
     void albumListAction();
     void trackListAction();
     void scrollTrackListToTop();
-    void refreshBrowserDependentText();
     void adjustBrowserForNewSize();
     bool shouldShowSpanLocationColumn() const { return m_showSpanLocationColumn; }
     void setShouldShowSpanLocationColumn(bool show);
     void clearAllForReload();
 
     const CVTrackList &trackSource() const { return m_trackSource; }
-    const QString &selectedGenre() const { return m_selectedGenre; }
-    const QString &selectedArtist() const { return m_selectedArtist; }
-    const QString &selectedAlbum() const { return m_selectedAlbum; }
+    QString selectedGenre() const { return m_selection->browserKey(CVSelectionModel::Pane::Genre); }
+    QString selectedArtist() const { return m_selection->browserKey(CVSelectionModel::Pane::Artist); }
+    QString selectedAlbum() const { return m_selection->browserKey(CVSelectionModel::Pane::Album); }
     QListView *columnView(int column) const;
     CVBrowserColumnModel *columnModel(int column) const { return m_columns[column]; }
     CVTrackListModel *trackModel() const { return m_trackModel; }
@@ -114,8 +118,22 @@ public:
 Q_SIGNALS:
     // The column display options, asked for from the track list's header menu.
     void columnDisplayOptionsRequested();
+    // The focused selection (or the clicked media) is to be added to or removed from the queue.
+    void queueSelectionRequested();
+    void queueMediaRequested(const CVPredicate &predicate, const QString &mediaName);
+    // The track list's first selected track (null when none): the information panel shows it.
+    void trackSelected(const CVTrack *track);
+    void trackInformationRequested();
+    // The sums of the tracks listed, for the line under the list.
+    void tracksListed(const CVTrackList &tracks);
 
 private:
+    void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
+    // The columns right of column, then the track list, follow the model's keys.
+    void cascadeFrom(int column);
+    void keepKey(int column);
+    void showSpanFilter();
+    void showMediaFilter();
     QString genreClause() const;
     QString artistClause(const QString &key) const;
     QString albumClause(const QString &key) const;
@@ -126,21 +144,13 @@ private:
 
     CVLibraryManager *m_library;
     CVSettings *m_settings;
-    CVMainWindow *m_window = nullptr;
-    CVWindowDelegate *m_windowDelegate = nullptr;
-    CVPlaylistsDelegate *m_playlists = nullptr;
-    CVLocationsDelegate *m_locations = nullptr;
-    CVItemInformationDelegate *m_information = nullptr;
+    CVSelectionModel *m_selection;
+    CVMainWindow *m_window;
+    Links m_links;
 
     CVBrowserColumnModel *m_columns[3] = {};
     CVTrackListModel *m_trackModel = nullptr;
     CVTrackList m_trackSource;
-    QString m_selectedGenre = QStringLiteral(".");
-    QString m_selectedArtist = QStringLiteral(".");
-    QString m_selectedAlbum = QStringLiteral(".");
-    QString m_selectedMedia = QStringLiteral(".");
-    QString m_selectedSpanFilter = QStringLiteral("All Tracks");
     QHash<int, QString> m_currentBrowserSelectionObjects;
     bool m_showSpanLocationColumn = false;
-    bool m_cascading = false; // selection changes made by the cascade itself are not user actions
 };

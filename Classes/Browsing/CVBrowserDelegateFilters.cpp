@@ -1,10 +1,7 @@
 // The span filter and the media filter of CVBrowserDelegate.
 #include "Browsing/CVBrowserDelegate.h"
 
-#include "Browsing/CVPlaylistsDelegate.h"
-#include "CVWindowDelegate.h"
 #include "Library/CVLibraryManager.h"
-#include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVMediaFilterBar.h"
@@ -37,35 +34,25 @@ void CVBrowserDelegate::setMediaFilterAction(int buttonIndex)
 
 void CVBrowserDelegate::setMediaFilter(const QString &text)
 {
-    const QString before = m_selectedMedia;
-    CVMediaFilterBar *bar = m_window ? m_window->mediaFilterBar : nullptr;
+    CVMediaFilterBar *bar = m_window->mediaFilterBar;
+    QString media = selectedMedia() == u"."_s ? u"All"_s : selectedMedia();
     for (int i = 0; i < mediaNames().size(); ++i) {
         const QString &name = mediaNames()[i];
-        // Without the window every media counts as enabled.
-        const bool enabled = !bar || bar->button(i)->isEnabled();
-        const bool chosen = text.contains(name) && enabled;
-        if (chosen)
-            m_selectedMedia = name == u"All"_s ? u"."_s : name;
-        if (bar)
-            bar->button(i)->setChecked(chosen);
+        // A media without tracks cannot be chosen.
+        if (text.contains(name) && bar->button(i)->isEnabled())
+            media = name;
     }
-    if (m_selectedMedia == before) {
-        if (bar) {
-            const qsizetype current = m_selectedMedia == u"."_s ? 0 : mediaNames().indexOf(m_selectedMedia);
-            bar->button(int(current))->setChecked(true);
-        }
-        return;
-    }
-    if (!m_window || !m_windowDelegate || !m_windowDelegate->mainViewIsVisible())
-        return;
-    m_windowDelegate->refreshFilterPathBar();
-    refreshLibraryBrowser();
-    scrollTrackListToTop();
-    refreshSpanFilters();
-    if (m_playlists)
-        m_playlists->refreshPlaylists();
-    if (m_locations)
-        m_locations->refreshLocations();
+    m_selection->setMedia(media);
+    // Shown here too: a change before the main view is up is not announced.
+    showMediaFilter();
+}
+
+void CVBrowserDelegate::showMediaFilter()
+{
+    CVMediaFilterBar *bar = m_window->mediaFilterBar;
+    const qsizetype current = selectedMedia() == u"."_s ? 0 : mediaNames().indexOf(selectedMedia());
+    for (int i = 0; i < mediaNames().size(); ++i)
+        bar->button(i)->setChecked(i == current);
 }
 
 void CVBrowserDelegate::setSpanFilterAction(QAction *item)
@@ -79,42 +66,38 @@ void CVBrowserDelegate::setSpanFilter(const QString &text)
     QString name = spanFilterNameIn(text);
     if (name.isEmpty())
         name = text;
-    if (name == m_selectedSpanFilter)
+    if (name == selectedSpanFilter())
         return;
-    m_selectedSpanFilter = name;
-    if (m_window) {
-        for (QAction *item : m_window->spanFilterMenu->actions()) {
-            if (item->isSeparator())
-                continue;
-            item->setCheckable(true);
-            item->setChecked(spanFilterNameIn(item->text()) == name);
-        }
-        QToolButton *button = m_window->spanFilterButton;
-        button->setText(u"Span Filter: %1"_s.arg(name));
-        // 200 points for short titles, 250 once the fitted width passes 210; the search field
-        // takes the same width.
-        button->setMinimumWidth(0);
-        button->setMaximumWidth(QWIDGETSIZE_MAX);
-        const int width = button->sizeHint().width() <= 210 ? 200 : 250;
-        button->setFixedWidth(width);
-        m_window->searchField->setFixedWidth(width);
+    m_selection->setSpanFilter(name);
+    // Shown here too: a change before the main view is up is not announced.
+    showSpanFilter();
+}
+
+void CVBrowserDelegate::showSpanFilter()
+{
+    const QString &name = selectedSpanFilter();
+    for (QAction *item : m_window->spanFilterMenu->actions()) {
+        if (item->isSeparator())
+            continue;
+        item->setCheckable(true);
+        item->setChecked(spanFilterNameIn(item->text()) == name);
     }
-    if (!m_window || !m_windowDelegate || !m_windowDelegate->mainViewIsVisible())
+    QToolButton *button = m_window->spanFilterButton;
+    const QString title = u"Span Filter: %1"_s.arg(name);
+    if (button->text() == title)
         return;
-    refreshLibraryBrowser();
-    scrollTrackListToTop();
-    refreshMediaFilters();
-    if (m_playlists)
-        m_playlists->refreshPlaylists();
-    if (m_locations)
-        m_locations->refreshLocations();
-    m_windowDelegate->refreshFilterPathBar();
+    button->setText(title);
+    // 200 points for short titles, 250 once the fitted width passes 210; the search field
+    // takes the same width.
+    button->setMinimumWidth(0);
+    button->setMaximumWidth(QWIDGETSIZE_MAX);
+    const int width = button->sizeHint().width() <= 210 ? 200 : 250;
+    button->setFixedWidth(width);
+    m_window->searchField->setFixedWidth(width);
 }
 
 void CVBrowserDelegate::refreshSpanFilters()
 {
-    if (!m_window)
-        return;
     QMenu *menu = m_window->spanFilterMenu;
     if (menu->actions().isEmpty()) {
         // The menu's groups: all, spanned, restored, never.
@@ -123,7 +106,7 @@ void CVBrowserDelegate::refreshSpanFilters()
                 menu->addSeparator();
             QAction *item = menu->addAction(name);
             item->setCheckable(true);
-            item->setChecked(name == m_selectedSpanFilter);
+            item->setChecked(name == selectedSpanFilter());
             // The broad filters keep a shortcut (and so stay in the menu, disabled, at 0).
             static const QHash<QString, QString> shortcuts { { u"All Tracks"_s, u"Ctrl+Alt+0"_s },
                 { u"All Spanned"_s, u"Ctrl+Alt+1"_s }, { u"Not Spanned"_s, u"Ctrl+Alt+2"_s },
@@ -134,7 +117,7 @@ void CVBrowserDelegate::refreshSpanFilters()
             }
             connect(item, &QAction::triggered, this, [this, item] { setSpanFilterAction(item); });
         }
-        m_window->spanFilterButton->setText(u"Span Filter: %1"_s.arg(m_selectedSpanFilter));
+        m_window->spanFilterButton->setText(u"Span Filter: %1"_s.arg(selectedSpanFilter()));
         connect(menu, &QMenu::aboutToShow, this, [this] { refreshSpanFilterCounts(true); });
     }
     refreshSpanFilterCounts(menu->isVisible());
@@ -146,17 +129,16 @@ void CVBrowserDelegate::refreshSpanFilterCounts(bool everyItem)
     // counted (it falls back to "All Tracks" at 0); the rest are counted when the menu opens.
     QMenu *menu = m_window->spanFilterMenu;
     const CVPredicate search = CVPredicate::fromText(m_library->getSearchPredicate());
-    const CVPredicate media = getMediaTypePredicate();
-    const CVPredicate location = m_locations ? m_locations->getLocationPredicate() : CVPredicate::fromText(u""_s);
-    const CVPredicate queue
-        = m_windowDelegate ? m_windowDelegate->getSpanQueuePredicate() : CVPredicate::fromText(u""_s);
-    const CVPredicate playlist = m_playlists ? m_playlists->getPlaylistPredicate() : CVPredicate::fromText(u""_s);
+    const CVPredicate media = m_selection->getMediaTypePredicate();
+    const CVPredicate location = m_selection->getLocationPredicate();
+    const CVPredicate queue = m_selection->getSpanQueuePredicate();
+    const CVPredicate playlist = m_selection->getPlaylistPredicate();
     bool fallBack = false;
     for (QAction *item : menu->actions()) {
         if (item->isSeparator() || item->text().isEmpty())
             continue;
         const QString name = spanFilterNameIn(item->text());
-        if (!everyItem && name != m_selectedSpanFilter)
+        if (!everyItem && name != selectedSpanFilter())
             continue;
         const CVTrackList tracks = m_library->selectPredicateStack(
             { search, CVPredicate::fromText(getPredicateForSpanFilter(name)), media, location, queue, playlist });
@@ -165,7 +147,7 @@ void CVBrowserDelegate::refreshSpanFilterCounts(bool everyItem)
         if (count == 0 && name != u"All Tracks"_s) {
             item->setEnabled(false);
             item->setVisible(!item->shortcut().isEmpty());
-            if (name == m_selectedSpanFilter)
+            if (name == selectedSpanFilter())
                 fallBack = true;
         } else {
             item->setEnabled(true);
@@ -178,8 +160,6 @@ void CVBrowserDelegate::refreshSpanFilterCounts(bool everyItem)
 
 void CVBrowserDelegate::refreshMediaFilters()
 {
-    if (!m_window)
-        return;
     CVMediaFilterBar *bar = m_window->mediaFilterBar;
     QList<int> counts;
     bool fallBack = false;
@@ -191,7 +171,7 @@ void CVBrowserDelegate::refreshMediaFilters()
         counts.append(count);
         const bool enabled = count > 0 || name == u"All"_s;
         bar->button(i)->setEnabled(enabled);
-        if (!enabled && m_selectedMedia == name)
+        if (!enabled && selectedMedia() == name)
             fallBack = true;
     }
     bar->setCounts(counts);
@@ -207,8 +187,8 @@ void CVBrowserDelegate::addOrRemoveClickedMediaTypeFromQueue(const QString &titl
             name = candidate;
             break;
         }
-    if (name.isEmpty() || !m_windowDelegate)
+    if (name.isEmpty())
         return;
     const QString predicate = u"( MediaType %1 )"_s.arg(name == u"All"_s ? u" != ''"_s : u" == '%1'"_s.arg(name));
-    m_windowDelegate->addOrRemoveMediaTypeFromQueue(CVPredicate::fromText(predicate), name);
+    Q_EMIT queueMediaRequested(CVPredicate::fromText(predicate), name);
 }

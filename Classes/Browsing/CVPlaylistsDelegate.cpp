@@ -1,11 +1,8 @@
 #include "Browsing/CVPlaylistsDelegate.h"
 
-#include "Browsing/CVBrowserDelegate.h"
 #include "Browsing/CVPlaylistsModel.h"
-#include "CVWindowDelegate.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPlaylist.h"
-#include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "Platform/CVSettings.h"
 
@@ -18,27 +15,19 @@
 
 using namespace Qt::StringLiterals;
 
-CVPlaylistsDelegate::CVPlaylistsDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent)
+CVPlaylistsDelegate::CVPlaylistsDelegate(
+    CVLibraryManager *library, CVSettings *settings, CVSelectionModel *selection, CVMainWindow *window, QObject *parent)
     : QObject(parent)
     , m_library(library)
     , m_settings(settings)
+    , m_selection(selection)
+    , m_window(window)
     , m_model(new CVPlaylistsModel(library, this))
 {
     m_collapsedPlaylistFolders = m_settings->mapValue(u"CVCollapsedPlaylistFolders"_s);
     m_settle.setSingleShot(true);
     m_settle.setInterval(SelectionSettleMs);
     connect(&m_settle, &QTimer::timeout, this, &CVPlaylistsDelegate::selectionSettled);
-}
-
-CVPlaylistsDelegate::~CVPlaylistsDelegate() = default;
-
-void CVPlaylistsDelegate::setParts(
-    CVMainWindow *window, CVWindowDelegate *windowDelegate, CVBrowserDelegate *browser, CVLocationsDelegate *locations)
-{
-    m_window = window;
-    m_windowDelegate = windowDelegate;
-    m_browser = browser;
-    m_locations = locations;
     QTreeView *view = window->playlistsView;
     view->setModel(m_model);
     connect(
@@ -61,12 +50,27 @@ void CVPlaylistsDelegate::setParts(
         saveCollapsed();
     });
     connect(view, &QWidget::customContextMenuRequested, this, &CVPlaylistsDelegate::showContextMenu);
+    connect(m_selection, &CVSelectionModel::changed, this, &CVPlaylistsDelegate::selectionModelChanged);
+}
+
+CVPlaylistsDelegate::~CVPlaylistsDelegate() = default;
+
+void CVPlaylistsDelegate::selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener)
+{
+    if (listener != CVSelectionModel::Pane::Playlists)
+        return;
+    if (origin != CVSelectionModel::Pane::Playlists) {
+        refreshPlaylists();
+        return;
+    }
+    // The playlist filter was cleared elsewhere (the filter path bar): the row lets go too.
+    if (!m_selection->hasPlaylist() && selectedIndex().isValid())
+        doDeselectAll();
+    updateToggleTitles();
 }
 
 QModelIndex CVPlaylistsDelegate::selectedIndex() const
 {
-    if (!m_window)
-        return {};
     const QModelIndexList rows = m_window->playlistsView->selectionModel()->selectedRows();
     return rows.isEmpty() ? QModelIndex() : rows.first();
 }
@@ -89,8 +93,6 @@ void CVPlaylistsDelegate::saveCollapsed()
 
 void CVPlaylistsDelegate::refreshPlaylists()
 {
-    if (!m_window)
-        return;
     QTreeView *view = m_window->playlistsView;
     const QModelIndex before = selectedIndex();
     const bool hadSelection = before.isValid();
@@ -117,12 +119,9 @@ void CVPlaylistsDelegate::refreshPlaylists()
         view->scrollToTop();
     }
     m_saveCollapsedFolders = true;
-    // A playlist that is gone no longer narrows the window.
-    if (hadSelection && !again.isValid())
-        refreshItemsForPlaylists();
-    const QModelIndex now = selectedIndex();
-    m_selectedPersistentID = now.isValid() ? now.data(CVPlaylistsModel::PersistentIDRole).toString() : QString();
-    m_selectedPlaylist = now.isValid() ? now.data(Qt::DisplayRole).toString() : QString();
+    // A playlist that is gone no longer narrows the window (the model announces that after the
+    // refresh under way).
+    refreshItemsForPlaylists();
     m_window->playlistsSummary->setText(summary());
     updateToggleTitles();
 }
@@ -142,8 +141,7 @@ void CVPlaylistsDelegate::selectionChanged()
 {
     if (!m_saveCollapsedFolders)
         return;
-    if (!m_locations || !m_locations->isRefreshingPlaylists())
-        refreshItemsForPlaylists();
+    refreshItemsForPlaylists();
     m_justChanged = true;
     m_settle.start();
 }
@@ -151,49 +149,29 @@ void CVPlaylistsDelegate::selectionChanged()
 void CVPlaylistsDelegate::refreshItemsForPlaylists()
 {
     const QModelIndex now = selectedIndex();
-    m_selectedPlaylist = now.isValid() ? now.data(Qt::DisplayRole).toString() : QString();
     const QString persistentID = now.isValid() ? now.data(CVPlaylistsModel::PersistentIDRole).toString() : QString();
-    if (persistentID != m_selectedPersistentID) {
-        m_selectedPersistentID = persistentID;
-        updateToggleTitles();
-        if (m_browser) {
-            m_browser->refreshLibraryBrowser();
-            m_browser->scrollTrackListToTop();
-            m_browser->refreshMediaFilters();
-            m_browser->refreshSpanFilters();
-        }
-        if (m_locations) {
-            m_playlistsRefreshingLocations = true;
-            m_locations->refreshLocations();
-            m_playlistsRefreshingLocations = false;
-        }
-        if (m_windowDelegate)
-            m_windowDelegate->refreshFilterPathBar();
-    }
+    m_selection->setPlaylist(persistentID, now.isValid() ? now.data(Qt::DisplayRole).toString() : QString(),
+        retrieveItemsPredicateForPlaylist(now));
 }
 
 void CVPlaylistsDelegate::playlistAction()
 {
     // A click on the row selected before (and not just now) lets the playlist go.
-    if (!m_window || !m_window->playlistsView->hasFocus() || m_justChanged)
+    if (!m_window->playlistsView->hasFocus() || m_justChanged)
         return;
     const QModelIndex now = selectedIndex();
-    if (now.isValid() && now.data(CVPlaylistsModel::PersistentIDRole).toString() == m_selectedPersistentID)
+    if (now.isValid() && now.data(CVPlaylistsModel::PersistentIDRole).toString() == m_selection->playlistID())
         doDeselectAll();
 }
 
 void CVPlaylistsDelegate::doDeselectAll()
 {
-    if (!m_window)
-        return;
     m_window->playlistsView->selectionModel()->clearSelection();
     m_window->playlistsView->selectionModel()->setCurrentIndex({}, QItemSelectionModel::NoUpdate);
 }
 
 void CVPlaylistsDelegate::updateToggleTitles()
 {
-    if (!m_window)
-        return;
     const QString title = toggleTitle();
     if (QAction *a = m_window->action(u"togglePlaylists"_s))
         a->setText(title);
@@ -208,7 +186,7 @@ QString CVPlaylistsDelegate::toggleTitle() const
 
 void CVPlaylistsDelegate::togglePlaylists(bool fromInterface)
 {
-    if (!m_window || (fromInterface && m_windowDelegate && !m_windowDelegate->mainViewIsVisible()))
+    if (fromInterface && !m_selection->isLive())
         return;
     // With a selection, the menu item first lets it go.
     if (fromInterface && !m_settings->boolValue(u"CVPlaylistsAreHidden"_s) && selectedIndex().isValid()) {
@@ -241,14 +219,11 @@ void CVPlaylistsDelegate::clearAllForReload()
     m_saveCollapsedFolders = false;
     m_model->clear();
     m_saveCollapsedFolders = true;
-    m_selectedPlaylist.clear();
-    m_selectedPersistentID.clear();
 }
 
 void CVPlaylistsDelegate::initializePlaylistTable()
 {
-    if (m_window)
-        m_window->playlistsPane->setVisible(!m_settings->boolValue(u"CVPlaylistsAreHidden"_s));
+    m_window->playlistsPane->setVisible(!m_settings->boolValue(u"CVPlaylistsAreHidden"_s));
     refreshPlaylists();
 }
 
@@ -257,7 +232,7 @@ QString CVPlaylistsDelegate::queueMenuTitle(const QModelIndex &clicked) const
     const CVPlaylist *p = m_model->playlist(clicked);
     if (!p || m_library->smartSelectPredicate(p->tracksPredicate)->tracks.empty())
         return {};
-    const bool browsing = m_windowDelegate && m_windowDelegate->isBrowsingSpanningQueue();
+    const bool browsing = m_selection->isBrowsingQueue();
     return u"%1 Playlist %2 Spanning Queue…"_s.arg(browsing ? u"Remove"_s : u"Add"_s, browsing ? u"from"_s : u"to"_s);
 }
 
@@ -266,8 +241,7 @@ void CVPlaylistsDelegate::addOrRemoveClickedRowsFromQueue(const QModelIndex &cli
     if (clicked.isValid())
         m_window->playlistsView->selectionModel()->setCurrentIndex(clicked, QItemSelectionModel::ClearAndSelect);
     m_window->playlistsView->setFocus();
-    if (m_windowDelegate)
-        m_windowDelegate->addOrRemoveSelectionFromQueue();
+    Q_EMIT queueSelectionRequested();
 }
 
 void CVPlaylistsDelegate::showContextMenu(const QPoint &at)

@@ -1,18 +1,16 @@
 #pragma once
 
+#include "Browsing/CVSelectionModel.h"
 #include "Library/CVPredicate.h"
 
 #include <QObject>
 #include <QTimer>
 #include <QVariantMap>
 
-class CVBrowserDelegate;
 class CVLibraryManager;
-class CVLocationsDelegate;
 class CVMainWindow;
 class CVPlaylistsModel;
 class CVSettings;
-class CVWindowDelegate;
 class QModelIndex;
 
 // The playlists pane: group headings, playlists and folders that hold selected tracks. Selecting
@@ -24,11 +22,9 @@ public:
     // How long a selection counts as just changed (a click on it then does not deselect).
     static constexpr int SelectionSettleMs = 200;
 
-    CVPlaylistsDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent = nullptr);
+    CVPlaylistsDelegate(CVLibraryManager *library, CVSettings *settings, CVSelectionModel *selection,
+        CVMainWindow *window, QObject *parent = nullptr);
     ~CVPlaylistsDelegate() override;
-
-    void setParts(CVMainWindow *window, CVWindowDelegate *windowDelegate, CVBrowserDelegate *browser,
-        CVLocationsDelegate *locations);
 
     CVPredicate getPlaylistPredicate() const;
     CVPredicate retrieveItemsPredicateForPlaylist(const QModelIndex &row) const;
@@ -41,11 +37,10 @@ public:
     void initializePlaylistTable();
     void addOrRemoveClickedRowsFromQueue(const QModelIndex &clicked);
 
-    const QString &selectedPlaylist() const { return m_selectedPlaylist; }
+    const QString &selectedPlaylist() const { return m_selection->playlistName(); }
     bool playlistSelectionJustChanged() const { return m_justChanged; }
     // The settle delay ran out (the timer calls this; tests may too).
     void selectionSettled() { m_justChanged = false; }
-    bool isRefreshingLocations() const { return m_playlistsRefreshingLocations; }
     CVPlaylistsModel *model() const { return m_model; }
     QString summary() const;
     QString toggleTitle() const;
@@ -54,7 +49,12 @@ public:
     // The queue item of the context menu, for the clicked row ("" when hidden).
     QString queueMenuTitle(const QModelIndex &clicked) const;
 
+Q_SIGNALS:
+    // The selected playlist is to be added to or removed from the queue.
+    void queueSelectionRequested();
+
 private:
+    void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
     void selectionChanged();
     void saveCollapsed();
     void updateToggleTitles();
@@ -62,16 +62,11 @@ private:
 
     CVLibraryManager *m_library;
     CVSettings *m_settings;
-    CVMainWindow *m_window = nullptr;
-    CVWindowDelegate *m_windowDelegate = nullptr;
-    CVBrowserDelegate *m_browser = nullptr;
-    CVLocationsDelegate *m_locations = nullptr;
+    CVSelectionModel *m_selection;
+    CVMainWindow *m_window;
     CVPlaylistsModel *m_model;
-    QString m_selectedPlaylist;
-    QString m_selectedPersistentID;
     QVariantMap m_collapsedPlaylistFolders;
     bool m_saveCollapsedFolders = true;
     bool m_justChanged = false;
-    bool m_playlistsRefreshingLocations = false;
     QTimer m_settle;
 };

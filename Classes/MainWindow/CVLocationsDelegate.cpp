@@ -1,8 +1,5 @@
 #include "MainWindow/CVLocationsDelegate.h"
 
-#include "Browsing/CVBrowserDelegate.h"
-#include "Browsing/CVPlaylistsDelegate.h"
-#include "CVWindowDelegate.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVLocationsModel.h"
 #include "MainWindow/CVMainWindow.h"
@@ -20,26 +17,19 @@
 
 using namespace Qt::StringLiterals;
 
-CVLocationsDelegate::CVLocationsDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent)
+CVLocationsDelegate::CVLocationsDelegate(CVLibraryManager *library, CVSettings *settings, CVSelectionModel *selection,
+    CVMainWindow *window, Links links, QObject *parent)
     : QObject(parent)
     , m_library(library)
     , m_settings(settings)
+    , m_selection(selection)
+    , m_window(window)
+    , m_links(std::move(links))
     , m_model(new CVLocationsModel(library, settings->stringValue(u"CVStartupDriveName"_s), this))
 {
     m_settle.setSingleShot(true);
     m_settle.setInterval(SelectionSettleMs);
     connect(&m_settle, &QTimer::timeout, this, &CVLocationsDelegate::selectionSettled);
-}
-
-CVLocationsDelegate::~CVLocationsDelegate() = default;
-
-void CVLocationsDelegate::setParts(
-    CVMainWindow *window, CVWindowDelegate *windowDelegate, CVBrowserDelegate *browser, CVPlaylistsDelegate *playlists)
-{
-    m_window = window;
-    m_windowDelegate = windowDelegate;
-    m_browser = browser;
-    m_playlists = playlists;
     QTreeView *view = window->locationsView;
     view->setModel(m_model);
     connect(
@@ -61,12 +51,33 @@ void CVLocationsDelegate::setParts(
         saveExpanded();
     });
     connect(view, &QWidget::customContextMenuRequested, this, &CVLocationsDelegate::showContextMenu);
+    connect(m_selection, &CVSelectionModel::changed, this, &CVLocationsDelegate::selectionModelChanged);
+}
+
+CVLocationsDelegate::~CVLocationsDelegate() = default;
+
+void CVLocationsDelegate::selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener)
+{
+    if (listener != CVSelectionModel::Pane::Locations)
+        return;
+    if (origin != CVSelectionModel::Pane::Locations) {
+        refreshLocations();
+        return;
+    }
+    // The location filter was cleared elsewhere (the filter path bar): the row lets go too.
+    if (!m_selection->hasLocation() && selectedIndex().isValid())
+        doDeselectAll();
+    updateToggleTitle();
+}
+
+void CVLocationsDelegate::updateToggleTitle()
+{
+    if (QAction *a = m_window->action(u"toggleLocations"_s))
+        a->setText(toggleTitle());
 }
 
 QModelIndex CVLocationsDelegate::selectedIndex() const
 {
-    if (!m_window)
-        return {};
     const QModelIndexList rows = m_window->locationsView->selectionModel()->selectedRows();
     return rows.isEmpty() ? QModelIndex() : rows.first();
 }
@@ -84,8 +95,7 @@ QString CVLocationsDelegate::retrieveItemsPredicateForLocation(const CVLocationN
 
 CVPredicate CVLocationsDelegate::getLocationPredicate() const
 {
-    // The selected path, kept across the pane's rebuilds while the row itself comes and goes.
-    return CVPredicate::fromText(m_library->trees().predicateForLocationPath(m_selectedPath));
+    return m_selection->getLocationPredicate();
 }
 
 void CVLocationsDelegate::saveExpanded()
@@ -130,17 +140,14 @@ void CVLocationsDelegate::initializeLocationsTable()
     } else {
         m_expandedLocations = m_settings->mapValue(u"CVExpandedLocations"_s);
     }
-    if (m_window)
-        m_window->locationsPane->setVisible(!m_settings->boolValue(u"CVLocationsAreHidden"_s));
+    m_window->locationsPane->setVisible(!m_settings->boolValue(u"CVLocationsAreHidden"_s));
     refreshLocations();
 }
 
 void CVLocationsDelegate::refreshLocations()
 {
-    if (!m_window)
-        return;
     QTreeView *view = m_window->locationsView;
-    const QString before = m_selectedPath;
+    const QString before = m_selection->locationPath();
     m_saveExpandedLocations = false;
     m_model->reload();
     if (!m_expandedLocations.isEmpty()) {
@@ -167,16 +174,13 @@ void CVLocationsDelegate::refreshLocations()
         view->scrollToTop();
     }
     m_saveExpandedLocations = true;
-    // The folder is gone: the other panes widen.
-    if (!before.isEmpty() && !again.isValid())
-        refreshItemsForLocations();
-    // A chosen folder that now shares its row with others stays the one chosen.
+    // A chosen folder that now shares its row with others stays the one chosen; a folder that
+    // is gone lets the other panes widen (the model announces that after the refresh under way).
     const CVLocationNode *node = m_model->node(selectedIndex());
-    m_selectedPath = node ? (again.isValid() ? before : node->path) : QString();
-    m_selectedLocation = node ? m_library->createDisplayTitleForPath(m_selectedPath) : QString();
+    const QString path = node ? (again.isValid() ? before : node->path) : QString();
+    m_selection->setLocation(path, node ? m_library->createDisplayTitleForPath(path) : QString());
     m_window->locationsSummary->setText(summary());
-    if (QAction *a = m_window->action(u"toggleLocations"_s))
-        a->setText(toggleTitle());
+    updateToggleTitle();
 }
 
 QString CVLocationsDelegate::summary() const
@@ -199,8 +203,7 @@ void CVLocationsDelegate::selectionChanged()
 {
     if (!m_saveExpandedLocations)
         return;
-    if (!m_playlists || !m_playlists->isRefreshingLocations())
-        refreshItemsForLocations();
+    refreshItemsForLocations();
     m_justChanged = true;
     m_settle.start();
 }
@@ -209,42 +212,23 @@ void CVLocationsDelegate::refreshItemsForLocations()
 {
     const CVLocationNode *node = m_model->node(selectedIndex());
     const QString path = node ? node->path : QString();
-    m_selectedLocation = node ? m_library->createDisplayTitleForPath(path) : QString();
-    if (path == m_selectedPath)
-        return;
-    m_selectedPath = path;
-    if (m_window)
-        if (QAction *a = m_window->action(u"toggleLocations"_s))
-            a->setText(toggleTitle());
-    if (m_browser) {
-        m_browser->refreshLibraryBrowser();
-        m_browser->scrollTrackListToTop();
-        m_browser->refreshMediaFilters();
-        m_browser->refreshSpanFilters();
-    }
-    if (m_playlists) {
-        m_locationsRefreshingPlaylists = true;
-        m_playlists->refreshPlaylists();
-        m_locationsRefreshingPlaylists = false;
-    }
-    if (m_windowDelegate)
-        m_windowDelegate->refreshFilterPathBar();
+    m_selection->setLocation(path, node ? m_library->createDisplayTitleForPath(path) : QString());
 }
 
 void CVLocationsDelegate::locationAction()
 {
-    if (!m_window || !m_window->locationsView->hasFocus() || m_justChanged)
+    if (!m_window->locationsView->hasFocus() || m_justChanged)
         return;
     const QModelIndex selected = selectedIndex();
     if (selected.isValid()
-        && selected.data(CVLocationsModel::SharedLowerPathsRole).toStringList().contains(m_selectedPath.toLower()))
+        && selected.data(CVLocationsModel::SharedLowerPathsRole)
+               .toStringList()
+               .contains(m_selection->locationPath().toLower()))
         doDeselectAll();
 }
 
 void CVLocationsDelegate::doDeselectAll()
 {
-    if (!m_window)
-        return;
     m_window->locationsView->selectionModel()->clearSelection();
     m_window->locationsView->selectionModel()->setCurrentIndex({}, QItemSelectionModel::NoUpdate);
 }
@@ -258,7 +242,7 @@ QString CVLocationsDelegate::toggleTitle() const
 
 void CVLocationsDelegate::toggleLocations(bool fromInterface)
 {
-    if (!m_window || (fromInterface && m_windowDelegate && !m_windowDelegate->mainViewIsVisible()))
+    if (fromInterface && !m_selection->isLive())
         return;
     if (fromInterface && !m_settings->boolValue(u"CVLocationsAreHidden"_s) && selectedIndex().isValid()) {
         doDeselectAll();
@@ -290,8 +274,6 @@ void CVLocationsDelegate::clearAllForReload()
     m_saveExpandedLocations = false;
     m_model->clear();
     m_saveExpandedLocations = true;
-    m_selectedLocation.clear();
-    m_selectedPath.clear();
 }
 
 QString CVLocationsDelegate::queueMenuTitle(const QModelIndex &clicked) const
@@ -302,27 +284,28 @@ QString CVLocationsDelegate::queueMenuTitle(const QModelIndex &clicked) const
     const CVPredicate p = CVPredicate::fromText(retrieveItemsPredicateForLocation(node));
     if (m_library->smartSelectPredicate(p)->tracks.empty())
         return {};
-    const bool browsing = m_windowDelegate && m_windowDelegate->isBrowsingSpanningQueue();
+    const bool browsing = m_selection->isBrowsingQueue();
     return u"%1 Location %2 Spanning Queue…"_s.arg(browsing ? u"Remove"_s : u"Add"_s, browsing ? u"from"_s : u"to"_s);
 }
 
 void CVLocationsDelegate::setToSpanLocation(const QModelIndex &clicked)
 {
     const CVLocationNode *node = m_model->node(clicked);
-    if (!node || !m_windowDelegate || !node->path.endsWith(u'/') || !QFileInfo(node->path).isDir())
+    if (!node || !node->path.endsWith(u'/') || !QFileInfo(node->path).isDir())
         return;
     QString path = node->path;
     if (path != u"/"_s)
         path.chop(1);
-    m_windowDelegate->changeSpanLocationWithConfirmation(path);
+    Q_EMIT spanLocationRequested(path);
 }
 
 void CVLocationsDelegate::showLocationInFinder(const QModelIndex &clicked)
 {
     const QString path = getPathForItem(clicked);
-    if (path.isEmpty() || !m_windowDelegate || !m_windowDelegate->fileManager())
+    CVFileManagerLink *files = m_links.fileManager ? m_links.fileManager() : nullptr;
+    if (path.isEmpty() || !files)
         return;
-    m_windowDelegate->fileManager()->selectFile(path.size() > 1 && path.endsWith(u'/') ? path.chopped(1) : path);
+    files->selectFile(path.size() > 1 && path.endsWith(u'/') ? path.chopped(1) : path);
 }
 
 void CVLocationsDelegate::showContextMenu(const QPoint &at)
@@ -337,7 +320,7 @@ void CVLocationsDelegate::showContextMenu(const QPoint &at)
     QAction *show = menu.addAction(u"Show in File Manager"_s);
     menu.addSeparator();
     QAction *toggle = menu.addAction(toggleTitle());
-    const bool restore = m_windowDelegate && m_windowDelegate->restoreMode();
+    const bool restore = m_links.restoreMode && m_links.restoreMode();
     const bool isFile = path.size() >= 2 && !path.endsWith(u'/');
     const bool exists = !path.isEmpty() && QFileInfo::exists(path);
     span->setVisible(!restore && !isFile && exists);
@@ -352,8 +335,7 @@ void CVLocationsDelegate::showContextMenu(const QPoint &at)
     if (chosen == queue) {
         view->selectionModel()->setCurrentIndex(clicked, QItemSelectionModel::ClearAndSelect);
         view->setFocus();
-        if (m_windowDelegate)
-            m_windowDelegate->addOrRemoveSelectionFromQueue();
+        Q_EMIT queueSelectionRequested();
     } else if (chosen == span) {
         setToSpanLocation(clicked);
     } else if (chosen == show) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Browsing/CVSelectionModel.h"
 #include "Library/CVPredicate.h"
 
 #include <QModelIndex>
@@ -7,13 +8,13 @@
 #include <QTimer>
 #include <QVariantMap>
 
-class CVBrowserDelegate;
+#include <functional>
+
+class CVFileManagerLink;
 class CVLibraryManager;
 class CVLocationsModel;
 class CVMainWindow;
-class CVPlaylistsDelegate;
 class CVSettings;
-class CVWindowDelegate;
 struct CVLocationNode;
 
 // The locations pane: the drives, folders and files that hold the selected tracks. Selecting a
@@ -24,11 +25,15 @@ class CVLocationsDelegate : public QObject {
 public:
     static constexpr int SelectionSettleMs = 200;
 
-    CVLocationsDelegate(CVLibraryManager *library, CVSettings *settings, QObject *parent = nullptr);
-    ~CVLocationsDelegate() override;
+    struct Links {
+        std::function<CVFileManagerLink *()> fileManager;
+        // In restore mode no folder can become the span location.
+        std::function<bool()> restoreMode;
+    };
 
-    void setParts(CVMainWindow *window, CVWindowDelegate *windowDelegate, CVBrowserDelegate *browser,
-        CVPlaylistsDelegate *playlists);
+    CVLocationsDelegate(CVLibraryManager *library, CVSettings *settings, CVSelectionModel *selection,
+        CVMainWindow *window, Links links, QObject *parent = nullptr);
+    ~CVLocationsDelegate() override;
 
     void initializeLocationsTable();
     void refreshLocations();
@@ -44,8 +49,7 @@ public:
     void setToSpanLocation(const QModelIndex &clicked);
     void showLocationInFinder(const QModelIndex &clicked);
 
-    const QString &selectedLocation() const { return m_selectedLocation; }
-    bool isRefreshingPlaylists() const { return m_locationsRefreshingPlaylists; }
+    const QString &selectedLocation() const { return m_selection->locationTitle(); }
     bool locationSelectionJustChanged() const { return m_justChanged; }
     void selectionSettled() { m_justChanged = false; }
     CVLocationsModel *model() const { return m_model; }
@@ -55,23 +59,27 @@ public:
     QString toggleTitle() const;
     QString queueMenuTitle(const QModelIndex &clicked) const;
 
+Q_SIGNALS:
+    // The selected location is to be added to or removed from the queue.
+    void queueSelectionRequested();
+    // A folder of the pane is to become the span location (after a confirmation).
+    void spanLocationRequested(const QString &path);
+
 private:
+    void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
+    void updateToggleTitle();
     void selectionChanged();
     void saveExpanded();
     void showContextMenu(const QPoint &at);
 
     CVLibraryManager *m_library;
     CVSettings *m_settings;
-    CVMainWindow *m_window = nullptr;
-    CVWindowDelegate *m_windowDelegate = nullptr;
-    CVBrowserDelegate *m_browser = nullptr;
-    CVPlaylistsDelegate *m_playlists = nullptr;
+    CVSelectionModel *m_selection; // its location: the chosen folder, the selected row's or one that shares it
+    CVMainWindow *m_window;
+    Links m_links;
     CVLocationsModel *m_model;
     QVariantMap m_expandedLocations; // lower-case path -> ""
-    QString m_selectedLocation; // display title
-    QString m_selectedPath; // the chosen folder: the selected row's, or one that shares it
     bool m_saveExpandedLocations = true;
     bool m_justChanged = false;
-    bool m_locationsRefreshingPlaylists = false;
     QTimer m_settle;
 };
