@@ -12,6 +12,7 @@
 #include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
+#include "MainWindow/CVSpanQueue.h"
 #include "Platform/CVLauncherEntry.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -48,6 +49,7 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     , m_presenter(presenter)
     , m_window(new CVMainWindow)
     , m_selection(new CVSelectionModel(library, this))
+    , m_queue(new CVSpanQueue(library, settings, this))
     , m_browser(new CVBrowserDelegate(library, settings, m_selection, m_window,
           { [app] { return app->playerLink(); }, [app] { return app->fileManager(); } }, this))
     , m_playlists(new CVPlaylistsDelegate(library, settings, m_selection, m_window, this))
@@ -123,6 +125,7 @@ void CVWindowDelegate::wirePanes()
         &CVItemInformationDelegate::showItemInfoWindow);
     connect(m_locations, &CVLocationsDelegate::spanLocationRequested, this,
         &CVWindowDelegate::changeSpanLocationWithConfirmation);
+    connect(m_queue, &CVSpanQueue::changed, this, &CVWindowDelegate::queueChanged);
 }
 
 void CVWindowDelegate::selectionModelChanged(CVSelectionModel::Pane, CVSelectionModel::Pane listener)
@@ -398,8 +401,7 @@ void CVWindowDelegate::clearAllForReload()
     m_playlists->clearAllForReload();
     m_information->clearTrackInformation();
     // The queue and the last results hold tracks of the library being replaced.
-    m_spanQueue.clear();
-    ++m_spanQueueGeneration;
+    m_queue->forget();
     m_resultsModel->clear();
     m_window->showLoadingView();
     m_shownView = ShownView::Loading;

@@ -36,6 +36,7 @@ class CVRunProgress;
 class CVSettings;
 class CVSheetPresenter;
 class CVSounds;
+class CVSpanQueue;
 class CVTrack;
 class QMenu;
 
@@ -123,10 +124,11 @@ public:
     void selectAllTracksToConsolidateFiles();
     void selectLastTracksSpannedRestored();
     void toggleRoundTimesForSummary();
-    const QHash<qint64, CVTrack *> &spanQueue() const { return m_spanQueue; }
+    CVSpanQueue *queue() const { return m_queue; }
+    const QHash<qint64, CVTrack *> &spanQueue() const;
     // The queued tracks by TrackID, ascending.
     QList<CVTrack *> queuedTracks() const;
-    double currentSpanQueueSize() const { return m_currentSpanQueueSize; }
+    double currentSpanQueueSize() const;
 
     // Modes and the span location.
     bool restoreMode() const { return m_restoreMode; }
@@ -219,6 +221,8 @@ private:
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
     // The queue becomes (or gains) the predicate's tracks, saved and summed up.
     void fillQueueWithPredicate(const CVPredicate &predicate, bool replace);
+    // The queue's tracks changed: its predicate narrows the browsed queue, its line sums it up.
+    void queueChanged();
     void didEndSpanLocationCheckSheet(int advice, int returnCode, const QString &location, const QString &previous);
     // The View, Edit and Edit Spanning Queue menus with their items (and shortcuts).
     void setMenuEnabled(const QString &name, bool enabled);
@@ -238,6 +242,7 @@ private:
     CVSheetPresenter *m_presenter;
     CVMainWindow *m_window;
     CVSelectionModel *m_selection;
+    CVSpanQueue *m_queue;
     CVBrowserDelegate *m_browser;
     CVPlaylistsDelegate *m_playlists;
     CVLocationsDelegate *m_locations;
@@ -268,12 +273,6 @@ private:
     QSize m_mainViewSize;
     QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
     QString m_spanLocation;
-    QHash<qint64, CVTrack *> m_spanQueue; // TrackID -> track, so a track is queued once
-    // The queue predicates by field, for the queue as it was at m_spanQueueGeneration.
-    mutable QHash<QString, CVPredicate> m_spanQueuePredicateCache;
-    mutable quint64 m_spanQueuePredicateGeneration = 0;
-    quint64 m_spanQueueGeneration = 1;
-    double m_currentSpanQueueSize = 0;
     bool m_shouldRoundOffTime = true;
     QHash<QString, QString> m_walkThroughTextOptions;
     QStringList m_recentSearches;

@@ -12,6 +12,7 @@
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
+#include "MainWindow/CVSpanQueue.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVSpanLocationView.h"
 #include "Views/CVSpanQueueDropZone.h"
@@ -40,118 +41,35 @@ QString plural(qint64 n)
 
 // ---- The queue ---------------------------------------------------------------------------
 
-CVPredicate CVWindowDelegate::getSpanQueuePredicateForField(const QString &field) const
+const QHash<qint64, CVTrack *> &CVWindowDelegate::spanQueue() const
 {
-    if (m_spanQueue.isEmpty())
-        return CVPredicate::fromText(u"EMPTY"_s);
-    if (field != u"TrackID"_s && field != u"PersistentID"_s)
-        return CVPredicate::fromText(u"EMPTY"_s);
-    // An unchanged queue is never worked out twice.
-    if (m_spanQueuePredicateGeneration != m_spanQueueGeneration) {
-        m_spanQueuePredicateCache.clear();
-        m_spanQueuePredicateGeneration = m_spanQueueGeneration;
-    }
-    if (const auto it = m_spanQueuePredicateCache.constFind(field); it != m_spanQueuePredicateCache.cend())
-        return *it;
-    CVPredicate p;
-    if (field == u"TrackID"_s) {
-        std::vector<qint64> ids(m_spanQueue.keyBegin(), m_spanQueue.keyEnd());
-        std::sort(ids.begin(), ids.end());
-        QStringList texts;
-        texts.reserve(qsizetype(ids.size()));
-        for (qint64 id : ids)
-            texts.append(QString::number(id));
-        p = CVPredicate::forTrackIDs(std::move(ids));
-        p.setCacheKey(texts.join(u','));
-    } else {
-        // Persistent IDs are 16 hexadecimal digits: their text order is their number's, and
-        // numbers sort many times faster than texts (a whole library is queued at once). The
-        // tracks are read in the library's order, which is their order in memory.
-        std::vector<const CVTrack *> inOrder;
-        inOrder.reserve(std::size_t(m_spanQueue.size()));
-        const std::vector<CVTrack *> &all = m_library->allTracks();
-        if (std::size_t(m_spanQueue.size()) > all.size() / 8) {
-            for (const CVTrack *t : all)
-                if (m_spanQueue.contains(t->integer(CVAttr::TrackID)))
-                    inOrder.push_back(t);
-        } else {
-            inOrder.assign(m_spanQueue.cbegin(), m_spanQueue.cend());
-            std::sort(inOrder.begin(), inOrder.end(),
-                [](const CVTrack *a, const CVTrack *b) { return a->index() < b->index(); });
-        }
-        std::vector<std::pair<quint64, const QString *>> byNumber;
-        byNumber.reserve(inOrder.size());
-        bool numeric = true;
-        for (const CVTrack *t : inOrder) {
-            const QString &id = t->textRef(CVAttr::PersistentID);
-            quint64 number = 0;
-            numeric = numeric && id.size() == 16;
-            for (const QChar c : id) {
-                const char16_t u = c.unicode();
-                const int digit = u >= u'0' && u <= u'9' ? u - u'0' : u >= u'A' && u <= u'F' ? u - u'A' + 10 : -1;
-                numeric = numeric && digit >= 0;
-                number = number << 4 | quint64(qMax(digit, 0));
-            }
-            byNumber.emplace_back(number, &id);
-        }
-        if (numeric)
-            std::sort(byNumber.begin(), byNumber.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
-        else
-            std::sort(
-                byNumber.begin(), byNumber.end(), [](const auto &a, const auto &b) { return *a.second < *b.second; });
-        QStringList ids;
-        ids.reserve(qsizetype(byNumber.size()));
-        for (auto &[number, text] : byNumber) {
-            if (!numeric) {
-                ids.append(*text);
-                continue;
-            }
-            // Written anew from the number: a copy of the track's own text would visit every
-            // track's text again, in another order than the memory's.
-            QString id(16, Qt::Uninitialized);
-            QChar *digits = id.data();
-            for (int i = 15; i >= 0; --i, number >>= 4)
-                digits[i] = QChar(u"0123456789ABCDEF"[number & 0xF]);
-            ids.append(std::move(id));
-        }
-        const QString key = ids.join(u',');
-        p = CVPredicate::forPersistentIDs(std::move(ids));
-        p.setCacheKey(key);
-    }
-    m_spanQueuePredicateCache.insert(field, p);
-    return p;
+    return m_queue->tracks();
 }
 
 QList<CVTrack *> CVWindowDelegate::queuedTracks() const
 {
-    QList<CVTrack *> tracks(m_spanQueue.cbegin(), m_spanQueue.cend());
-    std::sort(tracks.begin(), tracks.end(),
-        [](const CVTrack *a, const CVTrack *b) { return a->integer(CVAttr::TrackID) < b->integer(CVAttr::TrackID); });
-    return tracks;
+    return m_queue->queuedTracks();
+}
+
+double CVWindowDelegate::currentSpanQueueSize() const
+{
+    return m_queue->size();
+}
+
+CVPredicate CVWindowDelegate::getSpanQueuePredicateForField(const QString &field) const
+{
+    return m_queue->predicateForField(field);
+}
+
+void CVWindowDelegate::queueChanged()
+{
+    m_selection->setQueuePredicate(m_queue->predicate());
+    updateSpanSummary();
 }
 
 void CVWindowDelegate::performDrop(const CVPredicate &predicate)
 {
-    const CVTrackList tracks = m_library->smartSelectPredicate(predicate);
-    const qsizetype before = m_spanQueue.size();
-    bool changed = false;
-    if (!m_wantsRemoveDropSet)
-        m_spanQueue.reserve(before + qsizetype(tracks->tracks.size()));
-    for (CVTrack *t : tracks->tracks) {
-        const qint64 id = t->integer(CVAttr::TrackID);
-        if (m_wantsRemoveDropSet) {
-            changed = m_spanQueue.remove(id) > 0 || changed;
-        } else {
-            // Adding a track already there replaces its entry (with the same record).
-            m_spanQueue.insert(id, t);
-        }
-    }
-    // An unchanged queue is saved already (dropping what is queued, removing what is not).
-    if (changed || m_spanQueue.size() != before) {
-        ++m_spanQueueGeneration;
-        saveSpanningQueue();
-        updateSpanSummary();
-    }
+    m_queue->addOrRemove(predicate, m_wantsRemoveDropSet);
     setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
     m_selection->queueContentsChanged();
 }
@@ -181,34 +99,13 @@ void CVWindowDelegate::playQueueFeedback(bool removal, const QPoint &globalPosit
 
 void CVWindowDelegate::saveSpanningQueue()
 {
-    const CVPredicate queue = getSpanQueuePredicateForField(u"PersistentID"_s);
-    m_selection->setQueuePredicate(queue);
-    if (m_settings->boolValue(u"CVAutosaveSpanningQueue"_s)) {
-        m_settings->setValue(u"CVSavedSpanningQueue"_s, CVPredicateArchive::archive(queue));
-        m_settings->synchronize();
-    }
+    m_queue->save();
+    m_selection->setQueuePredicate(m_queue->predicate());
 }
 
 void CVWindowDelegate::updateSpanSummary()
 {
-    // The summary attributes of the queued records (count, time, size), summed here: the
-    // library's summary of a list is keyed by all its track IDs and names its artists and
-    // albums, which for a queue of a whole library costs far more than the line shows.
-    if (m_spanQueue.isEmpty()) {
-        // An empty queue keeps the last size on purpose: it never reaches the space check.
-        m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);
-        return;
-    }
-    double time = 0, size = 0;
-    for (const CVTrack *t : m_spanQueue) {
-        time += t->real(CVAttr::TotalTime);
-        size += t->real(CVAttr::Size);
-    }
-    m_currentSpanQueueSize = size;
-    const qint64 count = m_spanQueue.size();
-    m_window->spanQueueDropZone->setSummary(u"%1 item%2, %3%4, %5"_s.arg(count).arg(plural(count),
-        CVFormatters::humanReadableTimeFromMilliseconds(time, m_shouldRoundOffTime),
-        m_shouldRoundOffTime ? u""_s : u" total time"_s, CVFormatters::humanReadableSizeFromBytes(size)));
+    m_window->spanQueueDropZone->setSummary(m_queue->summary(m_shouldRoundOffTime));
 }
 
 void CVWindowDelegate::toggleRoundTimesForSummary()
@@ -242,11 +139,11 @@ void CVWindowDelegate::browseSpanningQueue(bool fromInterface)
 {
     const bool browsing = isBrowsingSpanningQueue();
     if (fromInterface && !mainViewIsVisible()) {
-        if (!browsing && m_spanQueue.isEmpty())
+        if (!browsing && m_queue->isEmpty())
             QApplication::beep();
         return;
     }
-    if (!browsing && m_spanQueue.isEmpty()) {
+    if (!browsing && m_queue->isEmpty()) {
         QApplication::beep();
         return;
     }
@@ -347,7 +244,7 @@ void CVWindowDelegate::addOrRemoveMediaTypeFromQueue(const CVPredicate &predicat
 
 void CVWindowDelegate::clearSpanningQueue()
 {
-    if (m_spanQueue.isEmpty() || m_app->crashedWhileSpanningLastRun())
+    if (m_queue->isEmpty() || m_app->crashedWhileSpanningLastRun())
         return;
     CVAlert alert;
     alert.title = u"\nAre you sure you want to clear all of the tracks in the spanning queue?"_s;
@@ -356,10 +253,7 @@ void CVWindowDelegate::clearSpanningQueue()
     m_presenter->beginSheet(alert, [this](int returnCode) {
         if (returnCode != CVPresenter::DefaultReturn)
             return;
-        m_spanQueue.clear();
-        ++m_spanQueueGeneration;
-        saveSpanningQueue();
-        updateSpanSummary();
+        m_queue->clear();
         setWalkThroughTextToProperStep();
         m_selection->queueContentsChanged();
         playQueueFeedback(true, QCursor::pos());
@@ -370,15 +264,8 @@ void CVWindowDelegate::clearSpanningQueue()
 
 void CVWindowDelegate::fillQueueWithPredicate(const CVPredicate &predicate, bool replace)
 {
-    if (replace)
-        m_spanQueue.clear();
-    ++m_spanQueueGeneration;
-    const CVTrackList tracks = m_library->selectPredicate(predicate);
-    for (CVTrack *t : tracks->tracks)
-        m_spanQueue.insert(t->integer(CVAttr::TrackID), t);
+    m_queue->fill(predicate, replace);
     playQueueFeedback(false, QCursor::pos());
-    saveSpanningQueue();
-    updateSpanSummary();
 }
 
 void CVWindowDelegate::selectAllSpannedTracksToRestore()
@@ -429,7 +316,7 @@ void CVWindowDelegate::selectLastTracksSpannedRestored()
         setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
         m_selection->queueContentsChanged();
     };
-    if (m_spanQueue.isEmpty()) {
+    if (m_queue->isEmpty()) {
         add(false);
         return;
     }
@@ -520,11 +407,11 @@ void CVWindowDelegate::setWalkThroughTextToProperStep()
         step = u"SpanQueueButtonText"_s;
     else if (isBrowsingSpanningQueue())
         step = u"BrowseSpanQueue"_s;
-    else if (m_restoreMode && !m_spanQueue.isEmpty())
+    else if (m_restoreMode && !m_queue->isEmpty())
         step = u"ReadyToRestore"_s;
-    else if (!m_spanLocation.isEmpty() && !m_spanQueue.isEmpty())
+    else if (!m_spanLocation.isEmpty() && !m_queue->isEmpty())
         step = u"ReadyToSpan"_s;
-    else if (!m_spanQueue.isEmpty())
+    else if (!m_queue->isEmpty())
         step = u"ChooseLocation"_s;
     else if (m_walkThroughTextOptions.contains(u"DragTracksSpan"_s)
         || m_walkThroughTextOptions.contains(u"DragTracksRestore"_s))
@@ -537,9 +424,9 @@ void CVWindowDelegate::setIsMouseOverSpanQueueDropZone(bool over)
     m_mouseOverDropZone = over;
     if (over) {
         m_walkThroughTextOptions.insert(u"SpanQueueButtonText"_s,
-            isBrowsingSpanningQueue()   ? u"Browsing Spanning Queue \u2013 Click to Browse Library"_s
-                : m_spanQueue.isEmpty() ? u"Spanning Queue Empty - Drag Something into Here"_s
-                                        : u"Click to Browse Spanning Queue"_s);
+            isBrowsingSpanningQueue() ? u"Browsing Spanning Queue \u2013 Click to Browse Library"_s
+                : m_queue->isEmpty()  ? u"Spanning Queue Empty - Drag Something into Here"_s
+                                      : u"Click to Browse Spanning Queue"_s);
     }
     setWalkThroughTextToProperStep();
 }

@@ -15,6 +15,7 @@
 #include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
+#include "MainWindow/CVSpanQueue.h"
 #include "Platform/CVBugReport.h"
 #include "Platform/CVDesktopNotification.h"
 #include "Platform/CVLauncherEntry.h"
@@ -100,7 +101,7 @@ void CVWindowDelegate::spanLibrary()
     request.queue = queuedTracks();
     request.restoreMode = m_restoreMode;
     request.spanLocation = m_spanLocation;
-    request.queueSize = m_currentSpanQueueSize;
+    request.queueSize = m_queue->size();
     request.overrideFilesNotFound = m_overrideFilesNotFoundForSpan;
     request.overrideEnoughSpace = m_overrideEnoughSpaceForSpan;
     // Each "Anyway" lasts for one more pass.
@@ -208,7 +209,7 @@ void CVWindowDelegate::closeConfirmSpanRestoreAction()
     QList<CVTrack *> tracks = queuedTracks();
     sortForRun(tracks);
     m_runTracks = int(tracks.size());
-    m_runBytes = m_currentSpanQueueSize;
+    m_runBytes = m_queue->size();
     m_app->startSpanRun(tracks);
 }
 

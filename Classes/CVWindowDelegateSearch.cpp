@@ -2,6 +2,7 @@
 #include "CVWindowDelegate.h"
 
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVSpanQueue.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
 #include "Views/CVFilterPathPopover.h"
@@ -98,13 +99,13 @@ void CVWindowDelegate::refreshFilterPathBar()
     const QString source = browsing ? u"Spanning Queue"_s : u"Library"_s;
     const QString sourceTitle = u"Browsing %1"_s.arg(source);
     const QString browse = browsing ? u"Browse Library"_s
-        : m_spanQueue.isEmpty()     ? u"Span Queue Empty"_s
+        : m_queue->isEmpty()        ? u"Span Queue Empty"_s
                                     : u"Browse Span Queue"_s;
     CVFilterPathPopover *popover = m_window->filterPathPopover;
-    popover->setSourceRow(sourceTitle, browse, browsing || !m_spanQueue.isEmpty());
+    popover->setSourceRow(sourceTitle, browse, browsing || !m_queue->isEmpty());
     QAction *browseItem = m_window->action(u"browseQueue"_s);
     browseItem->setText(browsing ? u"Browse Library"_s : u"Browse Spanning Queue"_s);
-    browseItem->setEnabled(browsing || !m_spanQueue.isEmpty());
+    browseItem->setEnabled(browsing || !m_queue->isEmpty());
 
     QStringList elements { source };
     const QStringList order = m_settings->stringListValue(u"CVFilterPathOrder"_s);
