@@ -12,6 +12,7 @@
 #include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
+#include "MainWindow/CVSpanLocationController.h"
 #include "MainWindow/CVSpanQueue.h"
 #include "Platform/CVLauncherEntry.h"
 #include "Platform/CVSettings.h"
@@ -56,6 +57,11 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     , m_locations(new CVLocationsDelegate(library, settings, m_selection, m_window,
           { [app] { return app->fileManager(); }, [this] { return m_restoreMode; } }, this))
     , m_information(new CVItemInformationDelegate(settings, m_window, this))
+    , m_spanLocation(new CVSpanLocationController(settings, library, presenter, m_window->spanLocationView, m_window,
+          { [app] { return app->crashedWhileSpanningLastRun(); }, [app] { return app->spanner(); },
+              [this] { return m_restoreMode; }, [this] { return mainViewIsVisible(); },
+              [app] { return app->fileManager(); } },
+          this))
     , m_resultsModel(new CVResultsModel(this))
     , m_sounds(new CVSounds(this))
     , m_launcherEntry(std::make_unique<CVLauncherEntry>())
@@ -84,7 +90,7 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     restoreSplitterSizes();
     m_browser->refreshSpanFilters();
     m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);
-    reloadSpanLocatonInformation();
+    m_spanLocation->reloadSpanLocatonInformation();
 }
 
 CVWindowDelegate::~CVWindowDelegate()
@@ -123,8 +129,13 @@ void CVWindowDelegate::wirePanes()
     });
     connect(m_browser, &CVBrowserDelegate::trackInformationRequested, m_information,
         &CVItemInformationDelegate::showItemInfoWindow);
-    connect(m_locations, &CVLocationsDelegate::spanLocationRequested, this,
-        &CVWindowDelegate::changeSpanLocationWithConfirmation);
+    connect(m_locations, &CVLocationsDelegate::spanLocationRequested, m_spanLocation,
+        &CVSpanLocationController::changeSpanLocationWithConfirmation);
+    connect(m_spanLocation, &CVSpanLocationController::locationChanged, this, [this] {
+        setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
+                                 m_library->createDisplayTitleForPath(spanLocation())),
+            u"ReadyToSpan"_s);
+    });
     connect(m_queue, &CVSpanQueue::changed, this, &CVWindowDelegate::queueChanged);
 }
 
@@ -185,15 +196,6 @@ void CVWindowDelegate::wireViews()
         &CVWindowDelegate::setWantsRemoveDropSet);
     connect(
         w->spanQueueDropZone, &CVSpanQueueDropZone::predicateDropped, this, &CVWindowDelegate::performDropOfArchive);
-    connect(w->spanLocationView, &CVSpanLocationView::clicked, this, [this] {
-        if (!m_restoreMode)
-            chooseSpanLocation();
-    });
-    connect(w->spanLocationView, &CVSpanLocationView::historyMenuRequested, this,
-        &CVWindowDelegate::popUpSpanLocationsHistoryMenu);
-    connect(w->spanLocationView, &CVSpanLocationView::contextMenuRequested, this,
-        &CVWindowDelegate::showSpanLocationContextMenu);
-    connect(w->spanLocationView, &CVSpanLocationView::folderDropped, this, &CVWindowDelegate::spanLocationDropped);
     connect(w->spanButton, &QPushButton::clicked, this, &CVWindowDelegate::spanLibrary);
     connect(w->spanModeButton, &QToolButton::clicked, this, &CVWindowDelegate::setSpanMode);
     connect(w->restoreModeButton, &QToolButton::clicked, this, &CVWindowDelegate::setRestoreMode);
@@ -251,12 +253,13 @@ void CVWindowDelegate::wireMenus()
     on(u"browseQueue"_s, [this] { browseSpanningQueue(true); });
     on(u"spanMode"_s, [this] { setSpanMode(); });
     on(u"restoreMode"_s, [this] { setRestoreMode(); });
-    on(u"chooseLocation"_s, [this] { chooseSpanLocation(); });
+    on(u"chooseLocation"_s, [this] { m_spanLocation->chooseSpanLocation(); });
     on(u"selectAllSpanned"_s, [this] { selectAllSpannedTracksToRestore(); });
     on(u"selectAllTracks"_s, [this] { selectAllTracksToConsolidateFiles(); });
     on(u"selectLastTracks"_s, [this] { selectLastTracksSpannedRestored(); });
     QMenu *recent = w->menu(u"RecentSpanLocations"_s);
-    connect(recent, &QMenu::aboutToShow, this, [this, recent] { fillSpanLocationsHistoryMenu(recent); });
+    connect(
+        recent, &QMenu::aboutToShow, this, [this, recent] { m_spanLocation->fillSpanLocationsHistoryMenu(recent); });
     on(u"start"_s, [this] { spanLibrary(); });
     on(u"reportBug"_s, [this] { reportABug(); });
     on(u"about"_s, [this] { showAbout(); });
@@ -443,7 +446,7 @@ void CVWindowDelegate::prepareContentAfterLoad()
         doSetRestoreMode();
     else if (!saved.isEmpty())
         setSpanLocation(saved, false);
-    reloadSpanLocatonInformation();
+    m_spanLocation->reloadSpanLocatonInformation();
 }
 
 void CVWindowDelegate::displayMainViewAfterLoad()
@@ -509,6 +512,21 @@ void CVWindowDelegate::growToMainViewSize()
     CVScreenFit::place(m_window, m_mainViewSize, centre);
 }
 
+const QString &CVWindowDelegate::spanLocation() const
+{
+    return m_spanLocation->spanLocation();
+}
+
+void CVWindowDelegate::setSpanLocation(const QString &path, bool checkIt)
+{
+    m_spanLocation->setSpanLocation(path, checkIt);
+}
+
+void CVWindowDelegate::clearSpanLocation()
+{
+    m_spanLocation->clearSpanLocation();
+}
+
 void CVWindowDelegate::refreshBrowserDependentText()
 {
     setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
@@ -531,7 +549,7 @@ void CVWindowDelegate::windowDidBecomeMain()
 {
     m_window->filterPathBar->setIsDimmed(false);
     m_window->spanLocationView->setDimmed(false);
-    reloadSpanLocatonInformation();
+    m_spanLocation->reloadSpanLocatonInformation();
     // The Trash may have been emptied elsewhere meanwhile.
     if (m_spanner && isResultsViewOnScreen())
         m_spanner->isTrashEmpty();

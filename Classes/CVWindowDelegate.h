@@ -36,6 +36,7 @@ class CVRunProgress;
 class CVSettings;
 class CVSheetPresenter;
 class CVSounds;
+class CVSpanLocationController;
 class CVSpanQueue;
 class CVTrack;
 class QMenu;
@@ -136,24 +137,10 @@ public:
     void setRestoreMode();
     void doSetSpanMode();
     void doSetRestoreMode();
-    const QString &spanLocation() const { return m_spanLocation; }
+    CVSpanLocationController *spanLocationController() const { return m_spanLocation; }
+    const QString &spanLocation() const;
     void setSpanLocation(const QString &path, bool checkIt);
-    void clearSpanLocation() { setSpanLocation(QString(), false); }
-    void chooseSpanLocation();
-    void changeSpanLocationWithConfirmation(const QString &path);
-    void reloadSpanLocatonInformation();
-    // The history of span locations ("CVSpanLocationHistory"), newest first, at most five.
-    QStringList spanLocationHistory() const;
-    void fillSpanLocationsHistoryMenu(QMenu *menu);
-    void popUpSpanLocationsHistoryMenu(const QPoint &globalPosition);
-    void setSpanLocationFromHistory(const QString &path);
-    void addOrRemoveLocationToHistory();
-    void addLocationToHistory(const QString &path);
-    void clearSpanLocationHistory();
-    void showLocationInFinder();
-    void fillSpanLocationContextMenu(QMenu *menu);
-    void showSpanLocationContextMenu(const QPoint &globalPosition);
-    void spanLocationDropped(const QString &path);
+    void clearSpanLocation();
 
     // Runs.
     void spanLibrary();
@@ -223,7 +210,6 @@ private:
     void fillQueueWithPredicate(const CVPredicate &predicate, bool replace);
     // The queue's tracks changed: its predicate narrows the browsed queue, its line sums it up.
     void queueChanged();
-    void didEndSpanLocationCheckSheet(int advice, int returnCode, const QString &location, const QString &previous);
     // The View, Edit and Edit Spanning Queue menus with their items (and shortcuts).
     void setMenuEnabled(const QString &name, bool enabled);
     void disableMenusForRun();
@@ -247,6 +233,7 @@ private:
     CVPlaylistsDelegate *m_playlists;
     CVLocationsDelegate *m_locations;
     CVItemInformationDelegate *m_information;
+    CVSpanLocationController *m_spanLocation;
     CVPrefsWindowController *m_prefsWindow = nullptr;
     CVColumnDisplayOptionDelegate *m_columnOptions = nullptr;
     CVHelpWindow *m_helpWindow = nullptr;
@@ -272,7 +259,6 @@ private:
     bool m_frameSaving = true;
     QSize m_mainViewSize;
     QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
-    QString m_spanLocation;
     bool m_shouldRoundOffTime = true;
     QHash<QString, QString> m_walkThroughTextOptions;
     QStringList m_recentSearches;

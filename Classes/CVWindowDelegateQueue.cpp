@@ -365,7 +365,7 @@ void CVWindowDelegate::doSetSpanMode()
     m_window->action(u"start"_s)->setText(u"Span…"_s);
     m_restoreMode = false;
     if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
-        m_settings->setValue(u"CVSavedSpanLocation"_s, m_spanLocation);
+        m_settings->setValue(u"CVSavedSpanLocation"_s, spanLocation());
         m_settings->synchronize();
     }
     setWalkThroughTextToProperStep();
@@ -409,7 +409,7 @@ void CVWindowDelegate::setWalkThroughTextToProperStep()
         step = u"BrowseSpanQueue"_s;
     else if (m_restoreMode && !m_queue->isEmpty())
         step = u"ReadyToRestore"_s;
-    else if (!m_spanLocation.isEmpty() && !m_queue->isEmpty())
+    else if (!spanLocation().isEmpty() && !m_queue->isEmpty())
         step = u"ReadyToSpan"_s;
     else if (!m_queue->isEmpty())
         step = u"ChooseLocation"_s;

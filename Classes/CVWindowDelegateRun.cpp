@@ -100,7 +100,7 @@ void CVWindowDelegate::spanLibrary()
     CVSpanChecks::Request request;
     request.queue = queuedTracks();
     request.restoreMode = m_restoreMode;
-    request.spanLocation = m_spanLocation;
+    request.spanLocation = spanLocation();
     request.queueSize = m_queue->size();
     request.overrideFilesNotFound = m_overrideFilesNotFoundForSpan;
     request.overrideEnoughSpace = m_overrideEnoughSpaceForSpan;
@@ -205,7 +205,7 @@ void CVWindowDelegate::closeConfirmSpanRestoreAction()
         return;
     disableMenusForRun();
     if (!m_restoreMode)
-        m_locations->addLocationToExpand(m_spanLocation);
+        m_locations->addLocationToExpand(spanLocation());
     QList<CVTrack *> tracks = queuedTracks();
     sortForRun(tracks);
     m_runTracks = int(tracks.size());

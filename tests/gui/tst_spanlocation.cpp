@@ -7,6 +7,7 @@
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "MainWindow/CVSpanLocationController.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVSpanLocationView.h"
 
@@ -249,7 +250,7 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     CVWindowDelegate *window = session.app().windowDelegate();
     CVSheetPresenter *presenter = session.app().presenter();
     QMenu menu;
-    window->fillSpanLocationsHistoryMenu(&menu);
+    window->spanLocationController()->fillSpanLocationsHistoryMenu(&menu);
     QCOMPARE(menu.actions().size(), 3);
     QCOMPARE(menu.actions()[0]->text(), u"No Recent Span Locations"_s);
     QVERIFY(!menu.actions()[0]->isEnabled());
@@ -261,20 +262,20 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
         folders.append(session.home.filePath(u"Place %1"_s.arg(i)));
         QDir().mkpath(folders.last());
         window->setSpanLocation(folders.last(), false);
-        window->addOrRemoveLocationToHistory();
+        window->spanLocationController()->addOrRemoveLocationToHistory();
     }
     // The same again: to the front, never twice.
-    window->addLocationToHistory(folders[4]);
+    window->spanLocationController()->addLocationToHistory(folders[4]);
     const QStringList expected { folders[4], folders[6], folders[5], folders[3], folders[2] };
-    QCOMPARE(window->spanLocationHistory(), expected);
+    QCOMPARE(window->spanLocationController()->spanLocationHistory(), expected);
     QCOMPARE(session.app().settings()->stringListValue(u"CVSpanLocationHistory"_s), expected);
     // In the history: the context menu offers to remove it.
     window->setSpanLocation(folders[6], false);
-    window->addOrRemoveLocationToHistory();
-    QVERIFY(!window->spanLocationHistory().contains(folders[6]));
+    window->spanLocationController()->addOrRemoveLocationToHistory();
+    QVERIFY(!window->spanLocationController()->spanLocationHistory().contains(folders[6]));
 
     QDir(folders[2]).removeRecursively();
-    window->fillSpanLocationsHistoryMenu(&menu);
+    window->spanLocationController()->fillSpanLocationsHistoryMenu(&menu);
     QCOMPARE(menu.actions().size(), 4 + 2);
     QCOMPARE(menu.actions()[0]->text(), u" Place 5 (on Computer)"_s);
     QVERIFY(menu.actions()[0]->font().bold());
@@ -290,7 +291,7 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     menu.actions().constLast()->trigger();
     QCOMPARE(presenter->openSheet().title, u"\nAre you sure you want to clear the span location history?"_s);
     presenter->answerSheet(CVPresenter::AlternateReturn);
-    QCOMPARE(window->spanLocationHistory().size(), 4);
+    QCOMPARE(window->spanLocationController()->spanLocationHistory().size(), 4);
     menu.actions().constLast()->trigger();
     presenter->answerSheet(CVPresenter::DefaultReturn);
     QVERIFY(!session.app().settings()->contains(u"CVSpanLocationHistory"_s));
@@ -304,15 +305,15 @@ void TestSpanLocation::contextMenuOfALocation()
     QDir().mkpath(folder);
     window->setSpanLocation(folder, false);
     QMenu menu;
-    window->fillSpanLocationContextMenu(&menu);
+    window->spanLocationController()->fillSpanLocationContextMenu(&menu);
     QStringList titles;
     for (QAction *a : menu.actions())
         if (!a->isSeparator())
             titles.append(a->text());
     QCOMPARE(titles, QStringList({ u"Show in File Manager"_s, u"Clear Location"_s, u"Add to Location History"_s }));
     menu.actions()[3]->trigger();
-    QCOMPARE(window->spanLocationHistory(), QStringList { folder });
-    window->fillSpanLocationContextMenu(&menu);
+    QCOMPARE(window->spanLocationController()->spanLocationHistory(), QStringList { folder });
+    window->spanLocationController()->fillSpanLocationContextMenu(&menu);
     QCOMPARE(menu.actions()[3]->text(), u"Remove from Location History"_s);
     menu.actions()[1]->trigger();
     QVERIFY(window->spanLocation().isEmpty());

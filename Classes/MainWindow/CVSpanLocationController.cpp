@@ -1,8 +1,5 @@
-// The span location of CVWindowDelegate: choosing it (folder chooser, a dropped folder, the
-// history), the advice about a newly chosen folder, the view, the history and the context menu.
-#include "CVWindowDelegate.h"
+#include "MainWindow/CVSpanLocationController.h"
 
-#include "CVApplicationDelegate.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVSpanChecks.h"
 #include "Library/CVLibraryManager.h"
@@ -43,24 +40,45 @@ QFont menuFont(const QMenu *menu, bool entry)
 
 } // namespace
 
-void CVWindowDelegate::setSpanLocation(const QString &path, bool checkIt)
+CVSpanLocationController::CVSpanLocationController(CVSettings *settings, CVLibraryManager *library,
+    CVSheetPresenter *presenter, CVSpanLocationView *view, QWidget *dialogParent, Context context, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_library(library)
+    , m_presenter(presenter)
+    , m_view(view)
+    , m_dialogParent(dialogParent)
+    , m_context(std::move(context))
 {
-    if (m_app->crashedWhileSpanningLastRun() && !m_spanLocation.isEmpty())
+    connect(view, &CVSpanLocationView::clicked, this, [this] {
+        if (!m_context.restoreMode())
+            chooseSpanLocation();
+    });
+    connect(view, &CVSpanLocationView::historyMenuRequested, this,
+        &CVSpanLocationController::popUpSpanLocationsHistoryMenu);
+    connect(
+        view, &CVSpanLocationView::contextMenuRequested, this, &CVSpanLocationController::showSpanLocationContextMenu);
+    connect(view, &CVSpanLocationView::folderDropped, this, &CVSpanLocationController::spanLocationDropped);
+}
+
+CVSpanLocationController::~CVSpanLocationController() = default;
+
+void CVSpanLocationController::setSpanLocation(const QString &path, bool checkIt)
+{
+    if (m_context.crashedWhileSpanning() && !m_spanLocation.isEmpty())
         return;
     m_spanLocation
         = path == u"/Network"_s || path == u"/Volumes"_s || CVVolumes::isDriveContainer(path) ? QString() : path;
     reloadSpanLocatonInformation();
-    setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
-                             m_library->createDisplayTitleForPath(m_spanLocation)),
-        u"ReadyToSpan"_s);
+    Q_EMIT locationChanged(m_spanLocation);
     if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
-        m_settings->setValue(u"CVSavedSpanLocation"_s, m_restoreMode ? u"CVRestoreMode"_s : m_spanLocation);
+        m_settings->setValue(u"CVSavedSpanLocation"_s, m_context.restoreMode() ? u"CVRestoreMode"_s : m_spanLocation);
         m_settings->synchronize();
     }
-    if (!checkIt || m_spanLocation.isEmpty() || !m_app->spanner())
+    if (!checkIt || m_spanLocation.isEmpty() || !m_context.spanner())
         return;
     // The advice about a newly chosen folder; each answer is final (no second check).
-    const CVSpanChecks checks(*m_app->spanner(), *m_library);
+    const CVSpanChecks checks(*m_context.spanner(), *m_library);
     const CVSpanChecks::LocationCheck check = checks.checkSpanLocation(m_spanLocation, m_library->getBaseSpanPaths(),
         m_library->iTunesMediaPath().value_or(QString()), m_settings->stringValue(u"CVStartupDriveName"_s));
     if (check.advice == CVSpanChecks::Advice::None)
@@ -73,7 +91,7 @@ void CVWindowDelegate::setSpanLocation(const QString &path, bool checkIt)
     });
 }
 
-void CVWindowDelegate::didEndSpanLocationCheckSheet(
+void CVSpanLocationController::didEndSpanLocationCheckSheet(
     int advice, int returnCode, const QString &location, const QString &previous)
 {
     using A = CVSpanChecks::Advice;
@@ -116,9 +134,9 @@ void CVWindowDelegate::didEndSpanLocationCheckSheet(
     }
 }
 
-void CVWindowDelegate::reloadSpanLocatonInformation()
+void CVSpanLocationController::reloadSpanLocatonInformation()
 {
-    CVSpanLocationView *view = m_window->spanLocationView;
+    CVSpanLocationView *view = m_view;
     view->setLocationName(m_library->createDisplayTitleForPath(m_spanLocation));
     if (m_spanLocation.isEmpty())
         view->setLocationIcon({});
@@ -128,9 +146,9 @@ void CVWindowDelegate::reloadSpanLocatonInformation()
         view->setLocationIcon(CVIcons::icon(CVIcons::Kind::QuestionMark));
 }
 
-void CVWindowDelegate::chooseSpanLocation()
+void CVSpanLocationController::chooseSpanLocation()
 {
-    if (m_app->crashedWhileSpanningLastRun() || m_restoreMode || !mainViewIsVisible())
+    if (m_context.crashedWhileSpanning() || m_context.restoreMode() || !m_context.mainViewVisible())
         return;
     if (QApplication::keyboardModifiers() & Qt::AltModifier) {
         clearSpanLocation();
@@ -139,7 +157,7 @@ void CVWindowDelegate::chooseSpanLocation()
     QString start;
     if (!m_spanLocation.isEmpty())
         start = CVVolumes::isDriveRoot(m_spanLocation) ? m_spanLocation : QFileInfo(m_spanLocation).path();
-    auto *dialog = new QFileDialog(m_window, u"Choose Span Location"_s, start);
+    auto *dialog = new QFileDialog(m_dialogParent, u"Choose Span Location"_s, start);
     dialog->setObjectName(u"CVSpanLocationChooser"_s);
     dialog->setFileMode(QFileDialog::Directory);
     dialog->setOption(QFileDialog::ShowDirsOnly);
@@ -154,7 +172,7 @@ void CVWindowDelegate::chooseSpanLocation()
     dialog->open();
 }
 
-void CVWindowDelegate::changeSpanLocationWithConfirmation(const QString &path)
+void CVSpanLocationController::changeSpanLocationWithConfirmation(const QString &path)
 {
     if (m_spanLocation.isEmpty()) {
         setSpanLocation(path, true);
@@ -172,21 +190,21 @@ void CVWindowDelegate::changeSpanLocationWithConfirmation(const QString &path)
     });
 }
 
-void CVWindowDelegate::spanLocationDropped(const QString &path)
+void CVSpanLocationController::spanLocationDropped(const QString &path)
 {
-    if (m_restoreMode || m_app->crashedWhileSpanningLastRun() || path.isEmpty())
+    if (m_context.restoreMode() || m_context.crashedWhileSpanning() || path.isEmpty())
         return;
     setSpanLocation(path, true);
 }
 
 // ---- The history -------------------------------------------------------------------------
 
-QStringList CVWindowDelegate::spanLocationHistory() const
+QStringList CVSpanLocationController::spanLocationHistory() const
 {
     return m_settings->stringListValue(u"CVSpanLocationHistory"_s).mid(0, kHistoryLength);
 }
 
-void CVWindowDelegate::addLocationToHistory(const QString &path)
+void CVSpanLocationController::addLocationToHistory(const QString &path)
 {
     if (path.isEmpty())
         return;
@@ -196,7 +214,7 @@ void CVWindowDelegate::addLocationToHistory(const QString &path)
     m_settings->setValue(u"CVSpanLocationHistory"_s, history.mid(0, kHistoryLength));
 }
 
-void CVWindowDelegate::addOrRemoveLocationToHistory()
+void CVSpanLocationController::addOrRemoveLocationToHistory()
 {
     if (m_spanLocation.isEmpty())
         return;
@@ -209,7 +227,7 @@ void CVWindowDelegate::addOrRemoveLocationToHistory()
     }
 }
 
-void CVWindowDelegate::setSpanLocationFromHistory(const QString &path)
+void CVSpanLocationController::setSpanLocationFromHistory(const QString &path)
 {
     // With Alt held an entry leaves the history instead.
     if (QApplication::keyboardModifiers() & Qt::AltModifier) {
@@ -218,12 +236,12 @@ void CVWindowDelegate::setSpanLocationFromHistory(const QString &path)
         m_settings->setValue(u"CVSpanLocationHistory"_s, history);
         return;
     }
-    if (m_restoreMode || m_app->crashedWhileSpanningLastRun())
+    if (m_context.restoreMode() || m_context.crashedWhileSpanning())
         return;
     setSpanLocation(path, false);
 }
 
-void CVWindowDelegate::clearSpanLocationHistory()
+void CVSpanLocationController::clearSpanLocationHistory()
 {
     CVAlert alert;
     alert.title = u"\nAre you sure you want to clear the span location history?"_s;
@@ -235,7 +253,7 @@ void CVWindowDelegate::clearSpanLocationHistory()
     });
 }
 
-void CVWindowDelegate::fillSpanLocationsHistoryMenu(QMenu *menu)
+void CVSpanLocationController::fillSpanLocationsHistoryMenu(QMenu *menu)
 {
     menu->clear();
     menu->setMaximumWidth(kHistoryMenuWidth);
@@ -263,51 +281,52 @@ void CVWindowDelegate::fillSpanLocationsHistoryMenu(QMenu *menu)
     QAction *clear = menu->addAction(u"Clear Location History…"_s);
     clear->setFont(menuFont(menu, false));
     clear->setEnabled(!history.isEmpty());
-    connect(clear, &QAction::triggered, this, &CVWindowDelegate::clearSpanLocationHistory);
+    connect(clear, &QAction::triggered, this, &CVSpanLocationController::clearSpanLocationHistory);
 }
 
-void CVWindowDelegate::popUpSpanLocationsHistoryMenu(const QPoint &globalPosition)
+void CVSpanLocationController::popUpSpanLocationsHistoryMenu(const QPoint &globalPosition)
 {
-    if (m_restoreMode || m_app->crashedWhileSpanningLastRun())
+    if (m_context.restoreMode() || m_context.crashedWhileSpanning())
         return;
     // Ctrl held: the current location goes to the front of the history first.
     if ((QApplication::keyboardModifiers() & Qt::ControlModifier) && QFileInfo::exists(m_spanLocation))
         addLocationToHistory(m_spanLocation);
-    QMenu menu(m_window);
+    QMenu menu(m_dialogParent);
     fillSpanLocationsHistoryMenu(&menu);
     menu.exec(globalPosition);
 }
 
-void CVWindowDelegate::showLocationInFinder()
+void CVSpanLocationController::showLocationInFinder()
 {
     if (m_spanLocation.isEmpty())
         return;
     // The folder selected in a viewer of the folder that holds it.
-    if (!fileManager() || !fileManager()->selectFile(m_spanLocation))
+    CVFileManagerLink *files = m_context.fileManager ? m_context.fileManager() : nullptr;
+    if (!files || !files->selectFile(m_spanLocation))
         CVLog::log(u"Corvana ScriptingBridge Error: the file manager could not show %1"_s.arg(m_spanLocation));
 }
 
-void CVWindowDelegate::fillSpanLocationContextMenu(QMenu *menu)
+void CVSpanLocationController::fillSpanLocationContextMenu(QMenu *menu)
 {
     menu->clear();
-    connect(
-        menu->addAction(u"Show in File Manager"_s), &QAction::triggered, this, &CVWindowDelegate::showLocationInFinder);
+    connect(menu->addAction(u"Show in File Manager"_s), &QAction::triggered, this,
+        &CVSpanLocationController::showLocationInFinder);
     connect(menu->addAction(u"Clear Location"_s), &QAction::triggered, this, [this] { clearSpanLocation(); });
     menu->addSeparator();
     const bool inHistory = m_settings->stringListValue(u"CVSpanLocationHistory"_s).contains(m_spanLocation);
     connect(menu->addAction(inHistory ? u"Remove from Location History"_s : u"Add to Location History"_s),
-        &QAction::triggered, this, &CVWindowDelegate::addOrRemoveLocationToHistory);
+        &QAction::triggered, this, &CVSpanLocationController::addOrRemoveLocationToHistory);
 }
 
-void CVWindowDelegate::showSpanLocationContextMenu(const QPoint &globalPosition)
+void CVSpanLocationController::showSpanLocationContextMenu(const QPoint &globalPosition)
 {
-    if (m_restoreMode || m_app->crashedWhileSpanningLastRun())
+    if (m_context.restoreMode() || m_context.crashedWhileSpanning())
         return;
     if (m_spanLocation.isEmpty()) {
         popUpSpanLocationsHistoryMenu(globalPosition);
         return;
     }
-    QMenu menu(m_window);
+    QMenu menu(m_dialogParent);
     fillSpanLocationContextMenu(&menu);
     menu.exec(globalPosition);
 }
