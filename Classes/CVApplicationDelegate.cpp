@@ -10,6 +10,7 @@
 #include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVRunController.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "Platform/CVBugReport.h"
 #include "Platform/CVFileManagerLink.h"
@@ -49,12 +50,11 @@ CVApplicationDelegate::CVApplicationDelegate(Options options, QObject *parent)
 CVApplicationDelegate::~CVApplicationDelegate()
 {
     // A load or run still going is waited for: both hold pointers into what goes next.
-    for (QThread *thread : { m_loadThread.data(), m_runThread.data() }) {
-        if (!thread)
-            continue;
-        while (!thread->wait(20))
+    if (m_loadThread)
+        while (!m_loadThread->wait(20))
             QCoreApplication::processEvents();
-    }
+    if (m_windowDelegate)
+        m_windowDelegate->runController()->waitForRun();
     m_windowDelegate.reset();
 }
 
@@ -560,34 +560,9 @@ void CVApplicationDelegate::launchCorvanaHelper()
 
 // ---- The engine's host -------------------------------------------------------------------
 
-void CVApplicationDelegate::startRunThread(std::function<void()> work)
+bool CVApplicationDelegate::isRunThreadActive() const
 {
-    if (m_runThread || !m_spanner)
-        return;
-    m_runThread = QThread::create(std::move(work));
-    m_runThread->setObjectName(u"CVSpanWorker"_s);
-    connect(m_runThread, &QThread::finished, this, [this, thread = m_runThread.data()] {
-        thread->deleteLater();
-        m_runThread.clear();
-        if (m_windowDelegate)
-            m_windowDelegate->runThreadFinished();
-    });
-    m_runThread->start();
-}
-
-void CVApplicationDelegate::startSpanRun(const QList<CVTrack *> &tracks)
-{
-    startRunThread([this, tracks] { m_spanner->spanTracks(tracks); });
-}
-
-void CVApplicationDelegate::startLocateRun(const QList<CVTrack *> &tracks)
-{
-    startRunThread([this, tracks] { m_spanner->refreshTracks(tracks); });
-}
-
-void CVApplicationDelegate::startUpdateDependentRun()
-{
-    startRunThread([this] { m_spanner->updateDependentTracks(); });
+    return m_windowDelegate && m_windowDelegate->isRunThreadActive();
 }
 
 bool CVApplicationDelegate::restoreMode() const

@@ -102,11 +102,8 @@ public:
     // Opens the preferences window.
     void showPreferences();
 
-    // Hand the work to the engine on its worker thread; one run at a time.
-    void startSpanRun(const QList<CVTrack *> &tracks);
-    void startLocateRun(const QList<CVTrack *> &tracks);
-    void startUpdateDependentRun();
-    bool isRunThreadActive() const { return !m_runThread.isNull(); }
+    // A run is under way on the run controller's worker thread.
+    bool isRunThreadActive() const;
 
     // CVSpannerHost
     bool restoreMode() const override;
@@ -131,7 +128,6 @@ private:
     bool crashedByWindowFrame() const;
     void observeSettings(const QString &key);
     void performQuit(bool save);
-    void startRunThread(std::function<void()> work);
     // Runs work on the main thread and waits for it (from the load thread).
     void onMainThread(const std::function<void()> &work);
 
@@ -147,7 +143,6 @@ private:
     std::unique_ptr<CVMediaSpanner> m_spanner;
     std::unique_ptr<CVWindowDelegate> m_windowDelegate;
     QPointer<QThread> m_loadThread;
-    QPointer<QThread> m_runThread;
     std::function<void()> m_quitHandler;
 
     std::atomic<bool> m_loadingCorvana { false };

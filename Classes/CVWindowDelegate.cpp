@@ -9,6 +9,7 @@
 #include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVResultsModel.h"
+#include "MainWindow/CVRunController.h"
 #include "MainWindow/CVRunProgress.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
@@ -62,11 +63,16 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
               [this] { return m_restoreMode; }, [this] { return mainViewIsVisible(); },
               [app] { return app->fileManager(); } },
           this))
-    , m_resultsModel(new CVResultsModel(this))
     , m_sounds(new CVSounds(this))
-    , m_launcherEntry(std::make_unique<CVLauncherEntry>())
+    , m_run(new CVRunController(settings, library, presenter, m_window, m_queue, m_sounds,
+          { [app] { return app->isLoadingCorvana(); }, [app] { return app->crashedWhileSpanningLastRun(); },
+              [this] { return m_restoreMode; }, [this] { return spanLocation(); },
+              [this] { return mainViewIsVisible(); },
+              [this](bool resizable, bool closable) { setWindow(resizable, closable); },
+              [app] { app->loadCorvanaAndDisplayMainView(); }, [app] { app->reportBugAction(); },
+              [app] { app->terminate(); } },
+          this))
 {
-    m_window->resultsView->setModel(m_resultsModel);
     m_presenter->setWindow(m_window);
     m_library->setPanes(m_selection);
     // Changes are announced once the main view is up; the load fills the panes before that.
@@ -137,6 +143,13 @@ void CVWindowDelegate::wirePanes()
             u"ReadyToSpan"_s);
     });
     connect(m_queue, &CVSpanQueue::changed, this, &CVWindowDelegate::queueChanged);
+    connect(m_run, &CVRunController::spanLocationUsed, m_locations, &CVLocationsDelegate::addLocationToExpand);
+    connect(m_run, &CVRunController::reloadingRunStarted, this, [this] { m_manualReload = true; });
+    connect(m_run, &CVRunController::spanningViewComing, m_information, [this] {
+        m_information->clearTrackInformation();
+        if (m_information->window())
+            m_information->window()->hide();
+    });
 }
 
 void CVWindowDelegate::selectionModelChanged(CVSelectionModel::Pane, CVSelectionModel::Pane listener)
@@ -270,7 +283,7 @@ void CVWindowDelegate::wireMenus()
     w->action(u"removeSelection"_s)->setVisible(false);
     // Nothing to act on until the first load is done.
     for (const QString &menu : { u"View"_s, u"Edit"_s, u"EditSpanningQueue"_s })
-        setMenuEnabled(menu, false);
+        m_run->setMenuEnabled(menu, false);
 }
 
 // ---- The window around a load ------------------------------------------------------------
@@ -390,7 +403,7 @@ void CVWindowDelegate::saveInitialSizeAndResizeWindowForLoading()
     m_mainViewCentre = m_window->geometry().center();
     CVScreenFit::place(m_window, CVMainWindow::LoadingSize, m_mainViewCentre);
     setWindow(false, false);
-    m_shownView = ShownView::Loading;
+    m_run->setShownView(CVRunController::View::Loading);
     // The loading size is on disk from now on: a run that never ends is seen by it.
     saveWindowFrame();
     m_settings->synchronize();
@@ -405,9 +418,9 @@ void CVWindowDelegate::clearAllForReload()
     m_information->clearTrackInformation();
     // The queue and the last results hold tracks of the library being replaced.
     m_queue->forget();
-    m_resultsModel->clear();
+    m_run->resultsModel()->clear();
     m_window->showLoadingView();
-    m_shownView = ShownView::Loading;
+    m_run->setShownView(CVRunController::View::Loading);
 }
 
 void CVWindowDelegate::warmSelections()
@@ -435,7 +448,7 @@ void CVWindowDelegate::prepareContentAfterLoad()
     refreshFilterPathBar();
     // Get Info points at the information panel again, and the menus a run took away come back.
     const bool recovering = m_app->crashedWhileSpanningLastRun();
-    enableMenusAfterRun();
+    m_run->enableMenusAfterRun();
     m_window->spanModeButton->setEnabled(!recovering);
     m_window->restoreModeButton->setEnabled(!recovering);
     m_window->spanQueueDropZone->setRefusesDrags(recovering);
@@ -458,7 +471,7 @@ void CVWindowDelegate::displayMainViewAfterLoad()
         last->setVisible(true);
     }
     m_window->showMainView();
-    m_shownView = ShownView::Main;
+    m_run->setShownView(CVRunController::View::Main);
     setWindow(true, true);
     m_frameSaving = false;
     growToMainViewSize();
@@ -482,14 +495,14 @@ void CVWindowDelegate::displayMainViewAfterLoad()
     QTimer::singleShot(0, this, [this] { m_library->prepareSearch(); });
     // The checks after a load: a crash first, then the offer about dependent tracks.
     if (!firstRun && m_app->crashedWhileSpanningLastRun()) {
-        showCrashWhileRunningSheet();
+        m_run->showCrashWhileRunningSheet();
         return;
     }
     if (!firstRun && m_app->crashedLastRun()) {
-        showCrashSheet();
+        m_run->showCrashSheet();
         return;
     }
-    checkForAndOfferToUpdateDependentlySpannedTracks();
+    m_run->checkForAndOfferToUpdateDependentlySpannedTracks();
 }
 
 void CVWindowDelegate::displayMainViewBeforeQuit()
@@ -510,6 +523,61 @@ void CVWindowDelegate::growToMainViewSize()
     // the user moved the loading view: then around where it is now).
     const QPoint centre = m_window->isVisible() ? m_window->geometry().center() : m_mainViewCentre;
     CVScreenFit::place(m_window, m_mainViewSize, centre);
+}
+
+void CVWindowDelegate::attachEngine(CVMediaSpanner *spanner)
+{
+    m_run->attachEngine(spanner);
+}
+
+void CVWindowDelegate::spanLibrary()
+{
+    m_run->spanLibrary();
+}
+
+void CVWindowDelegate::showSpanningView()
+{
+    m_run->showSpanningView();
+}
+
+void CVWindowDelegate::showResultsAfterRun(const CVRunResults &results)
+{
+    m_run->showResultsAfterRun(results);
+}
+
+void CVWindowDelegate::showReloadingView()
+{
+    m_run->showReloadingView();
+}
+
+bool CVWindowDelegate::isSpanningViewOnScreen() const
+{
+    return m_run->isSpanningViewOnScreen();
+}
+
+bool CVWindowDelegate::isResultsViewOnScreen() const
+{
+    return m_run->isResultsViewOnScreen();
+}
+
+bool CVWindowDelegate::isRunThreadActive() const
+{
+    return m_run->isRunThreadActive();
+}
+
+CVResultsModel *CVWindowDelegate::resultsModel() const
+{
+    return m_run->resultsModel();
+}
+
+CVRunProgress *CVWindowDelegate::runProgress() const
+{
+    return m_run->runProgress();
+}
+
+QString CVWindowDelegate::donationPageUrl()
+{
+    return CVRunController::donationPageUrl();
 }
 
 const QString &CVWindowDelegate::spanLocation() const
@@ -551,8 +619,8 @@ void CVWindowDelegate::windowDidBecomeMain()
     m_window->spanLocationView->setDimmed(false);
     m_spanLocation->reloadSpanLocatonInformation();
     // The Trash may have been emptied elsewhere meanwhile.
-    if (m_spanner && isResultsViewOnScreen())
-        m_spanner->isTrashEmpty();
+    if (m_run->spanner() && isResultsViewOnScreen())
+        m_run->spanner()->isTrashEmpty();
 }
 
 void CVWindowDelegate::windowDidResignMain()

@@ -12,7 +12,6 @@
 #include <QRect>
 #include <QTimer>
 
-#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -25,13 +24,13 @@ class CVBrowserDelegate;
 class CVFileManagerLink;
 class CVItemInformationDelegate;
 class CVLibraryManager;
-class CVLauncherEntry;
 class CVLocationsDelegate;
 class CVMainWindow;
 class CVMediaSpanner;
 class CVPlayerLink;
 class CVPlaylistsDelegate;
 class CVResultsModel;
+class CVRunController;
 class CVRunProgress;
 class CVSettings;
 class CVSheetPresenter;
@@ -101,8 +100,9 @@ public:
     void setWindow(bool resizable, bool closable);
     void setWindowIsResizableIsMiniturizableIsClosable(bool resizable, bool miniaturizable, bool closable);
 
-    // The engine, once the application delegate has made it: its signals reach the run's views.
+    // The engine, once the application delegate has made it: the run controller drives it.
     void attachEngine(CVMediaSpanner *spanner);
+    CVRunController *runController() const { return m_run; }
 
     // The spanning queue.
     void performDrop(const CVPredicate &predicate);
@@ -142,31 +142,18 @@ public:
     void setSpanLocation(const QString &path, bool checkIt);
     void clearSpanLocation();
 
-    // Runs.
+    // Runs (the run controller's, here for the application delegate and the tests).
     void spanLibrary();
-    // The answer to the confirmation: the run starts.
-    void closeConfirmSpanRestoreAction();
-    // Asks the player to look for the files of these tracks, then reloads.
-    void locateTracks(const QList<CVTrack *> &tracks);
-    void updateDependentTracks();
-    void checkForAndOfferToUpdateDependentlySpannedTracks();
-    // The views a run swaps in (the engine waits for these).
     void showSpanningView();
     void showResultsAfterRun(const CVRunResults &results);
     void showReloadingView();
-    // The results view's way back: the library is read again and the main view shown.
-    void leaveResultsView();
-    // The run's worker thread has ended.
-    void runThreadFinished();
     // Safe from any thread (the engine asks from its worker).
-    bool isSpanningViewOnScreen() const { return m_shownView == ShownView::Spanning; }
-    bool isResultsViewOnScreen() const { return m_shownView == ShownView::Results; }
-    void refreshDonateStatus();
-    void donateAction();
-    CVResultsModel *resultsModel() const { return m_resultsModel; }
-    CVRunProgress *runProgress() const { return m_runProgress; }
+    bool isSpanningViewOnScreen() const;
+    bool isResultsViewOnScreen() const;
+    bool isRunThreadActive() const;
+    CVResultsModel *resultsModel() const;
+    CVRunProgress *runProgress() const;
     CVSounds *sounds() const { return m_sounds; }
-    CVLauncherEntry *launcherEntry() const { return m_launcherEntry.get(); }
     static QString donationPageUrl();
 
     // The walk-through line on the queue's background.
@@ -196,8 +183,6 @@ Q_SIGNALS:
     void mainViewShown();
 
 private:
-    enum class ShownView { Loading, Main, Spanning, Results };
-
     void wireMenus();
     void wireViews();
     void wirePanes();
@@ -210,13 +195,6 @@ private:
     void fillQueueWithPredicate(const CVPredicate &predicate, bool replace);
     // The queue's tracks changed: its predicate narrows the browsed queue, its line sums it up.
     void queueChanged();
-    // The View, Edit and Edit Spanning Queue menus with their items (and shortcuts).
-    void setMenuEnabled(const QString &name, bool enabled);
-    void disableMenusForRun();
-    void enableMenusAfterRun();
-    void showRunRefusal(const QString &reason);
-    void showCrashWhileRunningSheet();
-    void showCrashSheet();
     void saveSplitterSizes();
     void restoreSplitterSizes();
     // The loading view grows back to the main view's size, on screen.
@@ -234,6 +212,8 @@ private:
     CVLocationsDelegate *m_locations;
     CVItemInformationDelegate *m_information;
     CVSpanLocationController *m_spanLocation;
+    CVSounds *m_sounds;
+    CVRunController *m_run;
     CVPrefsWindowController *m_prefsWindow = nullptr;
     CVColumnDisplayOptionDelegate *m_columnOptions = nullptr;
     CVHelpWindow *m_helpWindow = nullptr;
@@ -245,16 +225,6 @@ private:
     bool m_wantsRemoveDropSet = false;
     bool m_mouseOverDropZone = false;
     bool m_dragOverDropZone = false;
-    bool m_overrideFilesNotFoundForSpan = false;
-    bool m_overrideEnoughSpaceForSpan = false;
-    std::atomic<ShownView> m_shownView { ShownView::Loading };
-    CVMediaSpanner *m_spanner = nullptr;
-    CVResultsModel *m_resultsModel;
-    CVRunProgress *m_runProgress = nullptr;
-    CVSounds *m_sounds;
-    std::unique_ptr<CVLauncherEntry> m_launcherEntry;
-    int m_runTracks = 0;
-    double m_runBytes = 0;
     bool m_mouseOverFilterPathBar = false;
     bool m_frameSaving = true;
     QSize m_mainViewSize;

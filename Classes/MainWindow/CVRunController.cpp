@@ -1,15 +1,9 @@
-// Runs from the window: the checks and the confirmation before a run, its start on the worker,
-// the spanning and results views, and the checks after a load (the crash sheets and the offer
-// to update dependent tracks).
-#include "CVWindowDelegate.h"
+#include "MainWindow/CVRunController.h"
 
-#include "Browsing/CVItemInformationDelegate.h"
-#include "CVApplicationDelegate.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVSpanChecks.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
-#include "MainWindow/CVLocationsDelegate.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVResultsModel.h"
 #include "MainWindow/CVRunProgress.h"
@@ -26,8 +20,10 @@
 #include "Views/CVSpanningView.h"
 
 #include <QAction>
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QMenu>
+#include <QThread>
 #include <QTimer>
 #include <QUrl>
 
@@ -53,12 +49,53 @@ void sortForRun(QList<CVTrack *> &tracks)
 
 } // namespace
 
-QString CVWindowDelegate::donationPageUrl()
+CVRunController::CVRunController(CVSettings *settings, CVLibraryManager *library, CVSheetPresenter *presenter,
+    CVMainWindow *window, CVSpanQueue *queue, CVSounds *sounds, Context context, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_library(library)
+    , m_presenter(presenter)
+    , m_window(window)
+    , m_queue(queue)
+    , m_sounds(sounds)
+    , m_context(std::move(context))
+    , m_resultsModel(new CVResultsModel(this))
+    , m_launcherEntry(std::make_unique<CVLauncherEntry>())
+{
+    m_window->resultsView->setModel(m_resultsModel);
+}
+
+CVRunController::~CVRunController()
+{
+    waitForRun();
+}
+
+void CVRunController::waitForRun()
+{
+    while (m_runThread && !m_runThread->wait(20))
+        QCoreApplication::processEvents();
+}
+
+void CVRunController::startRunThread(std::function<void()> work)
+{
+    if (m_runThread || !m_spanner)
+        return;
+    m_runThread = QThread::create(std::move(work));
+    m_runThread->setObjectName(u"CVSpanWorker"_s);
+    connect(m_runThread, &QThread::finished, this, [this, thread = m_runThread.data()] {
+        thread->deleteLater();
+        m_runThread.clear();
+        runThreadFinished();
+    });
+    m_runThread->start();
+}
+
+QString CVRunController::donationPageUrl()
 {
     return u"https://corvana.org/donate"_s;
 }
 
-void CVWindowDelegate::attachEngine(CVMediaSpanner *spanner)
+void CVRunController::attachEngine(CVMediaSpanner *spanner)
 {
     m_spanner = spanner;
     CVSpanningView *view = m_window->spanningView;
@@ -71,7 +108,7 @@ void CVWindowDelegate::attachEngine(CVMediaSpanner *spanner)
         if (isSpanningViewOnScreen())
             m_spanner->skipTheRestAction();
     });
-    connect(spanner, &CVMediaSpanner::runRefused, this, &CVWindowDelegate::showRunRefusal);
+    connect(spanner, &CVMediaSpanner::runRefused, this, &CVRunController::showRunRefusal);
     connect(spanner, &CVMediaSpanner::trashSummaryChanged, this,
         [this](const QString &text, bool hideButtons) { m_window->resultsView->setTrashSummary(text, hideButtons); });
 
@@ -85,22 +122,22 @@ void CVWindowDelegate::attachEngine(CVMediaSpanner *spanner)
         [this, rowTrack](int row) { m_spanner->playInITunesAction(rowTrack(row)); });
     connect(results, &CVResultsView::emptyTrashClicked, this, [this] { m_spanner->emptyTrashAction(); });
     connect(results, &CVResultsView::openPlayerClicked, this, [this] { m_spanner->openITunesFromSpanResultsView(); });
-    connect(results, &CVResultsView::donateClicked, this, &CVWindowDelegate::donateAction);
-    connect(results, &CVResultsView::spanMoreClicked, this, &CVWindowDelegate::leaveResultsView);
-    connect(results, &CVResultsView::quitClicked, m_app, [this] { m_app->terminate(); });
+    connect(results, &CVResultsView::donateClicked, this, &CVRunController::donateAction);
+    connect(results, &CVResultsView::spanMoreClicked, this, &CVRunController::leaveResultsView);
+    connect(results, &CVResultsView::quitClicked, this, [this] { m_context.quit(); });
 }
 
 // ---- Before a run ------------------------------------------------------------------------
 
-void CVWindowDelegate::spanLibrary()
+void CVRunController::spanLibrary()
 {
-    if (!m_spanner || m_app->isLoadingCorvana() || !mainViewIsVisible() || m_app->isRunThreadActive()
+    if (!m_spanner || m_context.isLoading() || !m_context.mainViewVisible() || isRunThreadActive()
         || m_spanner->isSpanningOrRestoringTracks())
         return;
     CVSpanChecks::Request request;
-    request.queue = queuedTracks();
-    request.restoreMode = m_restoreMode;
-    request.spanLocation = spanLocation();
+    request.queue = m_queue->queuedTracks();
+    request.restoreMode = m_context.restoreMode();
+    request.spanLocation = m_context.spanLocation();
     request.queueSize = m_queue->size();
     request.overrideFilesNotFound = m_overrideFilesNotFoundForSpan;
     request.overrideEnoughSpace = m_overrideEnoughSpaceForSpan;
@@ -137,7 +174,7 @@ void CVWindowDelegate::spanLibrary()
             alert.title = u"\nCorvana is running as the administrator (root)."_s;
             alert.text = refusal + u"\n\nRunning anyway makes root the owner of every copy, Trash entry and record."_s;
             alert.defaultButton = u"Cancel"_s;
-            alert.otherButton = u"%1 Anyway"_s.arg(m_restoreMode ? u"Restore"_s : u"Span"_s);
+            alert.otherButton = u"%1 Anyway"_s.arg(m_context.restoreMode() ? u"Restore"_s : u"Span"_s);
             alert.style = CVAlert::Style::Critical;
             m_presenter->beginSheet(alert, [this](int returnCode) {
                 if (returnCode != CVPresenter::OtherReturn)
@@ -158,7 +195,7 @@ void CVWindowDelegate::spanLibrary()
     });
 }
 
-void CVWindowDelegate::showRunRefusal(const QString &reason)
+void CVRunController::showRunRefusal(const QString &reason)
 {
     CVAlert alert;
     alert.title = u"\nNothing can be moved now."_s;
@@ -167,7 +204,7 @@ void CVWindowDelegate::showRunRefusal(const QString &reason)
     m_presenter->beginSheet(alert, {});
 }
 
-void CVWindowDelegate::setMenuEnabled(const QString &name, bool enabled)
+void CVRunController::setMenuEnabled(const QString &name, bool enabled)
 {
     QMenu *menu = m_window->menu(name);
     if (!menu)
@@ -184,81 +221,79 @@ void CVWindowDelegate::setMenuEnabled(const QString &name, bool enabled)
     walk(menu);
 }
 
-void CVWindowDelegate::disableMenusForRun()
+void CVRunController::disableMenusForRun()
 {
     m_window->action(u"getInfo"_s)->setEnabled(false);
     for (const QString &menu : { u"View"_s, u"Edit"_s, u"EditSpanningQueue"_s })
         setMenuEnabled(menu, false);
 }
 
-void CVWindowDelegate::enableMenusAfterRun()
+void CVRunController::enableMenusAfterRun()
 {
     setMenuEnabled(u"View"_s, true);
     setMenuEnabled(u"Edit"_s, true);
-    setMenuEnabled(u"EditSpanningQueue"_s, !m_app->crashedWhileSpanningLastRun());
+    setMenuEnabled(u"EditSpanningQueue"_s, !m_context.crashedWhileSpanning());
     m_window->action(u"getInfo"_s)->setEnabled(true);
 }
 
-void CVWindowDelegate::closeConfirmSpanRestoreAction()
+void CVRunController::closeConfirmSpanRestoreAction()
 {
-    if (m_app->isRunThreadActive())
+    if (isRunThreadActive())
         return;
     disableMenusForRun();
-    if (!m_restoreMode)
-        m_locations->addLocationToExpand(spanLocation());
-    QList<CVTrack *> tracks = queuedTracks();
+    if (!m_context.restoreMode())
+        Q_EMIT spanLocationUsed(m_context.spanLocation());
+    QList<CVTrack *> tracks = m_queue->queuedTracks();
     sortForRun(tracks);
     m_runTracks = int(tracks.size());
     m_runBytes = m_queue->size();
-    m_app->startSpanRun(tracks);
+    startRunThread([this, tracks] { m_spanner->spanTracks(tracks); });
 }
 
-void CVWindowDelegate::locateTracks(const QList<CVTrack *> &tracks)
+void CVRunController::locateTracks(const QList<CVTrack *> &tracks)
 {
-    if (tracks.isEmpty() || m_app->isRunThreadActive())
+    if (tracks.isEmpty() || isRunThreadActive())
         return;
     disableMenusForRun();
-    m_manualReload = true;
+    Q_EMIT reloadingRunStarted();
     QList<CVTrack *> sorted = tracks;
     sortForRun(sorted);
     m_runTracks = int(sorted.size());
     m_runBytes = 0;
-    m_app->startLocateRun(sorted);
+    startRunThread([this, sorted] { m_spanner->refreshTracks(sorted); });
 }
 
-void CVWindowDelegate::updateDependentTracks()
+void CVRunController::updateDependentTracks()
 {
-    if (m_app->isRunThreadActive())
+    if (isRunThreadActive())
         return;
     disableMenusForRun();
-    m_manualReload = true;
+    Q_EMIT reloadingRunStarted();
     m_runTracks = 0;
     m_runBytes = 0;
-    m_app->startUpdateDependentRun();
+    startRunThread([this] { m_spanner->updateDependentTracks(); });
 }
 
-void CVWindowDelegate::runThreadFinished()
+void CVRunController::runThreadFinished()
 {
     // A run that never swapped its views in (refused, or nothing to do) leaves the window as
     // it was: its menus come back.
-    if (m_shownView == ShownView::Main && !m_app->isLoadingCorvana())
+    if (m_shownView == View::Main && !m_context.isLoading())
         enableMenusAfterRun();
 }
 
 // ---- The run's views ---------------------------------------------------------------------
 
-void CVWindowDelegate::showSpanningView()
+void CVRunController::showSpanningView()
 {
-    m_information->clearTrackInformation();
-    if (m_information->window())
-        m_information->window()->hide();
+    Q_EMIT spanningViewComing();
     m_window->showSpanningView();
-    m_shownView = ShownView::Spanning;
-    setWindow(false, true);
+    m_shownView = View::Spanning;
+    m_context.setWindow(false, true);
     m_runProgress->begin(m_runTracks, m_runBytes);
 }
 
-void CVWindowDelegate::showResultsAfterRun(const CVRunResults &results)
+void CVRunController::showResultsAfterRun(const CVRunResults &results)
 {
     m_runProgress->end();
     const bool wasActive = m_window->isActiveWindow();
@@ -269,8 +304,8 @@ void CVWindowDelegate::showResultsAfterRun(const CVRunResults &results)
     view->scrollToTop();
     refreshDonateStatus();
     m_window->showResultsView();
-    m_shownView = ShownView::Results;
-    setWindow(true, true);
+    m_shownView = View::Results;
+    m_context.setWindow(true, true);
     QTimer::singleShot(500, m_sounds, [sounds = m_sounds] { sounds->play(u"SpanComplete"_s); });
     if (!m_window->isVisible())
         m_window->show();
@@ -282,31 +317,31 @@ void CVWindowDelegate::showResultsAfterRun(const CVRunResults &results)
     }
 }
 
-void CVWindowDelegate::showReloadingView()
+void CVRunController::showReloadingView()
 {
     m_runProgress->end();
     m_window->loadingView->setStatusText(u"Reloading Corvana"_s);
     m_window->showLoadingView();
-    m_shownView = ShownView::Loading;
-    setWindow(true, true);
+    m_shownView = View::Loading;
+    m_context.setWindow(true, true);
 }
 
-void CVWindowDelegate::leaveResultsView()
+void CVRunController::leaveResultsView()
 {
-    if (m_shownView != ShownView::Results || m_app->isLoadingCorvana())
+    if (m_shownView != View::Results || m_context.isLoading())
         return;
     // The run changed the library: it is read again, and the main view comes back with it.
-    m_app->loadCorvanaAndDisplayMainView();
+    m_context.reload();
 }
 
-void CVWindowDelegate::refreshDonateStatus()
+void CVRunController::refreshDonateStatus()
 {
     m_window->resultsView->setDonateText(m_settings->boolValue(u"CVUserClickedDonate"_s)
             ? u"Thanks for using Corvana!"_s
             : u"Thanks for using Corvana! Donations appreciated."_s);
 }
 
-void CVWindowDelegate::donateAction()
+void CVRunController::donateAction()
 {
     m_settings->setValue(u"CVUserClickedDonate"_s, true);
     refreshDonateStatus();
@@ -315,7 +350,7 @@ void CVWindowDelegate::donateAction()
 
 // ---- After a load ------------------------------------------------------------------------
 
-void CVWindowDelegate::showCrashWhileRunningSheet()
+void CVRunController::showCrashWhileRunningSheet()
 {
     const bool restore = m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s;
     CVAlert alert;
@@ -339,11 +374,11 @@ void CVWindowDelegate::showCrashWhileRunningSheet()
         if (returnCode == CVPresenter::DefaultReturn)
             spanLibrary();
         else if (returnCode == CVPresenter::OtherReturn)
-            m_app->reportBugAction();
+            m_context.reportBug();
     });
 }
 
-void CVWindowDelegate::showCrashSheet()
+void CVRunController::showCrashSheet()
 {
     CVAlert alert;
     alert.title = u"\nCorvana Crashed Last Run!\n\nNothing to Worry About…"_s;
@@ -357,12 +392,12 @@ void CVWindowDelegate::showCrashSheet()
     alert.style = CVAlert::Style::Informational;
     m_presenter->beginSheet(alert, [this](int returnCode) {
         if (returnCode == CVPresenter::DefaultReturn)
-            m_app->reportBugAction();
+            m_context.reportBug();
         checkForAndOfferToUpdateDependentlySpannedTracks();
     });
 }
 
-void CVWindowDelegate::checkForAndOfferToUpdateDependentlySpannedTracks()
+void CVRunController::checkForAndOfferToUpdateDependentlySpannedTracks()
 {
     const CVTrackList dependent = m_library->selectPredicate(CVPredicate::fromText(u"( SymSpan == 1 )"_s));
     const qsizetype count = dependent ? qsizetype(dependent->tracks.size()) : 0;

@@ -1,0 +1,158 @@
+// The run controller with a bare main window and no engine: which view is on screen, the menus
+// a run takes away and gives back, the way back from the results, and the sheets after a load.
+// Runs themselves, with the engine, are in tst_run.
+#include "CVTestHome.h"
+#include "Library/CVLibraryManager.h"
+#include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVRunController.h"
+#include "MainWindow/CVSheetPresenter.h"
+#include "MainWindow/CVSounds.h"
+#include "MainWindow/CVSpanQueue.h"
+#include "Platform/CVSettings.h"
+
+#include <QAction>
+#include <QMenu>
+#include <QThread>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using View = CVRunController::View;
+
+class TestRunController : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_home = std::make_unique<CVTestHome>();
+        m_settings = std::make_unique<CVSettings>();
+        m_settings->registerStandardDefaults();
+        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_presenter = std::make_unique<CVSheetPresenter>();
+        m_presenter->setAnswering(true);
+        m_window = std::make_unique<CVMainWindow>();
+        m_queue = std::make_unique<CVSpanQueue>(m_library.get(), m_settings.get());
+        m_sounds = std::make_unique<CVSounds>();
+        m_loading = m_crashed = false;
+        m_reloads = m_bugReports = 0;
+        CVRunController::Context context;
+        context.isLoading = [this] { return m_loading; };
+        context.crashedWhileSpanning = [this] { return m_crashed; };
+        context.restoreMode = [] { return false; };
+        context.spanLocation = [] { return QString(); };
+        context.mainViewVisible = [] { return true; };
+        context.setWindow = [](bool, bool) {};
+        context.reload = [this] { ++m_reloads; };
+        context.reportBug = [this] { ++m_bugReports; };
+        context.quit = [] {};
+        m_run = std::make_unique<CVRunController>(m_settings.get(), m_library.get(), m_presenter.get(), m_window.get(),
+            m_queue.get(), m_sounds.get(), std::move(context));
+    }
+    void cleanup()
+    {
+        m_run.reset();
+        m_sounds.reset();
+        m_queue.reset();
+        m_window.reset();
+        m_presenter.reset();
+        m_library.reset();
+        m_settings.reset();
+        m_home.reset();
+    }
+
+    void theViewOnScreenIsKnownFromAnyThread()
+    {
+        QVERIFY(!m_run->isSpanningViewOnScreen() && !m_run->isResultsViewOnScreen());
+        m_run->setShownView(View::Results);
+        bool results = false;
+        QThread *reader = QThread::create([&] { results = m_run->isResultsViewOnScreen(); });
+        reader->start();
+        QVERIFY(reader->wait(5000));
+        delete reader;
+        QVERIFY(results);
+        m_run->setShownView(View::Main);
+        QVERIFY(m_run->isMainViewShown());
+    }
+
+    void onlyTheResultsLeadBackAndNeverDuringALoad()
+    {
+        m_run->setShownView(View::Main);
+        m_run->leaveResultsView();
+        QCOMPARE(m_reloads, 0);
+        m_run->setShownView(View::Results);
+        m_loading = true;
+        m_run->leaveResultsView();
+        QCOMPARE(m_reloads, 0);
+        m_loading = false;
+        m_run->leaveResultsView();
+        QCOMPARE(m_reloads, 1);
+    }
+
+    void menusGoWithTheirItemsAndTheQueuesStayAwayAfterACrash()
+    {
+        QMenu *edit = m_window->menu(u"EditSpanningQueue"_s);
+        QVERIFY(edit && !edit->actions().isEmpty());
+        m_run->setMenuEnabled(u"EditSpanningQueue"_s, false);
+        QVERIFY(!edit->isEnabled());
+        for (const QAction *a : edit->actions())
+            QVERIFY2(!a->isEnabled(), qPrintable(a->text()));
+        m_crashed = true;
+        m_run->enableMenusAfterRun();
+        QVERIFY(m_window->menu(u"View"_s)->isEnabled());
+        QVERIFY(m_window->action(u"getInfo"_s)->isEnabled());
+        QVERIFY(!edit->isEnabled());
+        m_crashed = false;
+        m_run->enableMenusAfterRun();
+        QVERIFY(edit->isEnabled());
+    }
+
+    void nothingRunsWithoutAnEngine()
+    {
+        m_queue->fill(CVPredicate::fromText(u""_s), false);
+        m_run->spanLibrary();
+        m_run->updateDependentTracks();
+        QVERIFY(!m_run->isRunThreadActive());
+        QVERIFY(m_presenter->shownAlerts().isEmpty());
+    }
+
+    void theCrashSheetsSayWhatWasUnderWay_data()
+    {
+        QTest::addColumn<QString>("lastLocation");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("span") << u"/media/Films"_s << u"Corvana Crashed While Spanning!"_s;
+        QTest::newRow("restore") << u"CVRestoreMode"_s << u"Corvana Crashed While Restoring!"_s;
+    }
+    void theCrashSheetsSayWhatWasUnderWay()
+    {
+        QFETCH(QString, lastLocation);
+        QFETCH(QString, title);
+        m_settings->setValue(u"CVLastSpanLocation"_s, lastLocation);
+        m_presenter->queueAnswer(CVPresenter::OtherReturn);
+        m_run->showCrashWhileRunningSheet();
+        QTRY_COMPARE(m_bugReports, 1);
+        QVERIFY(m_presenter->shownAlerts().first().title.contains(title));
+        // The other crash sheet offers the bug report by default, then the dependent tracks
+        // (none in an empty library: no further sheet).
+        m_presenter->queueAnswer(CVPresenter::DefaultReturn);
+        m_run->showCrashSheet();
+        QTRY_COMPARE(m_bugReports, 2);
+        QCOMPARE(m_presenter->shownAlerts().size(), 2);
+    }
+
+private:
+    std::unique_ptr<CVTestHome> m_home;
+    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVLibraryManager> m_library;
+    std::unique_ptr<CVSheetPresenter> m_presenter;
+    std::unique_ptr<CVMainWindow> m_window;
+    std::unique_ptr<CVSpanQueue> m_queue;
+    std::unique_ptr<CVSounds> m_sounds;
+    std::unique_ptr<CVRunController> m_run;
+    bool m_loading = false;
+    bool m_crashed = false;
+    int m_reloads = 0;
+    int m_bugReports = 0;
+};
+
+QTEST_MAIN(TestRunController)
+#include "tst_runcontroller.moc"
