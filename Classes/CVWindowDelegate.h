@@ -4,6 +4,7 @@
 #include "Library/CVPredicate.h"
 #include "Library/CVSelectionPanes.h"
 #include "Library/CVTrackList.h"
+#include "Platform/CVSettings.h"
 #include "Preferences/CVUpdateChecker.h"
 
 #include <QHash>
@@ -47,7 +48,7 @@ class CVWindowDelegate : public QObject, public CVSelectionPanes {
     Q_OBJECT
 
 public:
-    static constexpr auto FrameKey = "NSWindow Frame CVMainWindow";
+    static constexpr auto FrameKey = CVSettingsKey::MainWindowFrame;
 
     CVWindowDelegate(CVApplicationDelegate *app, CVSettings *settings, CVLibraryManager *library,
         CVSheetPresenter *presenter, QObject *parent = nullptr);

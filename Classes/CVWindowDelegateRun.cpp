@@ -300,14 +300,14 @@ void CVWindowDelegate::leaveResultsView()
 
 void CVWindowDelegate::refreshDonateStatus()
 {
-    m_window->resultsView->setDonateText(m_settings->boolValue(u"CVUserClickedDonate"_s)
+    m_window->resultsView->setDonateText(m_settings->boolValue(CVSettingsKey::UserClickedDonate)
             ? u"Thanks for using Corvana!"_s
             : u"Thanks for using Corvana! Donations appreciated."_s);
 }
 
 void CVWindowDelegate::donateAction()
 {
-    m_settings->setValue(u"CVUserClickedDonate"_s, true);
+    m_settings->setValue(CVSettingsKey::UserClickedDonate, true);
     refreshDonateStatus();
     QDesktopServices::openUrl(QUrl(donationPageUrl()));
 }
@@ -316,7 +316,7 @@ void CVWindowDelegate::donateAction()
 
 void CVWindowDelegate::showCrashWhileRunningSheet()
 {
-    const bool restore = m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s;
+    const bool restore = m_settings->stringValue(CVSettingsKey::LastSpanLocation) == u"CVRestoreMode"_s;
     CVAlert alert;
     alert.title = u"\nCorvana Crashed While %1!\n\nDon't Panic!"_s.arg(restore ? u"Restoring"_s : u"Spanning"_s);
     alert.defaultButton = u"%1 Now"_s.arg(restore ? u"Re-restore"_s : u"Respan"_s);

@@ -24,7 +24,7 @@ CVLocationsDelegate::CVLocationsDelegate(CVLibraryManager *library, CVSettings *
     : QObject(parent)
     , m_library(library)
     , m_settings(settings)
-    , m_model(new CVLocationsModel(library, settings->stringValue(u"CVStartupDriveName"_s), this))
+    , m_model(new CVLocationsModel(library, settings->stringValue(CVSettingsKey::StartupDriveName), this))
 {
     m_settle.setSingleShot(true);
     m_settle.setInterval(SelectionSettleMs);
@@ -90,7 +90,7 @@ CVPredicate CVLocationsDelegate::getLocationPredicate() const
 
 void CVLocationsDelegate::saveExpanded()
 {
-    m_settings->setValue(u"CVExpandedLocations"_s, m_expandedLocations);
+    m_settings->setValue(CVSettingsKey::ExpandedLocations, m_expandedLocations);
 }
 
 void CVLocationsDelegate::addLocationToExpand(const QString &path)
@@ -119,7 +119,7 @@ void CVLocationsDelegate::addLocationToExpand(const QString &path)
 
 void CVLocationsDelegate::initializeLocationsTable()
 {
-    if (!m_settings->contains(u"CVExpandedLocations"_s)) {
+    if (!m_settings->contains(CVSettingsKey::ExpandedLocations)) {
         m_expandedLocations.clear();
         m_expandedLocations.insert(u"locations"_s, u""_s);
         if (const auto media = m_library->iTunesMediaPath())
@@ -128,10 +128,10 @@ void CVLocationsDelegate::initializeLocationsTable()
             addLocationToExpand(base);
         saveExpanded();
     } else {
-        m_expandedLocations = m_settings->mapValue(u"CVExpandedLocations"_s);
+        m_expandedLocations = m_settings->mapValue(CVSettingsKey::ExpandedLocations);
     }
     if (m_window)
-        m_window->locationsPane->setVisible(!m_settings->boolValue(u"CVLocationsAreHidden"_s));
+        m_window->locationsPane->setVisible(!m_settings->boolValue(CVSettingsKey::LocationsAreHidden));
     refreshLocations();
 }
 
@@ -251,7 +251,7 @@ void CVLocationsDelegate::doDeselectAll()
 
 QString CVLocationsDelegate::toggleTitle() const
 {
-    if (m_settings->boolValue(u"CVLocationsAreHidden"_s))
+    if (m_settings->boolValue(CVSettingsKey::LocationsAreHidden))
         return u"Show Locations"_s;
     return selectedIndex().isValid() ? u"Deselect All Locations"_s : u"Hide Locations"_s;
 }
@@ -260,26 +260,26 @@ void CVLocationsDelegate::toggleLocations(bool fromInterface)
 {
     if (!m_window || (fromInterface && m_windowDelegate && !m_windowDelegate->mainViewIsVisible()))
         return;
-    if (fromInterface && !m_settings->boolValue(u"CVLocationsAreHidden"_s) && selectedIndex().isValid()) {
+    if (fromInterface && !m_settings->boolValue(CVSettingsKey::LocationsAreHidden) && selectedIndex().isValid()) {
         doDeselectAll();
         return;
     }
     QSplitter *splitter = m_window->mainSplitter;
     QList<int> sizes = splitter->sizes();
-    if (m_settings->boolValue(u"CVLocationsAreHidden"_s)) {
-        const int width = int(m_settings->realValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s));
+    if (m_settings->boolValue(CVSettingsKey::LocationsAreHidden)) {
+        const int width = int(m_settings->realValue(CVSettingsKey::LocationsRightFrameWidthBeforeSquishing));
         m_window->locationsPane->show();
         if (width > 0) {
             sizes[1] = qMax(100, sizes[1] - width);
             sizes[2] = width;
             splitter->setSizes(sizes);
         }
-        m_settings->setValue(u"CVLocationsAreHidden"_s, false);
+        m_settings->setValue(CVSettingsKey::LocationsAreHidden, false);
     } else {
         if (sizes[2] > 0)
-            m_settings->setValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s, double(sizes[2]));
+            m_settings->setValue(CVSettingsKey::LocationsRightFrameWidthBeforeSquishing, double(sizes[2]));
         m_window->locationsPane->hide();
-        m_settings->setValue(u"CVLocationsAreHidden"_s, true);
+        m_settings->setValue(CVSettingsKey::LocationsAreHidden, true);
     }
     if (QAction *a = m_window->action(u"toggleLocations"_s))
         a->setText(toggleTitle());

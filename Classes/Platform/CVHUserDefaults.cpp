@@ -3,6 +3,7 @@
 #include "Platform/CVSettings.h"
 
 #include <QDir>
+#include <QSettings>
 #include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
@@ -60,26 +61,24 @@ CVHUserDefaults::~CVHUserDefaults() = default;
 void CVHUserDefaults::setIdentifier(const QString &identifier)
 {
     m_identifier = identifier;
-    m_settings = std::make_unique<CVSettings>(filePathForIdentifier(identifier));
-    m_settings->registerDefaults(m_defaults);
+    m_settings = std::make_unique<QSettings>(filePathForIdentifier(identifier), QSettings::IniFormat);
 }
 
 QString CVHUserDefaults::filePath() const
 {
-    return m_settings->filePath();
+    return m_settings->fileName();
 }
 
 void CVHUserDefaults::registerDefaults(const QVariantMap &defaults)
 {
     for (auto it = defaults.cbegin(); it != defaults.cend(); ++it)
         m_defaults.insert(it.key(), it.value());
-    m_settings->registerDefaults(defaults);
 }
 
 QVariant CVHUserDefaults::objectForKey(const QString &key)
 {
     synchronize();
-    return m_settings->value(key);
+    return m_settings->contains(key) ? m_settings->value(key) : m_defaults.value(key);
 }
 
 void CVHUserDefaults::setObject(const QVariant &value, const QString &key)
@@ -92,7 +91,7 @@ void CVHUserDefaults::setObject(const QVariant &value, const QString &key)
     if (m_settings->contains(key) && sameStoredValue(m_settings->value(key), value))
         return;
     m_settings->setValue(key, value);
-    m_settings->synchronize();
+    m_settings->sync();
 }
 
 void CVHUserDefaults::removeObjectForKey(const QString &key)
@@ -101,32 +100,30 @@ void CVHUserDefaults::removeObjectForKey(const QString &key)
     if (!m_settings->contains(key))
         return;
     m_settings->remove(key);
-    m_settings->synchronize();
+    m_settings->sync();
 }
 
 qint64 CVHUserDefaults::integerForKey(const QString &key)
 {
-    synchronize();
-    return m_settings->integerValue(key);
+    return CVSettings::toInteger(objectForKey(key));
 }
 
 bool CVHUserDefaults::boolForKey(const QString &key)
 {
-    synchronize();
-    return m_settings->boolValue(key);
+    return CVSettings::toBool(objectForKey(key));
 }
 
 void CVHUserDefaults::synchronize()
 {
     // Writes what is pending and takes in what the other program wrote since.
-    m_settings->synchronize();
+    m_settings->sync();
 }
 
 QVariantMap CVHUserDefaults::dictionaryValue()
 {
     synchronize();
     QVariantMap values;
-    for (const QString &key : m_settings->storedKeys())
+    for (const QString &key : m_settings->allKeys())
         values.insert(key, m_settings->value(key));
     return values;
 }

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-class CVSettings;
+class QSettings;
 
 // Corvana Helper's settings, shared by the helper and the main program: both processes read
 // and write the same file, so every read looks at the file again and every write reaches it
@@ -50,5 +50,5 @@ public:
 private:
     QString m_identifier;
     QVariantMap m_defaults;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<QSettings> m_settings;
 };

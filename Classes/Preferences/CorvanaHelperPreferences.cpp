@@ -88,7 +88,7 @@ QCheckBox *CorvanaHelperPreferences::addBox(const QString &text, const QString &
 
 bool CorvanaHelperPreferences::isSpanning() const
 {
-    return m_settings->boolValue(u"CVIsSpanning"_s);
+    return m_settings->boolValue(CVSettingsKey::IsSpanning);
 }
 
 void CorvanaHelperPreferences::reloadNibOutlets()

@@ -10,6 +10,7 @@
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -301,7 +302,7 @@ private Q_SLOTS:
         auto player = link();
         CVSpanSession session(m_library);
         session.usePlayerLink(player.get());
-        session.settings.setValue(u"CVFullSpanReattempts"_s, 1);
+        session.settings.setValue(CVSettingsKey::FullSpanReattempts, 1);
         const QString span = m_home->filePath(u"Span"_s);
         const QList<CVTrack *> tracks = session.select(u"( MediaType == 'Music' )"_s);
         QSignalSpy header(&session.spanner, &CVMediaSpanner::headerChanged);

@@ -18,6 +18,7 @@
 #include "Library/CVTrack.h"
 #include "Platform/CVFaultInjection.h"
 #include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
 #include "Platform/CVTrash.h"
 #include "Platform/FileSystemEventWatcher.h"
 
@@ -793,7 +794,7 @@ private Q_SLOTS:
         QString pid;
         {
             Session s(libraryFile());
-            s.settings.setValue(u"CVFullSpanReattempts"_s, 0);
+            s.settings.setValue(CVSettingsKey::FullSpanReattempts, 0);
             CVTrack *t = s.select(u"( MediaType == 'Music' )"_s).first();
             pid = t->text(CVAttr::PersistentID);
             const QString original = t->text(CVAttr::Location);

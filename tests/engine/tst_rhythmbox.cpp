@@ -11,6 +11,7 @@
 #include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVRhythmDB.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVSettings.h"
 #include "Platform/CVTrash.h"
 
 #include <QCryptographicHash>
@@ -220,7 +221,7 @@ private Q_SLOTS:
         QSet<QString> pids;
         {
             Session s(database());
-            s.settings.setValue(u"CVFullSpanReattempts"_s, 0);
+            s.settings.setValue(CVSettingsKey::FullSpanReattempts, 0);
             s.spanner.setQuitTimeout(1000);
             const QList<CVTrack *> tracks = s.select(u""_s).mid(0, 5);
             for (const CVTrack *t : tracks)

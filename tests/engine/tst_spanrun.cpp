@@ -184,8 +184,8 @@ private Q_SLOTS:
                 s.spanner.lastResults().headline.startsWith(u"All %1 Tracks Successfully Spanned"_s.arg(music.size())));
             QCOMPARE(s.spanner.lastResults().tally, u"%1 tracks fully spanned"_s.arg(music.size()));
             QCOMPARE(s.spanner.trashedFileCount(), int(music.size()));
-            QVERIFY(!s.settings.boolValue(u"CVIsSpanning"_s));
-            QCOMPARE(s.settings.stringListValue(u"CVSpanLocationHistory"_s), QStringList { spanFolder() });
+            QVERIFY(!s.settings.boolValue(CVSettingsKey::IsSpanning));
+            QCOMPARE(s.settings.stringListValue(CVSettingsKey::SpanLocationHistory), QStringList { spanFolder() });
         }
         for (const QString &original : std::as_const(originals))
             QVERIFY2(!QFileInfo::exists(original), qPrintable(original));
@@ -316,7 +316,7 @@ private Q_SLOTS:
         QFETCH(int, reattempts);
         makeLibrary(20);
         Session s(libraryFile());
-        s.settings.setValue(u"CVFullSpanReattempts"_s, reattempts);
+        s.settings.setValue(CVSettingsKey::FullSpanReattempts, reattempts);
         const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
         const QString stubborn = tracks[1]->text(CVAttr::PersistentID);
         const QString original = tracks[1]->text(CVAttr::Location);

@@ -12,6 +12,7 @@
 #include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVStrawberryDB.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVSettings.h"
 #include "Platform/CVTrash.h"
 
 #include <QCryptographicHash>
@@ -334,7 +335,7 @@ private Q_SLOTS:
             const QString record = startPlayer(player);
             QVERIFY(!record.isEmpty());
             Session s(database());
-            s.settings.setValue(u"CVRelaunchPlayerAfterRun"_s, relaunch);
+            s.settings.setValue(CVSettingsKey::RelaunchPlayerAfterRun, relaunch);
             s.link.setLaunchCommand({ QStringLiteral(CORVANA_STRAWBERRY_TESTPLAYER), u"--database"_s, database() });
             const QList<CVTrack *> tracks = s.select(u"( ItemIsSpanned == 0 )"_s).mid(0, 2);
             s.span(tracks, spanFolder());

@@ -405,8 +405,8 @@ void TestRun::spanAndRestoreThroughTheWindow()
     for (auto [pid, path] : before.asKeyValueRange())
         QVERIFY(after.value(pid).startsWith(folder + u'/'));
     QVERIFY(window->spanLocation().isEmpty());
-    QCOMPARE(session.app().settings()->stringListValue(u"CVSpanLocationHistory"_s).value(0), folder);
-    QVERIFY(!session.app().settings()->boolValue(u"CVIsSpanning"_s));
+    QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::SpanLocationHistory).value(0), folder);
+    QVERIFY(!session.app().settings()->boolValue(CVSettingsKey::IsSpanning));
     QVERIFY(session.log.contains(u"Completed span with %1 tracks: %1 tracks fully spanned"_s.arg(n)));
 
     // After the reload the history shows them spanned, and the queue is empty.
@@ -657,7 +657,7 @@ void TestRun::resultsViewActions()
     Q_EMIT results->donateClicked();
     QCOMPARE(web.urls, QStringList { CVWindowDelegate::donationPageUrl() });
     QCOMPARE(results->donateText(), u"Thanks for using Corvana!"_s);
-    QVERIFY(session.app().settings()->boolValue(u"CVUserClickedDonate"_s));
+    QVERIFY(session.app().settings()->boolValue(CVSettingsKey::UserClickedDonate));
 
     // Emptying the Trash, after its question; then the line says so and the button goes.
     QCOMPARE(trashedFiles(), n + session.app().spanner()->trashedFolderCount());

@@ -82,9 +82,9 @@ void TestRunCrash::killedRunIsRecoveredAtTheNextStart()
     QVERIFY(child.waitForFinished(kRunTimeoutMs));
     QCOMPARE(child.exitStatus(), QProcess::CrashExit);
     QCOMPARE(child.exitCode(), int(SIGKILL));
-    const QVariantMap inFlight = CVSettings().mapValue(u"CVLastTracksSpanned"_s);
+    const QVariantMap inFlight = CVSettings().mapValue(CVSettingsKey::LastTracksSpanned);
     QVERIFY(inFlight.size() >= 3);
-    QVERIFY(CVSettings().boolValue(u"CVIsSpanning"_s));
+    QVERIFY(CVSettings().boolValue(CVSettingsKey::IsSpanning));
 
     session.awake();
     CVApplicationDelegate &app = session.app();
@@ -122,7 +122,7 @@ void TestRunCrash::killedRunIsRecoveredAtTheNextStart()
     QTRY_VERIFY_WITH_TIMEOUT(!app.isRunThreadActive(), kRunTimeoutMs);
     QCOMPARE(app.spanner()->lastResults().successes, int(inFlight.size()));
     QVERIFY(!app.crashedWhileSpanningLastRun());
-    QVERIFY(!CVSettings().boolValue(u"CVIsSpanning"_s));
+    QVERIFY(!CVSettings().boolValue(CVSettingsKey::IsSpanning));
     // Every track's file is at its new place, once; the player points there.
     const QHash<QString, QString> after = session.libraryLocations();
     for (auto it = inFlight.cbegin(); it != inFlight.cend(); ++it) {
@@ -144,10 +144,9 @@ void TestRunCrash::crashOutsideARunOffersABugReportThenTheDependentTracks()
     session.makeDependentBeforeStart(spanned.mid(0, 1));
     {
         CVSettings settings;
-        settings.registerStandardDefaults();
-        settings.setValue(u"CVFirstRun"_s, false);
-        settings.setValue(u"CVDidCrashLastRun"_s, true);
-        settings.setValue(u"CVIsSpanning"_s, false);
+        settings.setValue(CVSettingsKey::FirstRun, false);
+        settings.setValue(CVSettingsKey::DidCrashLastRun, true);
+        settings.setValue(CVSettingsKey::IsSpanning, false);
         settings.synchronize();
     }
     session.awake();

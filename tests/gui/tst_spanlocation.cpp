@@ -267,7 +267,7 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     window->addLocationToHistory(folders[4]);
     const QStringList expected { folders[4], folders[6], folders[5], folders[3], folders[2] };
     QCOMPARE(window->spanLocationHistory(), expected);
-    QCOMPARE(session.app().settings()->stringListValue(u"CVSpanLocationHistory"_s), expected);
+    QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::SpanLocationHistory), expected);
     // In the history: the context menu offers to remove it.
     window->setSpanLocation(folders[6], false);
     window->addOrRemoveLocationToHistory();
@@ -293,7 +293,7 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     QCOMPARE(window->spanLocationHistory().size(), 4);
     menu.actions().constLast()->trigger();
     presenter->answerSheet(CVPresenter::DefaultReturn);
-    QVERIFY(!session.app().settings()->contains(u"CVSpanLocationHistory"_s));
+    QVERIFY(!session.app().settings()->contains(CVSettingsKey::SpanLocationHistory));
 }
 
 void TestSpanLocation::contextMenuOfALocation()
@@ -325,21 +325,21 @@ void TestSpanLocation::locationAndModeAcrossStarts()
     const QString folder = session.home.filePath(u"Kept"_s);
     QDir().mkpath(folder);
     window->setSpanLocation(folder, false);
-    QCOMPARE(session.app().settings()->stringValue(u"CVSavedSpanLocation"_s), folder);
+    QCOMPARE(session.app().settings()->stringValue(CVSettingsKey::SavedSpanLocation), folder);
     session.app().terminate();
     session.restart();
     QCOMPARE(session.app().windowDelegate()->spanLocation(), folder);
 
     // Restore mode is saved in its place.
     session.app().windowDelegate()->setRestoreMode();
-    QCOMPARE(session.app().settings()->stringValue(u"CVSavedSpanLocation"_s), u"CVRestoreMode"_s);
+    QCOMPARE(session.app().settings()->stringValue(CVSettingsKey::SavedSpanLocation), u"CVRestoreMode"_s);
     session.app().terminate();
     session.restart();
     QVERIFY(session.app().windowDelegate()->restoreMode());
     QVERIFY(session.app().windowDelegate()->corvanaWindow()->spanLocationView->restoreMode());
     // Without autosaving nothing is kept.
-    session.app().settings()->setValue(u"CVAutosaveSpanLocation"_s, false);
-    QVERIFY(!session.app().settings()->contains(u"CVSavedSpanLocation"_s));
+    session.app().settings()->setValue(CVSettingsKey::AutosaveSpanLocation, false);
+    QVERIFY(!session.app().settings()->contains(CVSettingsKey::SavedSpanLocation));
     session.app().terminate();
     session.restart();
     QVERIFY(!session.app().windowDelegate()->restoreMode());

@@ -42,9 +42,8 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>(CVSettings::defaultFilePath());
-        m_settings->registerStandardDefaults();
         QVERIFY(m_server.listen(QHostAddress::LocalHost));
-        m_settings->setValue(u"SUFeedURL"_s, u"http://127.0.0.1:%1/appcast.xml"_s.arg(m_server.serverPort()));
+        m_settings->setValue(CVSettingsKey::SUFeedURL, u"http://127.0.0.1:%1/appcast.xml"_s.arg(m_server.serverPort()));
     }
 
     void cleanup()
@@ -86,7 +85,7 @@ private Q_SLOTS:
             QCOMPARE(result.newest->releaseNotes, QUrl(u"https://corvana.org/notes/0.12.1.html"_s));
             QCOMPARE(result.newest->download, QUrl(u"https://corvana.org/corvana-0.12.1.tar.xz"_s));
         }
-        QVERIFY(m_settings->integerValue(u"SULastCheckTime"_s) > 0);
+        QVERIFY(m_settings->integerValue(CVSettingsKey::SULastCheckTime) > 0);
     }
 
     void feedsThatFail_data()
@@ -121,7 +120,7 @@ private Q_SLOTS:
 
     void withoutAFeedNothingIsFetched()
     {
-        m_settings->setValue(u"SUFeedURL"_s, QString());
+        m_settings->setValue(CVSettingsKey::SUFeedURL, QString());
         CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
         const CVUpdateChecker::Result result = check(checker);
         QCOMPARE(result.outcome, CVUpdateChecker::Outcome::Failed);
@@ -134,15 +133,15 @@ private Q_SLOTS:
     {
         CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
         const qint64 now = QDateTime::currentSecsSinceEpoch();
-        m_settings->setValue(u"SULastCheckTime"_s, now - 3000);
-        m_settings->setValue(u"SUScheduledCheckInterval"_s, 86400);
+        m_settings->setValue(CVSettingsKey::SULastCheckTime, now - 3000);
+        m_settings->setValue(CVSettingsKey::SUScheduledCheckInterval, 86400);
         checker.startScheduling();
         QVERIFY(qAbs(checker.nextCheck().toSecsSinceEpoch() - (now - 3000 + 86400)) < 5);
         // A check that is overdue comes a minute after the start, never during the load.
-        m_settings->setValue(u"SULastCheckTime"_s, now - 90000);
+        m_settings->setValue(CVSettingsKey::SULastCheckTime, now - 90000);
         checker.startScheduling();
         QVERIFY(qAbs(checker.nextCheck().toSecsSinceEpoch() - (now + 60)) < 5);
-        m_settings->setValue(u"SUEnableAutomaticChecks"_s, false);
+        m_settings->setValue(CVSettingsKey::SUEnableAutomaticChecks, false);
         QVERIFY(!checker.nextCheck().isValid());
     }
 

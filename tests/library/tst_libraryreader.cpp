@@ -125,7 +125,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         QLocale::setDefault(QLocale::c());
     }
     void cleanup()
@@ -297,7 +296,7 @@ private Q_SLOTS:
     {
         QVariantMap last;
         last.insert(u"1111111111111111"_s, u"/Users/ann/Old Place/Hey Jude.m4a"_s);
-        m_settings->setValue(u"CVLastTracksSpanned"_s, last);
+        m_settings->setValue(CVSettingsKey::LastTracksSpanned, last);
         Host host;
         host.crashed = true;
         CVTestPresenter presenter;

@@ -59,7 +59,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         m_library = std::make_unique<CVLibraryManager>(m_settings.get());
         m_library->setPanes(&m_panes);
         m_panes = CVFixedSelectionPanes();
@@ -110,7 +109,7 @@ private Q_SLOTS:
         noSearch.setNoSearch(true);
         QCOMPARE(texts(m_library->getPredicateStack(noSearch)).first(), u""_s);
 
-        m_settings->setTransientValue(u"CVSearchFields"_s, QStringList { u"Name"_s, u"Bogus"_s });
+        m_settings->setTransientValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s, u"Bogus"_s });
         QCOMPARE(m_library->getSearchPredicate(), u"( Name LIKE[cd] '*it\\'s*a\\\\*b*' )"_s);
         m_library->setSearchString(u""_s);
         QCOMPARE(m_library->getSearchPredicate(), u""_s);
@@ -168,8 +167,8 @@ private Q_SLOTS:
         QCOMPARE(artists.rows,
             (QStringList { u"All (3 Artists)"_s, u"Compilations"_s, u"Band"_s, u"Cure"_s, u"The Cure"_s }));
 
-        m_settings->setTransientValue(u"CVGroupCompilationsInBrowser"_s, false);
-        m_settings->setTransientValue(u"CVUseAlbumArtistsInBrowser"_s, false);
+        m_settings->setTransientValue(CVSettingsKey::GroupCompilationsInBrowser, false);
+        m_settings->setTransientValue(CVSettingsKey::UseAlbumArtistsInBrowser, false);
         const CVBrowserList ungrouped = m_library->getBrowserListForField(u"Artist"_s, u"A"_s, u"SortArtist"_s);
         QCOMPARE(ungrouped.rows,
             (QStringList { u"All (4 Artists)"_s, u"Cure"_s, u"Solo"_s, u"The Cure"_s, u"Various 1"_s }));
@@ -324,7 +323,7 @@ private Q_SLOTS:
         const QStringList typed { u"e"_s, u"e "_s, u"e b"_s, u"o'"_s, u"o'b"_s, u"a*"_s, u"a*b"_s, u"e"_s };
         for (qsizetype i = 0; i < typed.size(); ++i) {
             if (i == 6)
-                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s });
+                m_settings->setValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s });
             m_library->setSearchString(typed[i]);
             const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
             CVLibraryManager fresh(m_settings.get());
@@ -362,7 +361,7 @@ private Q_SLOTS:
             else
                 text += keys[qsizetype(random.bounded(quint32(keys.size())))];
             if (step == 200)
-                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s, u"Artist"_s });
+                m_settings->setValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s, u"Artist"_s });
             m_library->setSearchString(text);
             const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
             fresh.clearMemoization();

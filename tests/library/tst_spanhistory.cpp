@@ -74,7 +74,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         m_logged.clear();
         CVLog::setSink([this](const QString &line) { m_logged.append(line); });
         m_media = m_home->filePath(u"Music/iTunes/iTunes Media"_s);
@@ -369,7 +368,7 @@ private Q_SLOTS:
             run.library.addItemToSpanStore(run.track(u"P1"_s), m_drive + u"/a.mp3"_s);
             QVERIFY(run.history.saveAction());
         }
-        m_settings->setValue(u"CVLastTracksSpanned"_s, QVariantMap { { u"P1"_s, home } });
+        m_settings->setValue(CVSettingsKey::LastTracksSpanned, QVariantMap { { u"P1"_s, home } });
         CVFixedSpanRunState crashed;
         crashed.crashed = true;
         Run run(library({ track(1, home) }), m_settings.get(), &crashed);
