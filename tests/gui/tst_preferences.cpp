@@ -1,6 +1,6 @@
 // The preferences panes on their own, over the settings of a temporary home: every control
 // writes its key at once, reads it back when shown, and keeps the rules between controls.
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVHelperApplicationControl.h"
 #include "Platform/CVSettings.h"
@@ -31,8 +31,8 @@ private:
     void click(CVSegmentedControl *control, int segment) { control->button(segment)->click(); }
     QStringList searchFields() const { return m_settings->stringListValue(CVSettingsKey::SearchFields); }
 
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVUpdateChecker> m_checker;
     std::unique_ptr<CVHelperApplicationControl> m_control;
     std::unique_ptr<CVHUserDefaults> m_helperDefaults;
@@ -44,13 +44,13 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>(CVSettings::defaultFilePath());
-        m_checker = std::make_unique<CVUpdateChecker>(m_settings.get(), u"0.1.0"_s);
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_checker = std::make_unique<CVUpdateChecker>(m_settings, u"0.1.0"_s);
         m_control = std::make_unique<CVHelperApplicationControl>();
         m_helperDefaults = std::make_unique<CVHUserDefaults>();
         m_window = std::make_unique<CVPrefsWindowController>(
-            m_settings.get(), m_checker.get(), m_control.get(), m_helperDefaults.get());
+            m_settings, m_checker.get(), m_control.get(), m_helperDefaults.get());
         m_launches = m_quits = m_beeps = 0;
         m_window->helperPreferences()->setHelperActions(
             { [this] { ++m_launches; }, [this] { ++m_quits; }, [this] { ++m_beeps; } });
@@ -62,8 +62,7 @@ private Q_SLOTS:
         m_window.reset();
         m_helperDefaults.reset();
         m_checker.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void searchFieldsKeepNameWhenNothingElseIsChosen()

@@ -1,7 +1,7 @@
 // The update check against a feed served on loopback by the test: newer, same and older versions,
 // a feed that is no feed, a server that is not there and one that does not answer in time.
 #include "CVFeedServer.h"
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Platform/CVSettings.h"
 #include "Preferences/CVUpdateChecker.h"
 
@@ -40,8 +40,8 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>(CVSettings::defaultFilePath());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
         QVERIFY(m_server.listen(QHostAddress::LocalHost));
         m_settings->setValue(CVSettingsKey::SUFeedURL, u"http://127.0.0.1:%1/appcast.xml"_s.arg(m_server.serverPort()));
     }
@@ -49,8 +49,7 @@ private Q_SLOTS:
     void cleanup()
     {
         m_server.close();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void versionsOfTheFeed_data()
@@ -76,7 +75,7 @@ private Q_SLOTS:
         QFETCH(int, outcome);
         QFETCH(QString, message);
         m_server.body = appcast(items);
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         const CVUpdateChecker::Result result = check(checker);
         QCOMPARE(int(result.outcome), outcome);
         QCOMPARE(result.message, message);
@@ -106,7 +105,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         QFETCH(QString, message);
         m_server.body = body;
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         if (QByteArray(QTest::currentDataTag()) == "server down")
             m_server.close();
         if (QByteArray(QTest::currentDataTag()) == "too slow") {
@@ -121,7 +120,7 @@ private Q_SLOTS:
     void withoutAFeedNothingIsFetched()
     {
         m_settings->setValue(CVSettingsKey::SUFeedURL, QString());
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         const CVUpdateChecker::Result result = check(checker);
         QCOMPARE(result.outcome, CVUpdateChecker::Outcome::Failed);
         QVERIFY(result.message.startsWith(u"This build of Corvana checks for no updates"_s));
@@ -131,7 +130,7 @@ private Q_SLOTS:
 
     void theScheduleFollowsTheSettings()
     {
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         const qint64 now = QDateTime::currentSecsSinceEpoch();
         m_settings->setValue(CVSettingsKey::SULastCheckTime, now - 3000);
         m_settings->setValue(CVSettingsKey::SUScheduledCheckInterval, 86400);
@@ -155,8 +154,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     CVFeedServer m_server;
 };
 

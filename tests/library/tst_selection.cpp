@@ -1,4 +1,4 @@
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSelectionPanes.h"
 #include "Platform/CVSettings.h"
@@ -57,17 +57,16 @@ class TestSelection : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_library = std::make_unique<CVLibraryManager>(m_settings);
         m_library->setPanes(&m_panes);
         m_panes = CVFixedSelectionPanes();
     }
     void cleanup()
     {
         m_library.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void buildsTheStackInItsFixedOrder()
@@ -326,7 +325,7 @@ private Q_SLOTS:
                 m_settings->setValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s });
             m_library->setSearchString(typed[i]);
             const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
-            CVLibraryManager fresh(m_settings.get());
+            CVLibraryManager fresh(m_settings);
             fresh.setPanes(&m_panes);
             fresh.setLibraryFilePath(kEdgeLibrary);
             QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -346,7 +345,7 @@ private Q_SLOTS:
         // before that the current one extends, is what a search from scratch finds.
         m_library->setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(m_library->loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
-        CVLibraryManager fresh(m_settings.get());
+        CVLibraryManager fresh(m_settings);
         fresh.setPanes(&m_panes);
         fresh.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -375,7 +374,7 @@ private Q_SLOTS:
 private:
     void load(const QByteArray &xml)
     {
-        const QString file = m_home->filePath(u"library.xml"_s);
+        const QString file = m_env->filePath(u"library.xml"_s);
         QFile f(file);
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write(xml);
@@ -385,8 +384,8 @@ private:
         m_library->compileAllKeyedLocationInformation();
     }
 
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVLibraryManager> m_library;
     CVFixedSelectionPanes m_panes;
 };

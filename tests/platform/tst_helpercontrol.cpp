@@ -1,11 +1,10 @@
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Library/CVSpanHistory.h"
 #include "Platform/CVAuthorization.h"
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVHelperApplicationControl.h"
-#include "Platform/CVLog.h"
 #include "Platform/CVLoginItems.h"
 #include "Platform/CVPrivilegedFileOperations.h"
 
@@ -27,7 +26,7 @@ class TestHelperControl : public QObject {
 private:
     QString makePackagedHelper(const QByteArray &info)
     {
-        const QString folder = m_home->filePath(u"bundle/Corvana Helper"_s);
+        const QString folder = m_env->filePath(u"bundle/Corvana Helper"_s);
         writeFile(folder + u"/corvana-helper"_s, "#!/bin/sh\nexit 0\n");
         QFile::setPermissions(folder + u"/corvana-helper"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         writeFile(folder + u"/Info.ini"_s, info);
@@ -44,25 +43,22 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
+        m_env = std::make_unique<CVTestEnvironment>();
         m_presenter = CVTestPresenter();
         m_status.clear();
-        m_log.clear();
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
     }
 
     void cleanup()
     {
         CVPrivilegedFileOperations::dropAuthorization();
         CVAuthorization::setLauncher({});
-        CVLog::setSink({});
-        m_home.reset();
+        m_env.reset();
     }
 
     void sharedSettingsKeepDefaultsInMemoryAndWriteAtOnce()
     {
         CVHUserDefaults defaults;
-        QCOMPARE(defaults.filePath(), m_home->path() + u"/.config/Corvana/Corvana Helper.conf"_s);
+        QCOMPARE(defaults.filePath(), m_env->path() + u"/.config/Corvana/Corvana Helper.conf"_s);
         QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
         QCOMPARE(defaults.integerForKey(u"CVHAllowedToAlwaysRun"_s), 0);
         QVERIFY(defaults.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
@@ -93,7 +89,7 @@ private Q_SLOTS:
         QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
 
         defaults.setIdentifier(u"Another"_s);
-        QCOMPARE(defaults.filePath(), m_home->path() + u"/.config/Corvana/Another.conf"_s);
+        QCOMPARE(defaults.filePath(), m_env->path() + u"/.config/Corvana/Another.conf"_s);
         QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
         QVERIFY(!defaults.boolForKey(u"CVHLoginItemAlertSupress"_s));
     }
@@ -113,7 +109,7 @@ private Q_SLOTS:
     void missingPackagedHelperQuitsWithoutSaving()
     {
         CVHelperApplicationControl control;
-        control.setPackagedHelperPath(m_home->filePath(u"nowhere"_s));
+        control.setPackagedHelperPath(m_env->filePath(u"nowhere"_s));
         QCOMPARE(install(control), Result::QuitWithoutSaving);
         QCOMPARE(m_presenter.alerts.size(), 1);
         QCOMPARE(m_presenter.alerts[0].title, u"\nCorvana Helper not in bundle"_s);
@@ -130,7 +126,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(CVSpanHistory::applicationSupportFolder()));
         QCOMPARE(install(control), Result::Installed);
         QCOMPARE(m_status, QStringList { u"Installing Corvana Helper"_s });
-        QVERIFY(m_log.contains(u"Installing Corvana Helper..."_s));
+        QVERIFY(m_env->log.contains(u"Installing Corvana Helper..."_s));
         QVERIFY(control.isInstalledHelperCurrent());
         QVERIFY(QFileInfo(CVHelperApplicationControl::installedHelperExecutable()).isExecutable());
         QVERIFY(m_presenter.alerts.isEmpty());
@@ -234,10 +230,9 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
+    std::unique_ptr<CVTestEnvironment> m_env;
     CVTestPresenter m_presenter;
     QStringList m_status;
-    QStringList m_log;
 };
 
 QTEST_GUILESS_MAIN(TestHelperControl)
