@@ -1,6 +1,7 @@
 // The span location: what may be one, the advice about a newly chosen folder and each answer,
 // the folder chooser, a folder dropped from the file manager, the history of five with its menu,
 // the context menu, and the location and mode kept across starts.
+#include "CVSheetAnswer.h"
 #include "CVTestMounts.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
@@ -204,9 +205,8 @@ void TestSpanLocation::chooserStartsBesideTheLocationAndChecksTheChoice()
     QDir().mkpath(inside);
     Q_EMIT dialog->fileSelected(inside);
     dialog->close();
-    QCOMPARE(session.app().presenter()->openSheet().title,
-        u"\nLocation cannot be within the default iTunes Media location."_s);
-    session.app().presenter()->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(session.app().presenter(), u"\nLocation cannot be within the default iTunes Media location."_s,
+        CVPresenter::DefaultReturn));
     // In restore mode the view's clicks choose nothing.
     window->doSetRestoreMode();
     Q_EMIT window->corvanaWindow()->spanLocationView->clicked();
@@ -232,9 +232,8 @@ void TestSpanLocation::droppedFolderIsChosenAndChecked()
     const QString inside = session.home.filePath(u"Music/iTunes/iTunes Media/Dropped"_s);
     QDir().mkpath(inside);
     QVERIFY(dropOn(view, { QUrl::fromLocalFile(inside) }));
-    QCOMPARE(session.app().presenter()->openSheet().title,
-        u"\nLocation cannot be within the default iTunes Media location."_s);
-    session.app().presenter()->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(session.app().presenter(), u"\nLocation cannot be within the default iTunes Media location."_s,
+        CVPresenter::DefaultReturn));
     // Not in restore mode, and not while a crash is to be recovered.
     window->doSetRestoreMode();
     QVERIFY(!dropOn(view, { QUrl::fromLocalFile(folder) }));
@@ -288,8 +287,8 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     QVERIFY(!presenter->hasOpenSheet());
 
     menu.actions().constLast()->trigger();
-    QCOMPARE(presenter->openSheet().title, u"\nAre you sure you want to clear the span location history?"_s);
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"\nAre you sure you want to clear the span location history?"_s, CVPresenter::AlternateReturn));
     QCOMPARE(window->spanLocationHistory().size(), 4);
     menu.actions().constLast()->trigger();
     presenter->answerSheet(CVPresenter::DefaultReturn);

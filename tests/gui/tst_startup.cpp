@@ -1,4 +1,5 @@
 // Start-up, the load sequence, crash detection, the guarded quit, and the window on its screen.
+#include "CVSheetAnswer.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVMediaSpanner.h"
@@ -282,8 +283,8 @@ void TestStartup::quitAfterCrashWhileSpanning()
     session.launch();
     CVApplicationDelegate &app = session.app();
     // The crash sheet of the load comes first: closed.
-    QVERIFY(app.presenter()->openSheet().title.startsWith(u"\nCorvana Crashed While Spanning!"_s));
-    app.presenter()->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        app.presenter(), u"\nCorvana Crashed While Spanning!"_s, CVPresenter::AlternateReturn, CVSheetTitle::Start));
     app.terminate();
     const CVAlert &sheet = app.presenter()->openSheet();
     QCOMPARE(sheet.title, u"It is not recommended to quit without recovering from the last crash."_s);
