@@ -228,7 +228,7 @@ private Q_SLOTS:
         m_window->showPane(CVPrefsWindowController::Helper);
         QCOMPARE(pane->menubarItem->selectedSegment(), 1);
         click(pane->menubarItem, 0);
-        QCOMPARE(m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s), 0);
+        QCOMPARE(m_helperDefaults->integerForKey(CVHSettingsKey::ShowInMenubar), 0);
         QCOMPARE(m_quits, 1);
         QCOMPARE(m_launches, 1);
         // The same value again: no restart.
@@ -237,7 +237,7 @@ private Q_SLOTS:
         // During a run the value is kept but the restart refused with a beep.
         m_settings->setValue(CVSettingsKey::IsSpanning, true);
         click(pane->menubarItem, 1);
-        QCOMPARE(m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s), 1);
+        QCOMPARE(m_helperDefaults->integerForKey(CVHSettingsKey::ShowInMenubar), 1);
         QCOMPARE(m_quits, 1);
         QCOMPARE(m_launches, 1);
         QCOMPARE(m_beeps, 1);
@@ -249,28 +249,28 @@ private Q_SLOTS:
         QCOMPARE(m_launches, 2);
 
         click(pane->alwaysRun, 1);
-        QCOMPARE(m_helperDefaults->integerForKey(u"CVHAllowedToAlwaysRun"_s), 1);
+        QCOMPARE(m_helperDefaults->integerForKey(CVHSettingsKey::AllowedToAlwaysRun), 1);
 
         // Suppression boxes store what they show; warning boxes store the opposite.
         QVERIFY(!pane->loginItemAlert->isChecked());
         pane->loginItemAlert->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHLoginItemAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::LoginItemAlertSupress));
         pane->notNecessaryAlert->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHNotNecessaryAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::NotNecessaryAlertSupress));
         QVERIFY(pane->warnWhenPlayerLaunches->isChecked());
         QVERIFY(!pane->warnWhenDrivesUnmount->isChecked());
         QVERIFY(pane->warnWhenFilesMissing->isChecked());
         pane->warnWhenPlayerLaunches->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::TracksUnavailableWhenITunesLaunchesAlertSupress));
         pane->warnWhenDrivesUnmount->click();
-        QVERIFY(!m_helperDefaults->boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
+        QVERIFY(!m_helperDefaults->boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress));
         pane->warnWhenFilesMissing->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress));
 
         // Another copy of the helper's settings (the helper's own) reads what was written.
         CVHUserDefaults helperSide;
-        QCOMPARE(helperSide.integerForKey(u"CVHAllowedToAlwaysRun"_s), 1);
-        QVERIFY(!helperSide.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
+        QCOMPARE(helperSide.integerForKey(CVHSettingsKey::AllowedToAlwaysRun), 1);
+        QVERIFY(!helperSide.boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress));
 
         click(pane->loginItem, 1);
         QCOMPARE(pane->loginItem->selectedSegment(), m_control->inLoginItems() ? 1 : 0);

@@ -9,6 +9,7 @@
 #include "Platform/CVPrivilegedFileOperations.h"
 
 #include <QProcess>
+#include <QSet>
 #include <QStandardPaths>
 #include <QtTest>
 
@@ -59,39 +60,42 @@ private Q_SLOTS:
     {
         CVHUserDefaults defaults;
         QCOMPARE(defaults.filePath(), m_env->path() + u"/.config/Corvana/Corvana Helper.conf"_s);
-        QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
-        QCOMPARE(defaults.integerForKey(u"CVHAllowedToAlwaysRun"_s), 0);
-        QVERIFY(defaults.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
-        for (const QString &key : { u"CVHLoginItemAlertSupress"_s, u"CVHNotNecessaryAlertSupress"_s,
-                 u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s,
-                 u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s })
-            QVERIFY2(!defaults.boolForKey(key), qPrintable(key));
+        QCOMPARE(CVHUserDefaults::keyTable().size(), std::size_t(CVHSettingsKey::Count));
+        QSet<QString> names;
+        for (std::size_t i = 0; i < CVHUserDefaults::keyTable().size(); ++i) {
+            const CVHUserDefaults::KeyInfo &entry = CVHUserDefaults::keyTable()[i];
+            QCOMPARE(std::size_t(entry.key), i); // name() indexes the table by key
+            QVERIFY2(!names.contains(entry.name), qPrintable(entry.name));
+            names.insert(entry.name);
+            QCOMPARE(defaults.objectForKey(entry.key), entry.defaultValue);
+        }
         QVERIFY(defaults.dictionaryValue().isEmpty());
         QVERIFY(!QFileInfo::exists(defaults.filePath()));
 
         // The other program sees a change at once, typed as written.
-        defaults.setObject(0, u"CVHShowInMenubar"_s);
-        defaults.setObject(false, u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s);
+        defaults.setObject(0, CVHSettingsKey::ShowInMenubar);
+        defaults.setObject(false, CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress);
         CVHUserDefaults other;
-        QCOMPARE(other.integerForKey(u"CVHShowInMenubar"_s), 0);
-        QVERIFY(!other.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
+        QCOMPARE(other.integerForKey(CVHSettingsKey::ShowInMenubar), 0);
+        QVERIFY(!other.boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress));
         QCOMPARE(other.dictionaryValue().keys(),
-            (QStringList { u"CVHShowInMenubar"_s, u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s }));
+            (QStringList { CVHUserDefaults::name(CVHSettingsKey::ShowInMenubar),
+                CVHUserDefaults::name(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress) }));
 
         // An equal value is not written again; a change made elsewhere is read afresh.
         const QDateTime written = QFileInfo(defaults.filePath()).lastModified();
         QTest::qSleep(20);
-        other.setObject(0, u"CVHShowInMenubar"_s);
+        other.setObject(0, CVHSettingsKey::ShowInMenubar);
         QCOMPARE(QFileInfo(defaults.filePath()).lastModified(), written);
-        other.setObject(true, u"CVHLoginItemAlertSupress"_s);
-        QVERIFY(defaults.boolForKey(u"CVHLoginItemAlertSupress"_s));
-        other.removeObjectForKey(u"CVHShowInMenubar"_s);
-        QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
+        other.setObject(true, CVHSettingsKey::LoginItemAlertSupress);
+        QVERIFY(defaults.boolForKey(CVHSettingsKey::LoginItemAlertSupress));
+        other.removeObjectForKey(CVHSettingsKey::ShowInMenubar);
+        QCOMPARE(defaults.integerForKey(CVHSettingsKey::ShowInMenubar), 1);
 
         defaults.setIdentifier(u"Another"_s);
         QCOMPARE(defaults.filePath(), m_env->path() + u"/.config/Corvana/Another.conf"_s);
-        QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
-        QVERIFY(!defaults.boolForKey(u"CVHLoginItemAlertSupress"_s));
+        QCOMPARE(defaults.integerForKey(CVHSettingsKey::ShowInMenubar), 1);
+        QVERIFY(!defaults.boolForKey(CVHSettingsKey::LoginItemAlertSupress));
     }
 
     void packagedHelperIsFoundBesideOrInTheInstalledLayout()
