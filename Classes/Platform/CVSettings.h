@@ -7,8 +7,11 @@
 #include <memory>
 #include <span>
 
+namespace CVSettingsKeys {
+Q_NAMESPACE
+
 // Every key of the user's settings. Its text, type and default are in CVSettings::keyTable().
-enum class CVSettingsKey {
+enum class Key {
     FirstRun,
     DidCrashLastRun,
     BrowserTopFrameHeight,
@@ -65,6 +68,11 @@ enum class CVSettingsKey {
     PlaylistTrackListSortOrdering,
     Count
 };
+Q_ENUM_NS(Key)
+
+} // namespace CVSettingsKeys
+
+using CVSettingsKey = CVSettingsKeys::Key;
 
 // The user's settings: a QSettings INI file read and written only through the keys above.
 // A key's default is what it reads while no value is stored; it is never written.

@@ -3,10 +3,13 @@
 #include "Platform/CVSettings.h"
 
 #include <QDirIterator>
+#include <QMetaEnum>
 #include <QRegularExpression>
 #include <QSet>
 #include <QSignalSpy>
 #include <QtTest>
+
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
@@ -69,31 +72,45 @@ private Q_SLOTS:
         for (const CVHUserDefaults::KeyInfo &entry : CVHUserDefaults::keyTable())
             names.insert(entry.name);
         const QRegularExpression literal(uR"re("((?:CV|SU|NS|Player)[A-Za-z ]*)")re"_s);
-        const QDir root(QStringLiteral(CORVANA_TEST_DATA) + u"/../.."_s);
         QStringList offenders;
-        int files = 0;
-        for (const QString &folder : { u"Classes"_s, u"CommandLine"_s, u"Helper"_s }) {
-            QDirIterator it(root.filePath(folder), { u"*.cpp"_s, u"*.h"_s }, QDir::Files, QDirIterator::Subdirectories);
-            while (it.hasNext()) {
-                const QString path = it.next();
-                if (path.endsWith(u"Platform/CVSettings.cpp"_s) || path.endsWith(u"Platform/CVHUserDefaults.cpp"_s))
+        forEachSourceLine([&](const QString &where, const QString &line) {
+            for (auto match = literal.globalMatch(line); match.hasNext();)
+                if (names.contains(match.next().captured(1)))
+                    offenders << where;
+        });
+        QVERIFY2(offenders.isEmpty(), qPrintable(offenders.join(u", "_s)));
+    }
+
+    // Release builds do not stop on a key read as another type than its own; the call sites
+    // are checked here instead.
+    void everyKeyIsReadAsItsOwnType()
+    {
+        const QMetaEnum keys = QMetaEnum::fromType<CVSettingsKey>();
+        const QHash<QString, QList<CVSettings::Type>> readers {
+            { u"bool"_s, { CVSettings::Type::Bool } },
+            { u"integer"_s, { CVSettings::Type::Integer } },
+            { u"real"_s, { CVSettings::Type::Real, CVSettings::Type::Integer } },
+            { u"string"_s, { CVSettings::Type::String } },
+            { u"stringList"_s, { CVSettings::Type::StringList } },
+            { u"map"_s, { CVSettings::Type::Map } },
+            { u"data"_s, { CVSettings::Type::Data } },
+        };
+        const QRegularExpression read(uR"re(\b(\w+)Value\(\s*CVSettingsKey::(\w+)\))re"_s);
+        QStringList offenders;
+        int reads = 0;
+        forEachSourceLine([&](const QString &where, const QString &line) {
+            for (auto it = read.globalMatch(line); it.hasNext();) {
+                const QRegularExpressionMatch match = it.next();
+                if (!readers.contains(match.captured(1)))
                     continue;
-                QFile file(path);
-                QVERIFY(file.open(QIODevice::ReadOnly));
-                ++files;
-                int number = 0;
-                for (const QByteArray &line : file.readAll().split('\n')) {
-                    ++number;
-                    const QString text = QString::fromUtf8(line);
-                    if (text.trimmed().startsWith(u"//"_s))
-                        continue;
-                    for (auto match = literal.globalMatch(text); match.hasNext();)
-                        if (names.contains(match.next().captured(1)))
-                            offenders << u"%1:%2"_s.arg(root.relativeFilePath(path)).arg(number);
-                }
+                ++reads;
+                bool known = false;
+                const auto key = CVSettingsKey(keys.keyToValue(match.captured(2).toLatin1().constData(), &known));
+                if (!known || !readers.value(match.captured(1)).contains(CVSettings::info(key).type))
+                    offenders << where + u" "_s + match.captured(0);
             }
-        }
-        QVERIFY(files > 100);
+        });
+        QVERIFY(reads > 50);
         QVERIFY2(offenders.isEmpty(), qPrintable(offenders.join(u", "_s)));
     }
 
@@ -257,6 +274,32 @@ private Q_SLOTS:
     }
 
 private:
+    // Every line of the program's sources outside the key tables, with its file and number.
+    static void forEachSourceLine(const std::function<void(const QString &where, const QString &line)> &visit)
+    {
+        const QDir root(QStringLiteral(CORVANA_TEST_DATA) + u"/../.."_s);
+        int files = 0;
+        for (const QString &folder : { u"Classes"_s, u"CommandLine"_s, u"Helper"_s }) {
+            QDirIterator it(root.filePath(folder), { u"*.cpp"_s, u"*.h"_s }, QDir::Files, QDirIterator::Subdirectories);
+            while (it.hasNext()) {
+                const QString path = it.next();
+                if (path.endsWith(u"Platform/CVSettings.cpp"_s) || path.endsWith(u"Platform/CVHUserDefaults.cpp"_s))
+                    continue;
+                QFile file(path);
+                QVERIFY(file.open(QIODevice::ReadOnly));
+                ++files;
+                int number = 0;
+                for (const QByteArray &line : file.readAll().split('\n')) {
+                    ++number;
+                    const QString text = QString::fromUtf8(line);
+                    if (!text.trimmed().startsWith(u"//"_s))
+                        visit(u"%1:%2"_s.arg(root.relativeFilePath(path)).arg(number), text);
+                }
+            }
+        }
+        QVERIFY(files > 100);
+    }
+
     std::unique_ptr<CVTestHome> m_home;
 };
 
