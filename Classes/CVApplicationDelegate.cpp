@@ -118,7 +118,6 @@ std::unique_ptr<CVPlayerLink> choosePlayerLink(
 void CVApplicationDelegate::awakeFromNib()
 {
     m_settings = std::make_unique<CVSettings>();
-    m_settings->registerStandardDefaults();
     m_settings->applyLaunchRepairs();
     m_presenter = std::make_unique<CVSheetPresenter>();
     m_presenter->setAnswering(m_options.answerDialogs);
@@ -145,12 +144,12 @@ void CVApplicationDelegate::awakeFromNib()
         &CVWindowDelegate::updateCheckFinished);
 
     // A run that ended normally put the window back to its full size.
-    m_crashedLastRun = m_settings->boolValue(u"CVDidCrashLastRun"_s) || crashedByWindowFrame();
-    m_crashedWhileSpanningLastRun = m_crashedLastRun && m_settings->boolValue(u"CVIsSpanning"_s);
+    m_crashedLastRun = m_settings->boolValue(CVSettingsKey::DidCrashLastRun) || crashedByWindowFrame();
+    m_crashedWhileSpanningLastRun = m_crashedLastRun && m_settings->boolValue(CVSettingsKey::IsSpanning);
     m_recoverFromCrashNextLaunch = false;
     m_quitNowWithoutSaving = false;
-    m_settings->setValue(u"CVIsSpanning"_s, bool(m_crashedWhileSpanningLastRun));
-    m_settings->setValue(u"CVDidCrashLastRun"_s, true);
+    m_settings->setValue(CVSettingsKey::IsSpanning, bool(m_crashedWhileSpanningLastRun));
+    m_settings->setValue(CVSettingsKey::DidCrashLastRun, true);
     m_settings->synchronize();
 
     CVLoadingView *loading = m_windowDelegate->corvanaWindow()->loadingView;
@@ -165,7 +164,7 @@ void CVApplicationDelegate::awakeFromNib()
     m_liveRefreshPrefs = false;
     m_waitingToQuit = false;
 
-    connect(m_settings.get(), &CVSettings::valueChanged, this, &CVApplicationDelegate::observeSettings);
+    observeSettings();
 
     // The player and the file manager.
     const QString libraryFile = m_options.libraryFile.isEmpty() ? m_library->findLibraryFile() : m_options.libraryFile;
@@ -291,8 +290,8 @@ void CVApplicationDelegate::runLoadSequence()
     onMainThread([this] { tellCorvanaHelperToQuit(); });
 
     m_liveRefreshPrefs = true;
-    if (!(m_settings->boolValue(u"CVAutosaveSpanLocation"_s)
-            && !m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s)))
+    if (!(m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation)
+            && !m_settings->boolValue(CVSettingsKey::ClearSpanLocationAfterSpan)))
         onMainThread([&] {
             if (window->restoreMode() && !window->manualCorvanaReload())
                 window->doSetSpanMode();
@@ -301,22 +300,22 @@ void CVApplicationDelegate::runLoadSequence()
 
     if (!m_waitingToQuit) {
         onMainThread([&] {
-            if (m_crashedWhileSpanningLastRun && !m_settings->boolValue(u"CVFirstRun"_s)) {
+            if (m_crashedWhileSpanningLastRun && !m_settings->boolValue(CVSettingsKey::FirstRun)) {
                 CVPredicate interrupted
-                    = CVPredicate::forPersistentIDs(m_settings->mapValue(u"CVLastTracksSpanned"_s).keys());
+                    = CVPredicate::forPersistentIDs(m_settings->mapValue(CVSettingsKey::LastTracksSpanned).keys());
                 interrupted.setIsSavedQueue(true);
                 window->performDrop(interrupted);
             }
-            if (!m_crashedWhileSpanningLastRun && m_settings->contains(u"CVSavedSpanningQueue"_s)) {
+            if (!m_crashedWhileSpanningLastRun && m_settings->contains(CVSettingsKey::SavedSpanningQueue)) {
                 const std::optional<CVPredicate> saved
-                    = CVPredicateArchive::unarchive(m_settings->dataValue(u"CVSavedSpanningQueue"_s));
+                    = CVPredicateArchive::unarchive(m_settings->dataValue(CVSettingsKey::SavedSpanningQueue));
                 if (saved && saved->kind() == CVPredicate::Kind::Dictionary) {
                     CVPredicate queue = CVPredicate::forPersistentIDs(saved->persistentIDs());
                     queue.setCacheKey(saved->cacheKey());
                     queue.setIsSavedQueue(true);
                     window->performDrop(queue);
                 } else {
-                    m_settings->remove(u"CVSavedSpanningQueue"_s);
+                    m_settings->remove(CVSettingsKey::SavedSpanningQueue);
                 }
             }
         });
@@ -346,40 +345,54 @@ void CVApplicationDelegate::runLoadSequence()
 
 // ---- Settings observed -------------------------------------------------------------------
 
-void CVApplicationDelegate::observeSettings(const QString &key)
+void CVApplicationDelegate::observeSettings()
 {
-    CVWindowDelegate *window = m_windowDelegate.get();
-    if (!window)
-        return;
-    if (key == u"CVColumnBrowserOnTop"_s) {
-        window->corvanaWindow()->action(u"browserOnTop"_s)->setChecked(m_settings->boolValue(key));
+    using Key = CVSettingsKey;
+    CVSettings *settings = m_settings.get();
+    // Each listener runs only while there is a window; most only once the library has loaded,
+    // since before that the interface they refresh does not exist.
+    auto always = [this](auto react) {
+        return [this, react] {
+            if (CVWindowDelegate *window = m_windowDelegate.get())
+                react(window);
+        };
+    };
+    auto afterLoad = [this](auto react) {
+        return [this, react] {
+            if (CVWindowDelegate *window = m_windowDelegate.get(); window && m_liveRefreshPrefs)
+                react(window);
+        };
+    };
+    settings->observe(Key::ColumnBrowserOnTop, this, always([settings](CVWindowDelegate *window) {
+        window->corvanaWindow()->action(u"browserOnTop"_s)->setChecked(settings->boolValue(Key::ColumnBrowserOnTop));
         window->browserDelegate()->adjustBrowserForNewSize();
-        return;
-    }
-    if (key == u"CVSearchFields"_s)
+    }));
+    settings->observe(Key::CubeAnimateWindow, this, always([settings](CVWindowDelegate *window) {
+        window->corvanaWindow()->setAnimatesViewChanges(settings->boolValue(Key::CubeAnimateWindow));
+    }));
+    settings->observe(Key::SearchFields, this, always([this](CVWindowDelegate *window) {
         window->searchFieldsChanged();
-    if (key == u"CVCubeAnimateWindow"_s)
-        window->corvanaWindow()->setAnimatesViewChanges(m_settings->boolValue(key));
-    if (!m_liveRefreshPrefs)
-        return;
-    if (key == u"CVSearchFields"_s) {
-        window->doFilterSourcesWithSearch(std::nullopt);
-    } else if (key == u"CVGroupCompilationsInBrowser"_s || key == u"CVUseAlbumArtistsInBrowser"_s) {
-        window->browserDelegate()->refreshLibraryBrowser();
-    } else if (key == u"CVAutosaveSpanningQueue"_s) {
-        if (m_settings->boolValue(key))
+        if (m_liveRefreshPrefs)
+            window->doFilterSourcesWithSearch(std::nullopt);
+    }));
+    for (const Key key : { Key::GroupCompilationsInBrowser, Key::UseAlbumArtistsInBrowser })
+        settings->observe(
+            key, this, afterLoad([](CVWindowDelegate *window) { window->browserDelegate()->refreshLibraryBrowser(); }));
+    settings->observe(Key::AutosaveSpanningQueue, this, afterLoad([settings](CVWindowDelegate *window) {
+        if (settings->boolValue(Key::AutosaveSpanningQueue))
             window->saveSpanningQueue();
         else
-            m_settings->remove(u"CVSavedSpanningQueue"_s);
-        m_settings->synchronize();
-    } else if (key == u"CVAutosaveSpanLocation"_s) {
-        if (m_settings->boolValue(key))
-            m_settings->setValue(
-                u"CVSavedSpanLocation"_s, window->restoreMode() ? u"CVRestoreMode"_s : window->spanLocation());
+            settings->remove(Key::SavedSpanningQueue);
+        settings->synchronize();
+    }));
+    settings->observe(Key::AutosaveSpanLocation, this, afterLoad([settings](CVWindowDelegate *window) {
+        if (settings->boolValue(Key::AutosaveSpanLocation))
+            settings->setValue(
+                Key::SavedSpanLocation, window->restoreMode() ? u"CVRestoreMode"_s : window->spanLocation());
         else
-            m_settings->remove(u"CVSavedSpanLocation"_s);
-        m_settings->synchronize();
-    }
+            settings->remove(Key::SavedSpanLocation);
+        settings->synchronize();
+    }));
 }
 
 void CVApplicationDelegate::showPreferences()
@@ -475,7 +488,7 @@ CVApplicationDelegate::TerminateReply CVApplicationDelegate::applicationShouldTe
     }
     launchCorvanaHelper();
     if (!m_crashedWhileSpanningLastRun)
-        m_settings->setValue(u"CVDidCrashLastRun"_s, false);
+        m_settings->setValue(CVSettingsKey::DidCrashLastRun, false);
     if (window && !window->mainViewIsVisible()) {
         window->corvanaWindow()->hide();
         window->displayMainViewBeforeQuit();
@@ -501,7 +514,7 @@ void CVApplicationDelegate::didEndQuitAfterCrashWhileSpanningAlertSheet(int retu
     if (returnCode == CVPresenter::AlternateReturn) {
         m_recoverFromCrashNextLaunch = true;
     } else {
-        m_settings->setValue(u"CVIsSpanning"_s, false);
+        m_settings->setValue(CVSettingsKey::IsSpanning, false);
         m_crashedWhileSpanningLastRun = false;
     }
     terminate();

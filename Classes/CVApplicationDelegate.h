@@ -126,7 +126,8 @@ Q_SIGNALS:
 private:
     void runLoadSequence();
     bool crashedByWindowFrame() const;
-    void observeSettings(const QString &key);
+    // Connects the reactions to the settings that the preferences change.
+    void observeSettings();
     void performQuit(bool save);
     // Runs work on the main thread and waits for it (from the load thread).
     void onMainThread(const std::function<void()> &work);

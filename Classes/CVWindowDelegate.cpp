@@ -91,8 +91,8 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     wirePanes();
     wireViews();
     wireMenus();
-    m_window->setBrowserOnTop(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
-    m_window->setAnimatesViewChanges(m_settings->boolValue(u"CVCubeAnimateWindow"_s));
+    m_window->setBrowserOnTop(m_settings->boolValue(CVSettingsKey::ColumnBrowserOnTop));
+    m_window->setAnimatesViewChanges(m_settings->boolValue(CVSettingsKey::CubeAnimateWindow));
     restoreSplitterSizes();
     m_browser->refreshSpanFilters();
     m_window->spanQueueDropZone->setSummary(u"No Media Selected"_s);
@@ -235,7 +235,7 @@ void CVWindowDelegate::wireMenus()
     on(u"find"_s, [this] { focusSearch(); });
     for (const QString &field : { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s }) {
         QAction *a = w->action(u"searchField"_s + field);
-        a->setChecked(m_settings->stringListValue(u"CVSearchFields"_s).contains(field));
+        a->setChecked(m_settings->stringListValue(CVSettingsKey::SearchFields).contains(field));
         connect(a, &QAction::toggled, this, [this, field](bool checked) { editSearchFields(field, checked); });
     }
     on(u"selectAll"_s, [] {
@@ -248,8 +248,8 @@ void CVWindowDelegate::wireMenus()
     on(u"toggleLocations"_s, [this] { m_locations->toggleLocations(); });
     on(u"spanLocationColumn"_s, [this](bool checked) { m_browser->setShouldShowSpanLocationColumn(checked); });
     QAction *onTop = w->action(u"browserOnTop"_s);
-    onTop->setChecked(m_settings->boolValue(u"CVColumnBrowserOnTop"_s));
-    on(u"browserOnTop"_s, [this](bool checked) { m_settings->setValue(u"CVColumnBrowserOnTop"_s, checked); });
+    onTop->setChecked(m_settings->boolValue(CVSettingsKey::ColumnBrowserOnTop));
+    on(u"browserOnTop"_s, [this](bool checked) { m_settings->setValue(CVSettingsKey::ColumnBrowserOnTop, checked); });
     on(u"getInfo"_s, [this] {
         m_browser->trackListAction();
         m_information->showItemInfoWindow();
@@ -290,7 +290,7 @@ void CVWindowDelegate::wireMenus()
 
 std::optional<QRect> CVWindowDelegate::frameFromLastRun() const
 {
-    const QStringList parts = m_settings->stringValue(QString::fromLatin1(FrameKey)).split(u' ');
+    const QStringList parts = m_settings->stringValue(FrameKey).split(u' ');
     if (parts.size() != 4)
         return std::nullopt;
     return QRect(parts[0].toInt(), parts[1].toInt(), parts[2].toInt(), parts[3].toInt());
@@ -320,33 +320,35 @@ void CVWindowDelegate::saveWindowFrame()
     if (!m_frameSaving || m_window->isFullScreen() || m_window->isMaximized())
         return;
     const QRect g = m_window->geometry();
-    m_settings->setValue(
-        QString::fromLatin1(FrameKey), u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
+    m_settings->setValue(FrameKey, u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
 }
 
 void CVWindowDelegate::saveSplitterSizes()
 {
     const QList<int> main = m_window->mainSplitter->sizes();
     if (!m_window->playlistsPane->isHidden() && main.value(0) > 0) {
-        m_settings->setValue(u"CVPlaylistsLeftFrameWidth"_s, double(main[0]));
-        m_settings->setValue(u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s, double(main[0]));
+        m_settings->setValue(CVSettingsKey::PlaylistsLeftFrameWidth, double(main[0]));
+        m_settings->setValue(CVSettingsKey::PlaylistsLeftFrameWidthBeforeSquishing, double(main[0]));
     }
     if (!m_window->locationsPane->isHidden() && main.value(2) > 0) {
-        m_settings->setValue(u"CVLocationsRightFrameWidth"_s, double(main[2]));
-        m_settings->setValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s, double(main[2]));
+        m_settings->setValue(CVSettingsKey::LocationsRightFrameWidth, double(main[2]));
+        m_settings->setValue(CVSettingsKey::LocationsRightFrameWidthBeforeSquishing, double(main[2]));
     }
     const QList<int> centre = m_window->centreSplitter->sizes();
     if (centre.value(0) > 0) {
-        const QString key = m_window->browserOnTop() ? u"CVBrowserTopFrameHeight"_s : u"CVBrowserLeftFrameWidth"_s;
-        m_settings->setValue(key, double(centre[0]));
-        m_settings->setValue(key + u"BeforeSquishing"_s, double(centre[0]));
+        const bool onTop = m_window->browserOnTop();
+        m_settings->setValue(
+            onTop ? CVSettingsKey::BrowserTopFrameHeight : CVSettingsKey::BrowserLeftFrameWidth, double(centre[0]));
+        m_settings->setValue(onTop ? CVSettingsKey::BrowserTopFrameHeightBeforeSquishing
+                                   : CVSettingsKey::BrowserLeftFrameWidthBeforeSquishing,
+            double(centre[0]));
     }
 }
 
 void CVWindowDelegate::restoreSplitterSizes()
 {
-    const int playlists = int(m_settings->realValue(u"CVPlaylistsLeftFrameWidth"_s));
-    const int locations = int(m_settings->realValue(u"CVLocationsRightFrameWidth"_s));
+    const int playlists = int(m_settings->realValue(CVSettingsKey::PlaylistsLeftFrameWidth));
+    const int locations = int(m_settings->realValue(CVSettingsKey::LocationsRightFrameWidth));
     // setSizes() shares out any difference to the splitter's width by proportion: the centre
     // takes what the side panes leave, so that they keep their widths.
     QSplitter *splitter = m_window->mainSplitter;
@@ -454,7 +456,8 @@ void CVWindowDelegate::prepareContentAfterLoad()
     m_window->spanQueueDropZone->setRefusesDrags(recovering);
     m_window->spanLocationView->setRefusesDrops(recovering);
     // The location (or restore mode) as the last run left it.
-    const QString saved = m_settings->stringValue(recovering ? u"CVLastSpanLocation"_s : u"CVSavedSpanLocation"_s);
+    const QString saved
+        = m_settings->stringValue(recovering ? CVSettingsKey::LastSpanLocation : CVSettingsKey::SavedSpanLocation);
     if (saved == u"CVRestoreMode"_s)
         doSetRestoreMode();
     else if (!saved.isEmpty())
@@ -464,10 +467,11 @@ void CVWindowDelegate::prepareContentAfterLoad()
 
 void CVWindowDelegate::displayMainViewAfterLoad()
 {
-    if (m_settings->contains(u"CVLastTracksSpanned"_s)) {
+    if (m_settings->contains(CVSettingsKey::LastTracksSpanned)) {
         QAction *last = m_window->action(u"selectLastTracks"_s);
         last->setText(u"Select Last Tracks %1…"_s.arg(
-            m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s ? u"Restored"_s : u"Spanned"_s));
+            m_settings->stringValue(CVSettingsKey::LastSpanLocation) == u"CVRestoreMode"_s ? u"Restored"_s
+                                                                                           : u"Spanned"_s));
         last->setVisible(true);
     }
     m_window->showMainView();
@@ -482,11 +486,11 @@ void CVWindowDelegate::displayMainViewAfterLoad()
     m_browser->adjustBrowserForNewSize();
     m_browser->refreshMediaFilters();
     const QString version = QCoreApplication::applicationVersion();
-    if (m_settings->stringValue(u"CVVersionLastRun"_s) != version)
-        m_settings->setValue(u"CVVersionLastRun"_s, version);
-    const bool firstRun = m_settings->boolValue(u"CVFirstRun"_s);
+    if (m_settings->stringValue(CVSettingsKey::VersionLastRun) != version)
+        m_settings->setValue(CVSettingsKey::VersionLastRun, version);
+    const bool firstRun = m_settings->boolValue(CVSettingsKey::FirstRun);
     if (firstRun)
-        m_settings->setValue(u"CVFirstRun"_s, false);
+        m_settings->setValue(CVSettingsKey::FirstRun, false);
     m_firstLoad = false;
     m_settings->synchronize();
     Q_EMIT mainViewShown();

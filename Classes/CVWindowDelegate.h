@@ -4,6 +4,7 @@
 #include "Engine/CVResultRow.h"
 #include "Library/CVPredicate.h"
 #include "Library/CVTrackList.h"
+#include "Platform/CVSettings.h"
 #include "Preferences/CVUpdateChecker.h"
 
 #include <QHash>
@@ -48,7 +49,7 @@ class CVWindowDelegate : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr auto FrameKey = "NSWindow Frame CVMainWindow";
+    static constexpr auto FrameKey = CVSettingsKey::MainWindowFrame;
 
     CVWindowDelegate(CVApplicationDelegate *app, CVSettings *settings, CVLibraryManager *library,
         CVSheetPresenter *presenter, QObject *parent = nullptr);

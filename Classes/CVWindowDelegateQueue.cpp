@@ -89,7 +89,7 @@ void CVWindowDelegate::performDropOfArchive(const QByteArray &archived, const QP
 
 void CVWindowDelegate::playQueueFeedback(bool removal, const QPoint &globalPosition)
 {
-    if (!m_settings->boolValue(u"CVPlaySpanQueueDropSounds"_s))
+    if (!m_settings->boolValue(CVSettingsKey::PlaySpanQueueDropSounds))
         return;
     if (removal)
         CVVanishingPuff::showAt(globalPosition + QPoint(15, 25));
@@ -310,7 +310,7 @@ void CVWindowDelegate::selectLastTracksSpannedRestored()
 {
     if (m_app->crashedWhileSpanningLastRun() || !mainViewIsVisible())
         return;
-    const QStringList last = m_settings->mapValue(u"CVLastTracksSpanned"_s).keys();
+    const QStringList last = m_settings->mapValue(CVSettingsKey::LastTracksSpanned).keys();
     const auto add = [this, last](bool replace) {
         fillQueueWithPredicate(CVPredicate::forPersistentIDs(last), replace);
         setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
@@ -325,10 +325,10 @@ void CVWindowDelegate::selectLastTracksSpannedRestored()
     alert.defaultButton = u"Add"_s;
     alert.alternateButton = u"Cancel"_s;
     alert.otherButton = u"Replace"_s;
-    alert.text
-        = u"Would you like to add the last tracks %1 to the tracks in the spanning queue, or replace the tracks "
-          "in the spanning queue?"_s.arg(
-              m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s ? u"restored"_s : u"spanned"_s);
+    alert.text = u"Would you like to add the last tracks %1 to the tracks in the spanning queue, or replace the tracks "
+                 "in the spanning queue?"_s.arg(
+                     m_settings->stringValue(CVSettingsKey::LastSpanLocation) == u"CVRestoreMode"_s ? u"restored"_s
+                                                                                                    : u"spanned"_s);
     m_presenter->beginSheet(alert, [add](int returnCode) {
         if (returnCode != CVPresenter::AlternateReturn)
             add(returnCode == CVPresenter::OtherReturn);
@@ -364,8 +364,8 @@ void CVWindowDelegate::doSetSpanMode()
     m_window->spanButton->setText(u"Span…"_s);
     m_window->action(u"start"_s)->setText(u"Span…"_s);
     m_restoreMode = false;
-    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
-        m_settings->setValue(u"CVSavedSpanLocation"_s, spanLocation());
+    if (m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation)) {
+        m_settings->setValue(CVSettingsKey::SavedSpanLocation, spanLocation());
         m_settings->synchronize();
     }
     setWalkThroughTextToProperStep();
@@ -380,8 +380,8 @@ void CVWindowDelegate::doSetRestoreMode()
     m_window->spanButton->setText(u"Restore…"_s);
     m_window->action(u"start"_s)->setText(u"Restore…"_s);
     m_restoreMode = true;
-    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
-        m_settings->setValue(u"CVSavedSpanLocation"_s, u"CVRestoreMode"_s);
+    if (m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation)) {
+        m_settings->setValue(CVSettingsKey::SavedSpanLocation, u"CVRestoreMode"_s);
         m_settings->synchronize();
     }
     setWalkThroughTextToProperStep();

@@ -44,7 +44,8 @@ void CVWindowDelegate::editSearchFields(const QString &field, bool on)
     // The menu's order is the fields' order; the list keeps at least one field.
     QStringList fields;
     for (const QString &name : { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s }) {
-        const bool chosen = name == field ? on : m_settings->stringListValue(u"CVSearchFields"_s).contains(name);
+        const bool chosen
+            = name == field ? on : m_settings->stringListValue(CVSettingsKey::SearchFields).contains(name);
         if (chosen)
             fields.append(name);
     }
@@ -53,12 +54,12 @@ void CVWindowDelegate::editSearchFields(const QString &field, bool on)
         const QSignalBlocker block(m_window->action(u"searchFieldName"_s));
         m_window->action(u"searchFieldName"_s)->setChecked(true);
     }
-    m_settings->setValue(u"CVSearchFields"_s, fields);
+    m_settings->setValue(CVSettingsKey::SearchFields, fields);
 }
 
 void CVWindowDelegate::searchFieldsChanged()
 {
-    const QStringList fields = m_settings->stringListValue(u"CVSearchFields"_s);
+    const QStringList fields = m_settings->stringListValue(CVSettingsKey::SearchFields);
     for (const QString &field : { u"Genre"_s, u"Artist"_s, u"Album"_s, u"Name"_s }) {
         QAction *a = m_window->action(u"searchField"_s + field);
         const QSignalBlocker block(a);
@@ -108,7 +109,7 @@ void CVWindowDelegate::refreshFilterPathBar()
     browseItem->setEnabled(browsing || !m_queue->isEmpty());
 
     QStringList elements { source };
-    const QStringList order = m_settings->stringListValue(u"CVFilterPathOrder"_s);
+    const QStringList order = m_settings->stringListValue(CVSettingsKey::FilterPathOrder);
     for (int i = 0; i < order.size() && i < CVFilterPathPopover::FilterRows; ++i) {
         bool inForce = false;
         const QString description = filterDescription(order[i], &inForce);
@@ -142,7 +143,7 @@ void CVWindowDelegate::setIsMouseOverFilterPathBar(bool over)
 
 void CVWindowDelegate::filterPathMenuItemAction(int tag, int segment)
 {
-    const QStringList order = m_settings->stringListValue(u"CVFilterPathOrder"_s);
+    const QStringList order = m_settings->stringListValue(CVSettingsKey::FilterPathOrder);
     if (tag == 0) {
         if (segment == 0)
             browseSpanningQueue(true);
@@ -193,13 +194,13 @@ void CVWindowDelegate::clearFilter(const QString &name)
 
 void CVWindowDelegate::moveFilter(const QString &name, int offset)
 {
-    QStringList order = m_settings->stringListValue(u"CVFilterPathOrder"_s);
+    QStringList order = m_settings->stringListValue(CVSettingsKey::FilterPathOrder);
     const qsizetype at = order.indexOf(name);
     if (at < 0)
         return;
     order.removeAt(at);
     order.insert(qBound<qsizetype>(0, at + offset, order.size()), name);
-    m_settings->setValue(u"CVFilterPathOrder"_s, order);
+    m_settings->setValue(CVSettingsKey::FilterPathOrder, order);
     m_settings->synchronize();
     refreshFilterPathBar();
 }

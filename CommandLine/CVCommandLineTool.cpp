@@ -118,7 +118,6 @@ int CVCommandLineTool::run(const QStringList &arguments)
         return kStatusError;
     }
     m_settings = std::make_unique<CVSettings>();
-    m_settings->registerStandardDefaults();
     m_presenter = std::make_unique<CVStandardErrorPresenter>();
     m_library = std::make_unique<CVLibraryManager>(m_settings.get());
     CVLibraryManager &library = *m_library;
@@ -148,9 +147,9 @@ int CVCommandLineTool::run(const QStringList &arguments)
     // recovered by whichever front end starts next.
     CVSettings &settings = *m_settings;
     const bool crashedWhileSpanning
-        = settings.boolValue(u"CVDidCrashLastRun"_s) && settings.boolValue(u"CVIsSpanning"_s);
-    settings.setValue(u"CVDidCrashLastRun"_s, true);
-    settings.setValue(u"CVIsSpanning"_s, crashedWhileSpanning);
+        = settings.boolValue(CVSettingsKey::DidCrashLastRun) && settings.boolValue(CVSettingsKey::IsSpanning);
+    settings.setValue(CVSettingsKey::DidCrashLastRun, true);
+    settings.setValue(CVSettingsKey::IsSpanning, crashedWhileSpanning);
     settings.synchronize();
     m_host = std::make_unique<CVCommandLineHost>();
     m_host->setCrashedWhileSpanningLastRun(crashedWhileSpanning);
@@ -198,7 +197,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
     const int status = runCommand(command, parser, positional, join);
     // A normal end; a crash while spanning stays on record until a run completes.
     if (!m_host->crashedWhileSpanningLastRun())
-        settings.setValue(u"CVDidCrashLastRun"_s, false);
+        settings.setValue(CVSettingsKey::DidCrashLastRun, false);
     settings.synchronize();
     return status;
 }

@@ -63,7 +63,7 @@ CVSelectionCommands::CVSelectionCommands(CVLibraryManager &library, CVSettings &
 bool CVSelectionCommands::prepare(bool predicateRequired)
 {
     if (!m_options.searchFields.isEmpty())
-        m_settings.setTransientValue(u"CVSearchFields"_s, m_options.searchFields);
+        m_settings.setTransientValue(CVSettingsKey::SearchFields, m_options.searchFields);
     m_library.setSearchString(m_options.search);
     m_library.setPanes(&m_panes);
     m_library.compileAllKeyedLocationInformation();

@@ -96,7 +96,7 @@ bool CVSpanCommands::checkLocation()
         return true; // the run's checks say what is wrong
     const CVSpanChecks checks(m_spanner, m_library);
     const CVSpanChecks::LocationCheck advice = checks.checkSpanLocation(location, m_library.getBaseSpanPaths(),
-        m_library.iTunesMediaPath().value_or(QString()), m_settings.stringValue(u"CVStartupDriveName"_s));
+        m_library.iTunesMediaPath().value_or(QString()), m_settings.stringValue(CVSettingsKey::StartupDriveName));
     if (advice.advice == CVSpanChecks::Advice::None)
         return true;
     printAlert(advice.alert);
@@ -229,7 +229,7 @@ int CVSpanCommands::span(const CVTrackList &selection, bool restore)
     if (m_host.crashedWhileSpanningLastRun()) {
         // As the window puts them back in its queue: the interrupted run's tracks are part of
         // this one, whatever state the history gives them now, so that it finishes their moves.
-        const QVariantMap interrupted = m_settings.mapValue(u"CVLastTracksSpanned"_s);
+        const QVariantMap interrupted = m_settings.mapValue(CVSettingsKey::LastTracksSpanned);
         const QSet<CVTrack *> chosen(queue.cbegin(), queue.cend());
         int added = 0;
         for (CVTrack *t : m_library.allTracks()) {

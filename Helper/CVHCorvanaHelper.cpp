@@ -31,9 +31,9 @@ namespace {
 const QString kStoreName = u"SpanRestoreHistory.cvcddb"_s;
 const QStringList kLibraryNames { u"iTunes Library.xml"_s, u"iTunes Music Library.xml"_s };
 // The helper's own memory, in the shared settings: tracks depended on it when it last looked.
-const QString kHadDependentTracks = u"CVHHadDependentTracks"_s;
+constexpr CVHSettingsKey kHadDependentTracks = CVHSettingsKey::HadDependentTracks;
 // The main program's executable, recorded by a Corvana with a window when it starts the helper.
-const QString kCorvanaApplication = u"CVHCorvanaApplication"_s;
+constexpr CVHSettingsKey kCorvanaApplication = CVHSettingsKey::CorvanaApplication;
 
 QString plural(qsizetype n)
 {
@@ -234,7 +234,7 @@ uint CVHCorvanaHelper::repairTracks(const std::function<bool(const CVHDependentT
         CVLog::log(u"Corvana Helper made %1 link%2"_s.arg(made).arg(plural(made)));
 
     if (warnings == Warnings::FilesMissing && !newlyMissing.isEmpty()
-        && !m_defaults.boolForKey(u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s)) {
+        && !m_defaults.boolForKey(CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress)) {
         const qsizetype n = newlyMissing.size();
         m_notifier->notify(u"files-missing"_s, u"%1 Track%2 Unavailable"_s.arg(count(n), plural(n)),
             u"The spanned file%1 of %2 cannot be found. Open Corvana to locate %3."_s.arg(
@@ -257,10 +257,10 @@ bool CVHCorvanaHelper::checkNecessity()
     }
     if (!m_historyError.isEmpty())
         return true;
-    const bool keepRunning = m_defaults.integerForKey(u"CVHAllowedToAlwaysRun"_s) != 0;
+    const bool keepRunning = m_defaults.integerForKey(CVHSettingsKey::AllowedToAlwaysRun) != 0;
     if (m_defaults.boolForKey(kHadDependentTracks)) {
         m_defaults.setObject(false, kHadDependentTracks);
-        if (!m_defaults.boolForKey(u"CVHNotNecessaryAlertSupress"_s)) {
+        if (!m_defaults.boolForKey(CVHSettingsKey::NotNecessaryAlertSupress)) {
             const QString summary = u"Corvana Helper Is No Longer Necessary"_s;
             if (keepRunning)
                 m_notifier->notify(u"not-necessary"_s, summary,
@@ -280,7 +280,7 @@ bool CVHCorvanaHelper::checkNecessity()
 
 void CVHCorvanaHelper::offerLoginItem()
 {
-    if (m_tracks.empty() || startsAtLogin() || m_defaults.boolForKey(u"CVHLoginItemAlertSupress"_s))
+    if (m_tracks.empty() || startsAtLogin() || m_defaults.boolForKey(CVHSettingsKey::LoginItemAlertSupress))
         return;
     // Once a session: Corvana starts the helper again after every load.
     QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
@@ -303,7 +303,7 @@ void CVHCorvanaHelper::onNotificationAction(const QString &kind, const QString &
     if (key == u"start-at-login"_s)
         setStartsAtLogin(true);
     else if (key == u"dont-ask"_s)
-        m_defaults.setObject(true, u"CVHLoginItemAlertSupress"_s);
+        m_defaults.setObject(true, CVHSettingsKey::LoginItemAlertSupress);
 }
 
 bool CVHCorvanaHelper::startsAtLogin() const
@@ -364,7 +364,7 @@ void CVHCorvanaHelper::onMountsDisappeared(const QStringList &points)
             m_unavailable.insert(track.persistentID, result.outcome);
         }
     }
-    if (!lost.isEmpty() && !m_defaults.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s)) {
+    if (!lost.isEmpty() && !m_defaults.boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress)) {
         QStringList drives;
         for (const QString &point : points)
             drives.append(u"“%1”"_s.arg(QFileInfo(point).fileName()));
@@ -424,7 +424,7 @@ void CVHCorvanaHelper::onPlayerStarted()
     m_playerQuiet.start();
     repairTracks([](const CVHDependentTrack &) { return true; }, Warnings::None);
     const qsizetype n = m_unavailable.size();
-    if (n == 0 || m_defaults.boolForKey(u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s))
+    if (n == 0 || m_defaults.boolForKey(CVHSettingsKey::TracksUnavailableWhenITunesLaunchesAlertSupress))
         return;
     m_notifier->notify(u"player-started"_s, u"%1 Track%2 Unavailable in iTunes"_s.arg(count(n), plural(n)),
         n == 1 ? u"Its file is on a drive that is not connected, or cannot be found. Connect the drive, or open "

@@ -45,7 +45,7 @@ int main(int argc, char *argv[])
         return 1;
     }
     std::unique_ptr<CVHTrayItem> tray;
-    if (gui && CVHUserDefaults::standardUserDefaults().integerForKey(u"CVHShowInMenubar"_s) == 1
+    if (gui && CVHUserDefaults::standardUserDefaults().integerForKey(CVHSettingsKey::ShowInMenubar) == 1
         && QSystemTrayIcon::isSystemTrayAvailable()) {
         tray = std::make_unique<CVHTrayItem>(&helper);
         tray->show();

@@ -32,7 +32,6 @@ int main(int argc, char *argv[])
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
     QCoreApplication app(argc, argv);
     CVSettings settings(home.filePath(u"settings.conf"_s));
-    settings.registerStandardDefaults();
     CVFixedSpanRunState state;
     state.running = true;
     state.location = u"/Volumes/Archive"_s;

@@ -18,7 +18,6 @@ int main(int argc, char *argv[])
     }
     QTemporaryDir dir;
     CVSettings settings(dir.filePath(QStringLiteral("settings.conf")));
-    settings.registerStandardDefaults();
     CVLibraryManager library(&settings);
     library.setLibraryFilePath(QString::fromLocal8Bit(argv[1]));
     QElapsedTimer timer;

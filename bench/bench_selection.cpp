@@ -47,7 +47,6 @@ int main(int argc, char *argv[])
     }
     QTemporaryDir dir;
     CVSettings settings(dir.filePath(u"settings.conf"_s));
-    settings.registerStandardDefaults();
     CVLibraryManager library(&settings);
     CVFixedSelectionPanes panes;
     library.setPanes(&panes);

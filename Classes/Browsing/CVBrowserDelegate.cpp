@@ -22,9 +22,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kColumnsKey = u"NSTableView Columns CVPlaylistTrackListTable"_s;
-const QString kHiddenColumnsKey = u"NSTableView Hidden Columns CVPlaylistTrackListTable"_s;
-const QString kSortKey = u"NSTableView Sort Ordering CVPlaylistTrackListTable"_s;
+constexpr CVSettingsKey kColumnsKey = CVSettingsKey::PlaylistTrackListColumns;
+constexpr CVSettingsKey kHiddenColumnsKey = CVSettingsKey::PlaylistTrackListHiddenColumns;
+constexpr CVSettingsKey kSortKey = CVSettingsKey::PlaylistTrackListSortOrdering;
 
 using Pane = CVSelectionModel::Pane;
 
@@ -66,7 +66,7 @@ CVBrowserDelegate::CVBrowserDelegate(CVLibraryManager *library, CVSettings *sett
         m_columns[c]->setSelectedRow([this, c] { return selectedRow(c); });
     }
     m_trackModel = new CVTrackListModel(this);
-    const QString media = m_settings->stringValue(u"CVDefaultBrowserMedia"_s);
+    const QString media = m_settings->stringValue(CVSettingsKey::DefaultBrowserMedia);
     for (const QString &name : mediaNames())
         if (media.contains(name))
             m_selection->setMedia(name);
@@ -433,14 +433,14 @@ void CVBrowserDelegate::setShouldShowSpanLocationColumn(bool show)
 
 void CVBrowserDelegate::adjustBrowserForNewSize()
 {
-    const bool onTop = m_settings->boolValue(u"CVColumnBrowserOnTop"_s);
+    const bool onTop = m_settings->boolValue(CVSettingsKey::ColumnBrowserOnTop);
     if (onTop != m_window->browserOnTop())
         m_window->setBrowserOnTop(onTop);
     const int total = onTop ? m_window->centreSplitter->height() : m_window->centreSplitter->width();
     if (total <= 0)
         return;
-    const double wanted = onTop ? m_settings->realValue(u"CVBrowserTopFrameHeight"_s)
-                                : m_settings->realValue(u"CVBrowserLeftFrameWidth"_s);
+    const double wanted = onTop ? m_settings->realValue(CVSettingsKey::BrowserTopFrameHeight)
+                                : m_settings->realValue(CVSettingsKey::BrowserLeftFrameWidth);
     // The browser never squeezes the track list below a third of the space.
     const int browser = qBound(60, int(wanted), qMax(60, total * 2 / 3));
     m_window->centreSplitter->setSizes({ browser, total - browser });
@@ -449,7 +449,7 @@ void CVBrowserDelegate::adjustBrowserForNewSize()
 void CVBrowserDelegate::clearAllForReload()
 {
     // The model is cleared by its owner; the filters' buttons show what it holds now.
-    setMediaFilter(m_settings->stringValue(u"CVDefaultBrowserMedia"_s));
+    setMediaFilter(m_settings->stringValue(CVSettingsKey::DefaultBrowserMedia));
     showSpanFilter();
     m_currentBrowserSelectionObjects.clear();
     for (CVBrowserColumnModel *model : m_columns)
@@ -659,8 +659,8 @@ void CVBrowserDelegate::setTableColumns(const QStringList &identifiers)
     for (int i = 0; i < all.size(); ++i)
         header->setSectionHidden(i, !identifiers.contains(all[i].identifier));
     // Then the shown ones move into the list's order, the smart column at its end.
-    const QStringList ordered = m_settings ? CVTrackColumns::placeSmartColumn(
-                                    identifiers, int(m_settings->integerValue(u"CVTrackListSmartColumnPosition"_s)))
+    const QStringList ordered = m_settings ? CVTrackColumns::placeSmartColumn(identifiers,
+                                    int(m_settings->integerValue(CVSettingsKey::TrackListSmartColumnPosition)))
                                            : identifiers;
     int visual = 0;
     for (const QString &id : ordered) {

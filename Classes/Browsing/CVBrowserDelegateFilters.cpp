@@ -28,8 +28,8 @@ void CVBrowserDelegate::setMediaFilterAction(int buttonIndex)
 {
     const QString name = mediaNames().value(buttonIndex);
     setMediaFilter(name);
-    if (m_settings->boolValue(u"CVRememberLastBrowserMedia"_s))
-        m_settings->setValue(u"CVDefaultBrowserMedia"_s, name);
+    if (m_settings->boolValue(CVSettingsKey::RememberLastBrowserMedia))
+        m_settings->setValue(CVSettingsKey::DefaultBrowserMedia, name);
 }
 
 void CVBrowserDelegate::setMediaFilter(const QString &text)

@@ -20,7 +20,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kFrameKey = u"NSWindow Frame CVTrackInformationWindow"_s;
+constexpr CVSettingsKey kFrameKey = CVSettingsKey::TrackInformationWindowFrame;
 
 bool samePath(const QString &a, const QString &b)
 {

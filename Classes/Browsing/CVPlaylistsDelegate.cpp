@@ -24,7 +24,7 @@ CVPlaylistsDelegate::CVPlaylistsDelegate(
     , m_window(window)
     , m_model(new CVPlaylistsModel(library, this))
 {
-    m_collapsedPlaylistFolders = m_settings->mapValue(u"CVCollapsedPlaylistFolders"_s);
+    m_collapsedPlaylistFolders = m_settings->mapValue(CVSettingsKey::CollapsedPlaylistFolders);
     m_settle.setSingleShot(true);
     m_settle.setInterval(SelectionSettleMs);
     connect(&m_settle, &QTimer::timeout, this, &CVPlaylistsDelegate::selectionSettled);
@@ -88,7 +88,7 @@ CVPredicate CVPlaylistsDelegate::getPlaylistPredicate() const
 
 void CVPlaylistsDelegate::saveCollapsed()
 {
-    m_settings->setValue(u"CVCollapsedPlaylistFolders"_s, m_collapsedPlaylistFolders);
+    m_settings->setValue(CVSettingsKey::CollapsedPlaylistFolders, m_collapsedPlaylistFolders);
 }
 
 void CVPlaylistsDelegate::refreshPlaylists()
@@ -179,7 +179,7 @@ void CVPlaylistsDelegate::updateToggleTitles()
 
 QString CVPlaylistsDelegate::toggleTitle() const
 {
-    if (m_settings->boolValue(u"CVPlaylistsAreHidden"_s))
+    if (m_settings->boolValue(CVSettingsKey::PlaylistsAreHidden))
         return u"Show Playlists"_s;
     return selectedIndex().isValid() ? u"Deselect All Playlists"_s : u"Hide Playlists"_s;
 }
@@ -189,26 +189,26 @@ void CVPlaylistsDelegate::togglePlaylists(bool fromInterface)
     if (fromInterface && !m_selection->isLive())
         return;
     // With a selection, the menu item first lets it go.
-    if (fromInterface && !m_settings->boolValue(u"CVPlaylistsAreHidden"_s) && selectedIndex().isValid()) {
+    if (fromInterface && !m_settings->boolValue(CVSettingsKey::PlaylistsAreHidden) && selectedIndex().isValid()) {
         doDeselectAll();
         return;
     }
     QSplitter *splitter = m_window->mainSplitter;
     QList<int> sizes = splitter->sizes();
-    if (m_settings->boolValue(u"CVPlaylistsAreHidden"_s)) {
-        const int width = int(m_settings->realValue(u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s));
+    if (m_settings->boolValue(CVSettingsKey::PlaylistsAreHidden)) {
+        const int width = int(m_settings->realValue(CVSettingsKey::PlaylistsLeftFrameWidthBeforeSquishing));
         if (width == 0)
             return;
         m_window->playlistsPane->show();
         sizes[1] = qMax(100, sizes[1] - width);
         sizes[0] = width;
         splitter->setSizes(sizes);
-        m_settings->setValue(u"CVPlaylistsAreHidden"_s, false);
+        m_settings->setValue(CVSettingsKey::PlaylistsAreHidden, false);
     } else {
         if (sizes[0] > 0)
-            m_settings->setValue(u"CVPlaylistsLeftFrameWidthBeforeSquishing"_s, double(sizes[0]));
+            m_settings->setValue(CVSettingsKey::PlaylistsLeftFrameWidthBeforeSquishing, double(sizes[0]));
         m_window->playlistsPane->hide();
-        m_settings->setValue(u"CVPlaylistsAreHidden"_s, true);
+        m_settings->setValue(CVSettingsKey::PlaylistsAreHidden, true);
     }
     doDeselectAll();
     updateToggleTitles();
@@ -223,7 +223,7 @@ void CVPlaylistsDelegate::clearAllForReload()
 
 void CVPlaylistsDelegate::initializePlaylistTable()
 {
-    m_window->playlistsPane->setVisible(!m_settings->boolValue(u"CVPlaylistsAreHidden"_s));
+    m_window->playlistsPane->setVisible(!m_settings->boolValue(CVSettingsKey::PlaylistsAreHidden));
     refreshPlaylists();
 }
 

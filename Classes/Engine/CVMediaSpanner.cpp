@@ -234,7 +234,7 @@ CVMediaSpanner::WindowsNames CVMediaSpanner::windowsNamesMode() const
 {
     if (m_windowsNames)
         return *m_windowsNames;
-    const QString setting = m_settings ? m_settings->stringValue(u"CVWindowsFileNames"_s) : QString();
+    const QString setting = m_settings ? m_settings->stringValue(CVSettingsKey::WindowsFileNames) : QString();
     if (setting == u"always"_s)
         return WindowsNames::Always;
     if (setting == u"never"_s)
@@ -255,7 +255,7 @@ QString CVMediaSpanner::createDisplayTitleForItem(const CVTrack *track)
 
 QVariantMap CVMediaSpanner::lastTracksSpanned() const
 {
-    return m_settings ? m_settings->mapValue(u"CVLastTracksSpanned"_s) : QVariantMap();
+    return m_settings ? m_settings->mapValue(CVSettingsKey::LastTracksSpanned) : QVariantMap();
 }
 
 void CVMediaSpanner::loadPreviouslySpannedTracks()

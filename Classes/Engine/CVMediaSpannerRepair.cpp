@@ -49,7 +49,7 @@ void CVMediaSpanner::reattemptFailedSpanTracks(const QList<CVTrack *> &tracks)
         showStep(step++, m);
     }
     if (m_settings) {
-        m_settings->setValue(u"CVLastTracksSpanned"_s, working);
+        m_settings->setValue(CVSettingsKey::LastTracksSpanned, working);
         m_settings->synchronize();
     }
     verifySpannedTracks(tracks);

@@ -95,8 +95,8 @@ void CVMediaSpanner::showResultsAfterSpan()
         CVMediaSpannerThreads::onMainThreadAndWait([host] { host->setCrashedWhileSpanningLastRun(false); });
     const bool restore = m_runRestoreMode;
     if (m_runUnderWay && m_settings) {
-        const bool keep = m_settings->boolValue(u"CVAutosaveSpanLocation"_s)
-            && !m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s);
+        const bool keep = m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation)
+            && !m_settings->boolValue(CVSettingsKey::ClearSpanLocationAfterSpan);
         if (!keep && host) {
             CVMediaSpannerThreads::onMainThreadAndWait([host] {
                 if (host->restoreMode())
@@ -104,12 +104,12 @@ void CVMediaSpanner::showResultsAfterSpan()
                 host->clearSpanLocation();
             });
         }
-        m_settings->remove(u"CVSavedSpanningQueue"_s);
+        m_settings->remove(CVSettingsKey::SavedSpanningQueue);
     }
     m_spanRepairAttempts = 0;
     m_runUnderWay = false;
     if (m_settings) {
-        m_settings->setValue(u"CVIsSpanning"_s, false);
+        m_settings->setValue(CVSettingsKey::IsSpanning, false);
         m_settings->synchronize();
     }
     if (host)
@@ -136,10 +136,10 @@ void CVMediaSpanner::refreshTracks(const QList<CVTrack *> &tracks)
     CVLog::log(u"Starting locate with %1 tracks"_s.arg(k));
     if (m_settings && m_host && !m_host->restoreMode()) {
         const QString location = m_host->spanLocation();
-        QStringList history = m_settings->stringListValue(u"CVSpanLocationHistory"_s);
+        QStringList history = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory);
         history.removeAll(location);
         history.prepend(location);
-        m_settings->setValue(u"CVSpanLocationHistory"_s, history.mid(0, 5));
+        m_settings->setValue(CVSettingsKey::SpanLocationHistory, history.mid(0, 5));
     }
     setPauseSpan(false);
     Q_EMIT skipTitleChanged(u"Skip the rest…"_s);

@@ -54,10 +54,10 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     CVLog::log(u"Starting %1 with %2 tracks"_s.arg(restore ? u"restore"_s : u"span"_s).arg(n));
 
     if (m_settings && !restore) {
-        QStringList history = m_settings->stringListValue(u"CVSpanLocationHistory"_s);
+        QStringList history = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory);
         history.removeAll(m_runSpanLocation);
         history.prepend(m_runSpanLocation);
-        m_settings->setValue(u"CVSpanLocationHistory"_s, history.mid(0, 5));
+        m_settings->setValue(CVSettingsKey::SpanLocationHistory, history.mid(0, 5));
     }
     m_spanRepairAttempts = 0;
     m_trashedFileCount = 0;
@@ -77,8 +77,8 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
     if (m_settings) {
         // Written to disk together with the in-flight map below: a crash must never find the
         // run marked without the map of the tracks it moves.
-        m_settings->setValue(u"CVIsSpanning"_s, true);
-        m_settings->setValue(u"CVLastSpanLocation"_s, restore ? u"CVRestoreMode"_s : m_runSpanLocation);
+        m_settings->setValue(CVSettingsKey::IsSpanning, true);
+        m_settings->setValue(CVSettingsKey::LastSpanLocation, restore ? u"CVRestoreMode"_s : m_runSpanLocation);
     }
 
     Q_EMIT progressChanged(0, 0, true);
@@ -116,7 +116,7 @@ void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
             inFlight.insert(track->text(CVAttr::PersistentID), current);
         }
         if (m_settings)
-            m_settings->setValue(u"CVLastTracksSpanned"_s, inFlight);
+            m_settings->setValue(CVSettingsKey::LastTracksSpanned, inFlight);
         m_previouslySpannedTracks.clear();
         for (auto it = inFlight.cbegin(); it != inFlight.cend(); ++it)
             m_previouslySpannedTracks.insert(it.key(), it.value().toString());

@@ -246,7 +246,7 @@ void CVMediaSpanner::verifySpannedTracks(const QList<CVTrack *> &tracks)
         showResultsAfterSpan();
         return;
     }
-    const qint64 allowed = m_settings ? m_settings->integerValue(u"CVFullSpanReattempts"_s) : 2;
+    const qint64 allowed = m_settings ? m_settings->integerValue(CVSettingsKey::FullSpanReattempts) : 2;
     if (m_spanRepairAttempts >= allowed) {
         resolveFailedSpanTracks(failed);
         showResultsAfterSpan();

@@ -363,7 +363,8 @@ void CVStrawberryPlayerLink::quit()
     if (!applyJournal(&error))
         return;
     // Not playing: nothing for the run's end to play again, but the user may want it back.
-    if (m_before.running && m_before.state == StateStopped && CVSettings().boolValue(u"CVRelaunchPlayerAfterRun"_s)) {
+    if (m_before.running && m_before.state == StateStopped
+        && CVSettings().boolValue(CVSettingsKey::RelaunchPlayerAfterRun)) {
         m_before = {};
         launch();
     }

@@ -44,7 +44,7 @@ QString CVLibraryManager::player() const
 {
     if (!m_player.isEmpty())
         return m_player;
-    const QString preference = m_settings ? m_settings->stringValue(u"Player"_s) : QString();
+    const QString preference = m_settings ? m_settings->stringValue(CVSettingsKey::Player) : QString();
     return CVPlayerLibraryFile::isPlayerName(preference) ? preference
                                                          : QString::fromLatin1(CVPlayerLibraryFile::PlayerAuto);
 }
@@ -104,7 +104,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     CVLibraryFileReader::Options options;
     options.crashedWhileSpanning = crashedWhileSpanning;
     if (crashedWhileSpanning && m_settings) {
-        const QVariantMap last = m_settings->mapValue(u"CVLastTracksSpanned"_s);
+        const QVariantMap last = m_settings->mapValue(CVSettingsKey::LastTracksSpanned);
         for (auto it = last.cbegin(); it != last.cend(); ++it)
             options.lastTracksSpanned.insert(it.key(), it.value().toString());
     }
@@ -181,6 +181,6 @@ QString CVLibraryManager::customSortStringForKey(const QString &key, const QVari
 
 QString CVLibraryManager::createDisplayTitleForPath(const QString &path) const
 {
-    const QString startup = m_settings ? m_settings->stringValue(u"CVStartupDriveName"_s) : u"Computer"_s;
+    const QString startup = m_settings ? m_settings->stringValue(CVSettingsKey::StartupDriveName) : u"Computer"_s;
     return CVFormatters::createDisplayTitleForPath(path, startup);
 }

@@ -259,7 +259,7 @@ QString CVSelection::getSearchPredicate() const
 {
     if (m_searchString.isEmpty())
         return u""_s;
-    const QStringList fields = m_settings ? m_settings->stringListValue(u"CVSearchFields"_s) : QStringList();
+    const QStringList fields = m_settings ? m_settings->stringListValue(CVSettingsKey::SearchFields) : QStringList();
     if (m_searchString == m_searchPredicateText && fields == m_searchPredicateFields && !m_searchPredicateText.isNull())
         return m_searchPredicate;
     QString text = makeSafe(m_searchString);
@@ -470,7 +470,7 @@ void CVSelection::prepareLists()
 {
     // The texts the first lists and counts look at: sorted and shown in the browser columns,
     // the media type that the media filters count.
-    const bool albumArtists = m_settings && m_settings->boolValue(u"CVUseAlbumArtistsInBrowser"_s);
+    const bool albumArtists = m_settings && m_settings->boolValue(CVSettingsKey::UseAlbumArtistsInBrowser);
     std::vector<std::vector<CVAttr>> sets { { CVAttr::MediaType }, { CVAttr::SortGenre }, { CVAttr::Genre },
         { CVAttr::Artist }, { CVAttr::Album } };
     if (albumArtists) {
@@ -825,8 +825,8 @@ CVBrowserList CVSelection::getBrowserListForField(
     const QString &field, const QString &column, const QString &sortField, const CVTrackList &sourceOrNull)
 {
     const CVTrackList source = sourceOrNull ? sourceOrNull : m_all;
-    const bool group = m_settings && m_settings->boolValue(u"CVGroupCompilationsInBrowser"_s);
-    const bool albumArtists = m_settings && m_settings->boolValue(u"CVUseAlbumArtistsInBrowser"_s);
+    const bool group = m_settings && m_settings->boolValue(CVSettingsKey::GroupCompilationsInBrowser);
+    const bool albumArtists = m_settings && m_settings->boolValue(CVSettingsKey::UseAlbumArtistsInBrowser);
     const QString key = u"%1-%2-%3-%4-%5"_s.arg(
         field, column, sortField, group ? u"GroupCompilations"_s : u""_s, albumArtists ? u"UseAlbumArtists"_s : u""_s);
     const quint64 generation = m_generation;

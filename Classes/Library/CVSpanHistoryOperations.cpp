@@ -183,7 +183,7 @@ void CVLibraryManager::setSpanInformationForSpannedManagedObject(CVSpanRecord *r
     bool inFlight = false;
     if (m_runState && m_runState->crashedWhileSpanningLastRun() && m_settings) {
         if (!m_inFlightTracks) {
-            const QVariantMap map = m_settings->mapValue(u"CVLastTracksSpanned"_s);
+            const QVariantMap map = m_settings->mapValue(CVSettingsKey::LastTracksSpanned);
             m_inFlightTracks = QSet<QString>(map.keyBegin(), map.keyEnd());
         }
         inFlight = m_inFlightTracks->contains(record->text(CVSpanAttr::PersistentID))

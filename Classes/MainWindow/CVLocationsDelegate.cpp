@@ -25,7 +25,7 @@ CVLocationsDelegate::CVLocationsDelegate(CVLibraryManager *library, CVSettings *
     , m_selection(selection)
     , m_window(window)
     , m_links(std::move(links))
-    , m_model(new CVLocationsModel(library, settings->stringValue(u"CVStartupDriveName"_s), this))
+    , m_model(new CVLocationsModel(library, settings->stringValue(CVSettingsKey::StartupDriveName), this))
 {
     m_settle.setSingleShot(true);
     m_settle.setInterval(SelectionSettleMs);
@@ -100,7 +100,7 @@ CVPredicate CVLocationsDelegate::getLocationPredicate() const
 
 void CVLocationsDelegate::saveExpanded()
 {
-    m_settings->setValue(u"CVExpandedLocations"_s, m_expandedLocations);
+    m_settings->setValue(CVSettingsKey::ExpandedLocations, m_expandedLocations);
 }
 
 void CVLocationsDelegate::addLocationToExpand(const QString &path)
@@ -129,7 +129,7 @@ void CVLocationsDelegate::addLocationToExpand(const QString &path)
 
 void CVLocationsDelegate::initializeLocationsTable()
 {
-    if (!m_settings->contains(u"CVExpandedLocations"_s)) {
+    if (!m_settings->contains(CVSettingsKey::ExpandedLocations)) {
         m_expandedLocations.clear();
         m_expandedLocations.insert(u"locations"_s, u""_s);
         if (const auto media = m_library->iTunesMediaPath())
@@ -138,9 +138,9 @@ void CVLocationsDelegate::initializeLocationsTable()
             addLocationToExpand(base);
         saveExpanded();
     } else {
-        m_expandedLocations = m_settings->mapValue(u"CVExpandedLocations"_s);
+        m_expandedLocations = m_settings->mapValue(CVSettingsKey::ExpandedLocations);
     }
-    m_window->locationsPane->setVisible(!m_settings->boolValue(u"CVLocationsAreHidden"_s));
+    m_window->locationsPane->setVisible(!m_settings->boolValue(CVSettingsKey::LocationsAreHidden));
     refreshLocations();
 }
 
@@ -235,7 +235,7 @@ void CVLocationsDelegate::doDeselectAll()
 
 QString CVLocationsDelegate::toggleTitle() const
 {
-    if (m_settings->boolValue(u"CVLocationsAreHidden"_s))
+    if (m_settings->boolValue(CVSettingsKey::LocationsAreHidden))
         return u"Show Locations"_s;
     return selectedIndex().isValid() ? u"Deselect All Locations"_s : u"Hide Locations"_s;
 }
@@ -244,26 +244,26 @@ void CVLocationsDelegate::toggleLocations(bool fromInterface)
 {
     if (fromInterface && !m_selection->isLive())
         return;
-    if (fromInterface && !m_settings->boolValue(u"CVLocationsAreHidden"_s) && selectedIndex().isValid()) {
+    if (fromInterface && !m_settings->boolValue(CVSettingsKey::LocationsAreHidden) && selectedIndex().isValid()) {
         doDeselectAll();
         return;
     }
     QSplitter *splitter = m_window->mainSplitter;
     QList<int> sizes = splitter->sizes();
-    if (m_settings->boolValue(u"CVLocationsAreHidden"_s)) {
-        const int width = int(m_settings->realValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s));
+    if (m_settings->boolValue(CVSettingsKey::LocationsAreHidden)) {
+        const int width = int(m_settings->realValue(CVSettingsKey::LocationsRightFrameWidthBeforeSquishing));
         m_window->locationsPane->show();
         if (width > 0) {
             sizes[1] = qMax(100, sizes[1] - width);
             sizes[2] = width;
             splitter->setSizes(sizes);
         }
-        m_settings->setValue(u"CVLocationsAreHidden"_s, false);
+        m_settings->setValue(CVSettingsKey::LocationsAreHidden, false);
     } else {
         if (sizes[2] > 0)
-            m_settings->setValue(u"CVLocationsRightFrameWidthBeforeSquishing"_s, double(sizes[2]));
+            m_settings->setValue(CVSettingsKey::LocationsRightFrameWidthBeforeSquishing, double(sizes[2]));
         m_window->locationsPane->hide();
-        m_settings->setValue(u"CVLocationsAreHidden"_s, true);
+        m_settings->setValue(CVSettingsKey::LocationsAreHidden, true);
     }
     if (QAction *a = m_window->action(u"toggleLocations"_s))
         a->setText(toggleTitle());

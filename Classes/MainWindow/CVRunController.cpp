@@ -336,14 +336,14 @@ void CVRunController::leaveResultsView()
 
 void CVRunController::refreshDonateStatus()
 {
-    m_window->resultsView->setDonateText(m_settings->boolValue(u"CVUserClickedDonate"_s)
+    m_window->resultsView->setDonateText(m_settings->boolValue(CVSettingsKey::UserClickedDonate)
             ? u"Thanks for using Corvana!"_s
             : u"Thanks for using Corvana! Donations appreciated."_s);
 }
 
 void CVRunController::donateAction()
 {
-    m_settings->setValue(u"CVUserClickedDonate"_s, true);
+    m_settings->setValue(CVSettingsKey::UserClickedDonate, true);
     refreshDonateStatus();
     QDesktopServices::openUrl(QUrl(donationPageUrl()));
 }
@@ -352,7 +352,7 @@ void CVRunController::donateAction()
 
 void CVRunController::showCrashWhileRunningSheet()
 {
-    const bool restore = m_settings->stringValue(u"CVLastSpanLocation"_s) == u"CVRestoreMode"_s;
+    const bool restore = m_settings->stringValue(CVSettingsKey::LastSpanLocation) == u"CVRestoreMode"_s;
     CVAlert alert;
     alert.title = u"\nCorvana Crashed While %1!\n\nDon't Panic!"_s.arg(restore ? u"Restoring"_s : u"Spanning"_s);
     alert.defaultButton = u"%1 Now"_s.arg(restore ? u"Re-restore"_s : u"Respan"_s);

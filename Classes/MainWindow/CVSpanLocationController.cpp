@@ -71,8 +71,9 @@ void CVSpanLocationController::setSpanLocation(const QString &path, bool checkIt
         = path == u"/Network"_s || path == u"/Volumes"_s || CVVolumes::isDriveContainer(path) ? QString() : path;
     reloadSpanLocatonInformation();
     Q_EMIT locationChanged(m_spanLocation);
-    if (m_settings->boolValue(u"CVAutosaveSpanLocation"_s)) {
-        m_settings->setValue(u"CVSavedSpanLocation"_s, m_context.restoreMode() ? u"CVRestoreMode"_s : m_spanLocation);
+    if (m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation)) {
+        m_settings->setValue(
+            CVSettingsKey::SavedSpanLocation, m_context.restoreMode() ? u"CVRestoreMode"_s : m_spanLocation);
         m_settings->synchronize();
     }
     if (!checkIt || m_spanLocation.isEmpty() || !m_context.spanner())
@@ -80,7 +81,7 @@ void CVSpanLocationController::setSpanLocation(const QString &path, bool checkIt
     // The advice about a newly chosen folder; each answer is final (no second check).
     const CVSpanChecks checks(*m_context.spanner(), *m_library);
     const CVSpanChecks::LocationCheck check = checks.checkSpanLocation(m_spanLocation, m_library->getBaseSpanPaths(),
-        m_library->iTunesMediaPath().value_or(QString()), m_settings->stringValue(u"CVStartupDriveName"_s));
+        m_library->iTunesMediaPath().value_or(QString()), m_settings->stringValue(CVSettingsKey::StartupDriveName));
     if (check.advice == CVSpanChecks::Advice::None)
         return;
     const QString location = m_spanLocation;
@@ -201,27 +202,27 @@ void CVSpanLocationController::spanLocationDropped(const QString &path)
 
 QStringList CVSpanLocationController::spanLocationHistory() const
 {
-    return m_settings->stringListValue(u"CVSpanLocationHistory"_s).mid(0, kHistoryLength);
+    return m_settings->stringListValue(CVSettingsKey::SpanLocationHistory).mid(0, kHistoryLength);
 }
 
 void CVSpanLocationController::addLocationToHistory(const QString &path)
 {
     if (path.isEmpty())
         return;
-    QStringList history = m_settings->stringListValue(u"CVSpanLocationHistory"_s);
+    QStringList history = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory);
     history.removeAll(path);
     history.prepend(path);
-    m_settings->setValue(u"CVSpanLocationHistory"_s, history.mid(0, kHistoryLength));
+    m_settings->setValue(CVSettingsKey::SpanLocationHistory, history.mid(0, kHistoryLength));
 }
 
 void CVSpanLocationController::addOrRemoveLocationToHistory()
 {
     if (m_spanLocation.isEmpty())
         return;
-    QStringList history = m_settings->stringListValue(u"CVSpanLocationHistory"_s);
+    QStringList history = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory);
     if (history.contains(m_spanLocation)) {
         history.removeAll(m_spanLocation);
-        m_settings->setValue(u"CVSpanLocationHistory"_s, history);
+        m_settings->setValue(CVSettingsKey::SpanLocationHistory, history);
     } else {
         addLocationToHistory(m_spanLocation);
     }
@@ -231,9 +232,9 @@ void CVSpanLocationController::setSpanLocationFromHistory(const QString &path)
 {
     // With Alt held an entry leaves the history instead.
     if (QApplication::keyboardModifiers() & Qt::AltModifier) {
-        QStringList history = m_settings->stringListValue(u"CVSpanLocationHistory"_s);
+        QStringList history = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory);
         history.removeAll(path);
-        m_settings->setValue(u"CVSpanLocationHistory"_s, history);
+        m_settings->setValue(CVSettingsKey::SpanLocationHistory, history);
         return;
     }
     if (m_context.restoreMode() || m_context.crashedWhileSpanning())
@@ -249,7 +250,7 @@ void CVSpanLocationController::clearSpanLocationHistory()
     alert.alternateButton = u"Cancel"_s;
     m_presenter->beginSheet(alert, [this](int returnCode) {
         if (returnCode == CVPresenter::DefaultReturn)
-            m_settings->remove(u"CVSpanLocationHistory"_s);
+            m_settings->remove(CVSettingsKey::SpanLocationHistory);
     });
 }
 
@@ -313,7 +314,7 @@ void CVSpanLocationController::fillSpanLocationContextMenu(QMenu *menu)
         &CVSpanLocationController::showLocationInFinder);
     connect(menu->addAction(u"Clear Location"_s), &QAction::triggered, this, [this] { clearSpanLocation(); });
     menu->addSeparator();
-    const bool inHistory = m_settings->stringListValue(u"CVSpanLocationHistory"_s).contains(m_spanLocation);
+    const bool inHistory = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory).contains(m_spanLocation);
     connect(menu->addAction(inHistory ? u"Remove from Location History"_s : u"Add to Location History"_s),
         &QAction::triggered, this, &CVSpanLocationController::addOrRemoveLocationToHistory);
 }

@@ -89,8 +89,8 @@ void CVSpanQueue::contentsChanged()
 void CVSpanQueue::save()
 {
     m_predicate = predicateForField(u"PersistentID"_s);
-    if (m_settings->boolValue(u"CVAutosaveSpanningQueue"_s)) {
-        m_settings->setValue(u"CVSavedSpanningQueue"_s, CVPredicateArchive::archive(m_predicate));
+    if (m_settings->boolValue(CVSettingsKey::AutosaveSpanningQueue)) {
+        m_settings->setValue(CVSettingsKey::SavedSpanningQueue, CVPredicateArchive::archive(m_predicate));
         m_settings->synchronize();
     }
 }

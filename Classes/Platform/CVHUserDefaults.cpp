@@ -3,7 +3,10 @@
 #include "Platform/CVSettings.h"
 
 #include <QDir>
+#include <QSettings>
 #include <QStandardPaths>
+
+#include <array>
 
 using namespace Qt::StringLiterals;
 
@@ -26,17 +29,26 @@ CVHUserDefaults &CVHUserDefaults::standardUserDefaults()
     return defaults;
 }
 
-QVariantMap CVHUserDefaults::helperDefaults()
+std::span<const CVHUserDefaults::KeyInfo> CVHUserDefaults::keyTable()
 {
-    return {
-        { u"CVHShowInMenubar"_s, 1 },
-        { u"CVHAllowedToAlwaysRun"_s, 0 },
-        { u"CVHLoginItemAlertSupress"_s, false },
-        { u"CVHNotNecessaryAlertSupress"_s, false },
-        { u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s, false },
-        { u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s, true },
-        { u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s, false },
-    };
+    using Key = CVHSettingsKey;
+    static const std::array<KeyInfo, std::size_t(Key::Count)> keys { {
+        { Key::ShowInMenubar, u"CVHShowInMenubar"_s, 1 },
+        { Key::AllowedToAlwaysRun, u"CVHAllowedToAlwaysRun"_s, 0 },
+        { Key::LoginItemAlertSupress, u"CVHLoginItemAlertSupress"_s, false },
+        { Key::NotNecessaryAlertSupress, u"CVHNotNecessaryAlertSupress"_s, false },
+        { Key::TracksUnavailableWhenITunesLaunchesAlertSupress, u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s,
+            false },
+        { Key::TracksUnavailableWhenDrivesUnmountAlertSupress, u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s,
+            true },
+        { Key::TracksUnavailableWhenFilesMissingAlertSupress, u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s,
+            false },
+        // The helper had dependent tracks at its last look: it says when it is no longer needed.
+        { Key::HadDependentTracks, u"CVHHadDependentTracks"_s, {} },
+        // The program that installed the helper, which the helper opens.
+        { Key::CorvanaApplication, u"CVHCorvanaApplication"_s, {} },
+    } };
+    return keys;
 }
 
 QString CVHUserDefaults::filePathForIdentifier(const QString &identifier)
@@ -50,7 +62,6 @@ QString CVHUserDefaults::filePathForIdentifier(const QString &identifier)
 }
 
 CVHUserDefaults::CVHUserDefaults(const QString &identifier)
-    : m_defaults(helperDefaults())
 {
     setIdentifier(identifier);
 }
@@ -60,73 +71,66 @@ CVHUserDefaults::~CVHUserDefaults() = default;
 void CVHUserDefaults::setIdentifier(const QString &identifier)
 {
     m_identifier = identifier;
-    m_settings = std::make_unique<CVSettings>(filePathForIdentifier(identifier));
-    m_settings->registerDefaults(m_defaults);
+    m_settings = std::make_unique<QSettings>(filePathForIdentifier(identifier), QSettings::IniFormat);
 }
 
 QString CVHUserDefaults::filePath() const
 {
-    return m_settings->filePath();
+    return m_settings->fileName();
 }
 
-void CVHUserDefaults::registerDefaults(const QVariantMap &defaults)
-{
-    for (auto it = defaults.cbegin(); it != defaults.cend(); ++it)
-        m_defaults.insert(it.key(), it.value());
-    m_settings->registerDefaults(defaults);
-}
-
-QVariant CVHUserDefaults::objectForKey(const QString &key)
+QVariant CVHUserDefaults::objectForKey(CVHSettingsKey key)
 {
     synchronize();
-    return m_settings->value(key);
+    const KeyInfo &entry = keyTable()[std::size_t(key)];
+    return m_settings->contains(entry.name) ? m_settings->value(entry.name) : entry.defaultValue;
 }
 
-void CVHUserDefaults::setObject(const QVariant &value, const QString &key)
+void CVHUserDefaults::setObject(const QVariant &value, CVHSettingsKey entry)
 {
+    const QString key = name(entry);
     synchronize();
     if (!value.isValid()) {
-        removeObjectForKey(key);
+        removeObjectForKey(entry);
         return;
     }
     if (m_settings->contains(key) && sameStoredValue(m_settings->value(key), value))
         return;
     m_settings->setValue(key, value);
-    m_settings->synchronize();
+    m_settings->sync();
 }
 
-void CVHUserDefaults::removeObjectForKey(const QString &key)
+void CVHUserDefaults::removeObjectForKey(CVHSettingsKey entry)
 {
+    const QString key = name(entry);
     synchronize();
     if (!m_settings->contains(key))
         return;
     m_settings->remove(key);
-    m_settings->synchronize();
+    m_settings->sync();
 }
 
-qint64 CVHUserDefaults::integerForKey(const QString &key)
+qint64 CVHUserDefaults::integerForKey(CVHSettingsKey key)
 {
-    synchronize();
-    return m_settings->integerValue(key);
+    return CVSettings::toInteger(objectForKey(key));
 }
 
-bool CVHUserDefaults::boolForKey(const QString &key)
+bool CVHUserDefaults::boolForKey(CVHSettingsKey key)
 {
-    synchronize();
-    return m_settings->boolValue(key);
+    return CVSettings::toBool(objectForKey(key));
 }
 
 void CVHUserDefaults::synchronize()
 {
     // Writes what is pending and takes in what the other program wrote since.
-    m_settings->synchronize();
+    m_settings->sync();
 }
 
 QVariantMap CVHUserDefaults::dictionaryValue()
 {
     synchronize();
     QVariantMap values;
-    for (const QString &key : m_settings->storedKeys())
+    for (const QString &key : m_settings->allKeys())
         values.insert(key, m_settings->value(key));
     return values;
 }

@@ -238,7 +238,7 @@ void CVHelperApplicationControl::launchCorvanaHelper()
     // A Corvana with a window is the one the helper's "Open Corvana" starts.
     if (QCoreApplication::instance() && QCoreApplication::instance()->inherits("QGuiApplication"))
         CVHUserDefaults::standardUserDefaults().setObject(
-            QCoreApplication::applicationFilePath(), u"CVHCorvanaApplication"_s);
+            QCoreApplication::applicationFilePath(), CVHSettingsKey::CorvanaApplication);
     QString error;
     if (!startInstalledHelper(&error))
         CVLog::log(error);

@@ -34,12 +34,12 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     saveQueue = offOn(this, u"saveQueue"_s);
     addRow(u"Save the spanning queue:"_s, saveQueue);
     connect(saveQueue, &CVSegmentedControl::segmentClicked, this,
-        [this](int segment) { m_settings->setValue(u"CVAutosaveSpanningQueue"_s, segment == 1); });
+        [this](int segment) { m_settings->setValue(CVSettingsKey::AutosaveSpanningQueue, segment == 1); });
 
     saveSpanLocation = offOn(this, u"saveSpanLocation"_s);
     addRow(u"Save the span location:"_s, saveSpanLocation);
     connect(saveSpanLocation, &CVSegmentedControl::segmentClicked, this, [this](int segment) {
-        m_settings->setValue(u"CVAutosaveSpanLocation"_s, segment == 1);
+        m_settings->setValue(CVSettingsKey::AutosaveSpanLocation, segment == 1);
         reloadNibOutlets();
     });
 
@@ -47,7 +47,7 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     clearSpanLocation->setObjectName(u"clearSpanLocation"_s);
     addRow({}, clearSpanLocation);
     connect(clearSpanLocation, &QCheckBox::clicked, this,
-        [this](bool checked) { m_settings->setValue(u"CVClearSpanLocationAfterSpan"_s, checked); });
+        [this](bool checked) { m_settings->setValue(CVSettingsKey::ClearSpanLocationAfterSpan, checked); });
 
     QStringList counts;
     for (int i = 0; i <= MaximumReattempts; ++i)
@@ -62,7 +62,7 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     windowsFileNames->setObjectName(u"windowsFileNames"_s);
     addRow(u"Windows-safe file names:"_s, windowsFileNames);
     connect(windowsFileNames, &CVSegmentedControl::segmentClicked, this,
-        [this](int segment) { m_settings->setValue(u"CVWindowsFileNames"_s, kWindowsNames.value(segment)); });
+        [this](int segment) { m_settings->setValue(CVSettingsKey::WindowsFileNames, kWindowsNames.value(segment)); });
     auto *namesNote = new QLabel(u"“When Needed” follows the span location's file system."_s, this);
     namesNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, namesNote);
@@ -73,7 +73,7 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     player->setObjectName(u"player"_s);
     addRow(u"Player:"_s, player);
     connect(player, &CVSegmentedControl::segmentClicked, this,
-        [this](int segment) { m_settings->setValue(u"Player"_s, kPlayers.value(segment)); });
+        [this](int segment) { m_settings->setValue(CVSettingsKey::Player, kPlayers.value(segment)); });
     auto *playerNote = new QLabel(u"A new choice of player takes effect at the next reload of the library."_s, this);
     playerNote->setForegroundRole(QPalette::PlaceholderText);
     addRow({}, playerNote);
@@ -82,41 +82,39 @@ AdvancedPreferences::AdvancedPreferences(CVSettings *settings, QWidget *parent)
     relaunchPlayer->setObjectName(u"relaunchPlayer"_s);
     addRow({}, relaunchPlayer);
     connect(relaunchPlayer, &QCheckBox::clicked, this,
-        [this](bool checked) { m_settings->setValue(u"CVRelaunchPlayerAfterRun"_s, checked); });
+        [this](bool checked) { m_settings->setValue(CVSettingsKey::RelaunchPlayerAfterRun, checked); });
 
     // A run may start or end while the pane is open.
-    connect(m_settings, &CVSettings::valueChanged, this, [this](const QString &key) {
-        if (key == u"CVIsSpanning"_s)
-            updateReattemptsEnabled();
-    });
+    m_settings->observe(CVSettingsKey::IsSpanning, this, [this] { updateReattemptsEnabled(); });
 }
 
 void AdvancedPreferences::reloadNibOutlets()
 {
-    saveQueue->setSelectedSegment(m_settings->boolValue(u"CVAutosaveSpanningQueue"_s) ? 1 : 0);
-    const bool saveLocation = m_settings->boolValue(u"CVAutosaveSpanLocation"_s);
+    saveQueue->setSelectedSegment(m_settings->boolValue(CVSettingsKey::AutosaveSpanningQueue) ? 1 : 0);
+    const bool saveLocation = m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation);
     saveSpanLocation->setSelectedSegment(saveLocation ? 1 : 0);
     // Without a saved location there is nothing to keep, so the box shows what happens anyway.
     clearSpanLocation->setEnabled(saveLocation);
-    clearSpanLocation->setChecked(!saveLocation || m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s));
-    reattempts->setSelectedSegment(int(m_settings->integerValue(u"CVFullSpanReattempts"_s)));
+    clearSpanLocation->setChecked(!saveLocation || m_settings->boolValue(CVSettingsKey::ClearSpanLocationAfterSpan));
+    reattempts->setSelectedSegment(int(m_settings->integerValue(CVSettingsKey::FullSpanReattempts)));
     updateReattemptsEnabled();
-    windowsFileNames->setSelectedSegment(int(kWindowsNames.indexOf(m_settings->stringValue(u"CVWindowsFileNames"_s))));
-    player->setSelectedSegment(int(kPlayers.indexOf(m_settings->stringValue(u"Player"_s))));
-    relaunchPlayer->setChecked(m_settings->boolValue(u"CVRelaunchPlayerAfterRun"_s));
+    windowsFileNames->setSelectedSegment(
+        int(kWindowsNames.indexOf(m_settings->stringValue(CVSettingsKey::WindowsFileNames))));
+    player->setSelectedSegment(int(kPlayers.indexOf(m_settings->stringValue(CVSettingsKey::Player))));
+    relaunchPlayer->setChecked(m_settings->boolValue(CVSettingsKey::RelaunchPlayerAfterRun));
 }
 
 void AdvancedPreferences::setFullSpanReattempts(int segment)
 {
     // The run under way reads the count as it goes.
-    if (m_settings->boolValue(u"CVIsSpanning"_s)) {
-        reattempts->setSelectedSegment(int(m_settings->integerValue(u"CVFullSpanReattempts"_s)));
+    if (m_settings->boolValue(CVSettingsKey::IsSpanning)) {
+        reattempts->setSelectedSegment(int(m_settings->integerValue(CVSettingsKey::FullSpanReattempts)));
         return;
     }
-    m_settings->setValue(u"CVFullSpanReattempts"_s, segment);
+    m_settings->setValue(CVSettingsKey::FullSpanReattempts, segment);
 }
 
 void AdvancedPreferences::updateReattemptsEnabled()
 {
-    reattempts->setEnabled(!m_settings->boolValue(u"CVIsSpanning"_s));
+    reattempts->setEnabled(!m_settings->boolValue(CVSettingsKey::IsSpanning));
 }

@@ -20,7 +20,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kSmartPositionKey = u"CVTrackListSmartColumnPosition"_s;
+constexpr CVSettingsKey kSmartPositionKey = CVSettingsKey::TrackListSmartColumnPosition;
 
 } // namespace
 
@@ -89,8 +89,8 @@ CVColumnDisplayOptionDelegate::CVColumnDisplayOptionDelegate(
     connect(tokenView->selectionModel(), &QItemSelectionModel::currentChanged, this,
         &CVColumnDisplayOptionDelegate::updateButtons);
     // A column dragged in the track list itself shows here too.
-    connect(m_settings, &CVSettings::valueChanged, this, [this](const QString &key) {
-        if (!m_applying && isVisible() && key.startsWith(u"NSTableView Columns "_s))
+    m_settings->observe(CVSettingsKey::PlaylistTrackListColumns, this, [this] {
+        if (!m_applying && isVisible())
             reloadTokens();
     });
 
@@ -115,7 +115,7 @@ CVColumnDisplayOptionDelegate::CVColumnDisplayOptionDelegate(
 
 void CVColumnDisplayOptionDelegate::showEvent(QShowEvent *event)
 {
-    const QStringList frame = m_settings->stringValue(QString::fromLatin1(FrameKey)).split(u' ');
+    const QStringList frame = m_settings->stringValue(FrameKey).split(u' ');
     if (frame.size() == 4 && frame[2].toInt() > 0 && frame[3].toInt() > 0)
         setGeometry(frame[0].toInt(), frame[1].toInt(), frame[2].toInt(), frame[3].toInt());
     reloadTokens();
@@ -125,8 +125,7 @@ void CVColumnDisplayOptionDelegate::showEvent(QShowEvent *event)
 void CVColumnDisplayOptionDelegate::hideEvent(QHideEvent *event)
 {
     const QRect g = geometry();
-    m_settings->setValue(
-        QString::fromLatin1(FrameKey), u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
+    m_settings->setValue(FrameKey, u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
     QDialog::hideEvent(event);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/CVSettings.h"
 #include <QDialog>
 
 class CVBrowserDelegate;
@@ -17,7 +18,7 @@ class CVColumnDisplayOptionDelegate : public QDialog {
     Q_OBJECT
 
 public:
-    static constexpr auto FrameKey = "NSWindow Frame CVColumnDisplayOptionsWindow";
+    static constexpr auto FrameKey = CVSettingsKey::ColumnDisplayOptionsWindowFrame;
 
     CVColumnDisplayOptionDelegate(CVSettings *settings, CVBrowserDelegate *browser, QWidget *parent = nullptr);
 

@@ -65,7 +65,7 @@ bool CVHelpWindow::showPage(const QString &page)
 {
     if (!m_placed) {
         m_placed = true;
-        const QStringList frame = m_settings->stringValue(QString::fromLatin1(FrameKey)).split(u' ');
+        const QStringList frame = m_settings->stringValue(FrameKey).split(u' ');
         if (frame.size() == 4 && frame[2].toInt() > 0 && frame[3].toInt() > 0)
             setGeometry(frame[0].toInt(), frame[1].toInt(), frame[2].toInt(), frame[3].toInt());
     }
@@ -88,7 +88,6 @@ bool CVHelpWindow::showPage(const QString &page)
 void CVHelpWindow::hideEvent(QHideEvent *event)
 {
     const QRect g = geometry();
-    m_settings->setValue(
-        QString::fromLatin1(FrameKey), u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
+    m_settings->setValue(FrameKey, u"%1 %2 %3 %4"_s.arg(g.x()).arg(g.y()).arg(g.width()).arg(g.height()));
     QDialog::hideEvent(event);
 }

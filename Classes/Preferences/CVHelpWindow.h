@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/CVSettings.h"
 #include <QDialog>
 
 class CVSettings;
@@ -12,7 +13,7 @@ class CVHelpWindow : public QDialog {
     Q_OBJECT
 
 public:
-    static constexpr auto FrameKey = "NSWindow Frame CVHelpWindow";
+    static constexpr auto FrameKey = CVSettingsKey::HelpWindowFrame;
 
     explicit CVHelpWindow(CVSettings *settings, QWidget *parent = nullptr);
 

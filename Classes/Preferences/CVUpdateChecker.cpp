@@ -29,14 +29,11 @@ CVUpdateChecker::CVUpdateChecker(CVSettings *settings, const QString &currentVer
     , m_currentVersion(currentVersion)
     , m_network(new QNetworkAccessManager(this))
 {
-    m_settings->registerDefaults(
-        { { u"SUFeedURL"_s, builtInFeedUrl().toString() }, { u"SUEnableAutomaticChecks"_s, true } });
     m_timer.setSingleShot(true);
     connect(&m_timer, &QTimer::timeout, this, [this] { checkForUpdates(false); });
-    connect(m_settings, &CVSettings::valueChanged, this, [this](const QString &key) {
-        if (key == u"SUEnableAutomaticChecks"_s || key == u"SUScheduledCheckInterval"_s || key == u"SUFeedURL"_s)
-            schedule();
-    });
+    for (const CVSettingsKey key :
+        { CVSettingsKey::SUEnableAutomaticChecks, CVSettingsKey::SUScheduledCheckInterval, CVSettingsKey::SUFeedURL })
+        m_settings->observe(key, this, [this] { schedule(); });
 }
 
 CVUpdateChecker::~CVUpdateChecker()
@@ -52,7 +49,9 @@ QUrl CVUpdateChecker::builtInFeedUrl()
 
 QUrl CVUpdateChecker::feedUrl() const
 {
-    const QUrl url(m_settings->stringValue(u"SUFeedURL"_s));
+    const QUrl url = m_settings->contains(CVSettingsKey::SUFeedURL)
+        ? QUrl(m_settings->stringValue(CVSettingsKey::SUFeedURL))
+        : builtInFeedUrl();
     return url.isValid() && (url.scheme() == u"https"_s || url.scheme() == u"http"_s) ? url : QUrl();
 }
 
@@ -85,7 +84,7 @@ void CVUpdateChecker::finished()
     reply->deleteLater();
     Result result;
     result.userInitiated = m_userInitiated;
-    m_settings->setValue(u"SULastCheckTime"_s, QDateTime::currentSecsSinceEpoch());
+    m_settings->setValue(CVSettingsKey::SULastCheckTime, QDateTime::currentSecsSinceEpoch());
     if (reply->error() != QNetworkReply::NoError) {
         const bool timedOut = reply->error() == QNetworkReply::OperationCanceledError;
         result.message = u"The update check failed: %1"_s.arg(
@@ -127,10 +126,10 @@ void CVUpdateChecker::schedule()
 {
     m_timer.stop();
     m_nextCheck = {};
-    if (!m_settings->boolValue(u"SUEnableAutomaticChecks"_s) || feedUrl().isEmpty() || m_reply)
+    if (!m_settings->boolValue(CVSettingsKey::SUEnableAutomaticChecks) || feedUrl().isEmpty() || m_reply)
         return;
-    const qint64 interval = qMax<qint64>(3600, m_settings->integerValue(u"SUScheduledCheckInterval"_s));
-    const qint64 last = m_settings->integerValue(u"SULastCheckTime"_s);
+    const qint64 interval = qMax<qint64>(3600, m_settings->integerValue(CVSettingsKey::SUScheduledCheckInterval));
+    const qint64 last = m_settings->integerValue(CVSettingsKey::SULastCheckTime);
     const qint64 now = QDateTime::currentSecsSinceEpoch();
     // A check that is due waits a little after the start, so that it never slows the load.
     const qint64 due = qMax(last + interval, now + 60);

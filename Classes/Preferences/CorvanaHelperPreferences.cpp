@@ -59,15 +59,15 @@ CorvanaHelperPreferences::CorvanaHelperPreferences(
     addRow(u"Start when I log in:"_s, loginItem);
     connect(loginItem, &CVSegmentedControl::segmentClicked, this, &CorvanaHelperPreferences::setCorvanaHelperLoginItem);
 
-    loginItemAlert = addBox(u"Don't ask about starting at login"_s, u"CVHLoginItemAlertSupress"_s, false);
+    loginItemAlert = addBox(u"Don't ask about starting at login"_s, CVHSettingsKey::LoginItemAlertSupress, false);
     notNecessaryAlert
-        = addBox(u"Don't say when Corvana Helper is not needed"_s, u"CVHNotNecessaryAlertSupress"_s, false);
+        = addBox(u"Don't say when Corvana Helper is not needed"_s, CVHSettingsKey::NotNecessaryAlertSupress, false);
     warnWhenPlayerLaunches = addBox(u"Warn of unavailable tracks when the player starts"_s,
-        u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s, true);
+        CVHSettingsKey::TracksUnavailableWhenITunesLaunchesAlertSupress, true);
     warnWhenDrivesUnmount = addBox(u"Warn of unavailable tracks when drives are unmounted"_s,
-        u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s, true);
+        CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress, true);
     warnWhenFilesMissing = addBox(u"Warn of unavailable tracks when files are missing"_s,
-        u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s, true);
+        CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress, true);
 
     launchHelper = new QPushButton(u"&Start Corvana Helper"_s, this);
     launchHelper->setObjectName(u"launchHelper"_s);
@@ -75,11 +75,11 @@ CorvanaHelperPreferences::CorvanaHelperPreferences(
     connect(launchHelper, &QPushButton::clicked, this, &CorvanaHelperPreferences::launchCorvanaHelperAction);
 }
 
-QCheckBox *CorvanaHelperPreferences::addBox(const QString &text, const QString &key, bool inverted)
+QCheckBox *CorvanaHelperPreferences::addBox(const QString &text, CVHSettingsKey key, bool inverted)
 {
     auto *box = new QCheckBox(text, this);
-    box->setObjectName(key);
-    box->setProperty("inverted", inverted);
+    box->setObjectName(CVHUserDefaults::name(key));
+    m_boxes.push_back({ box, key, inverted });
     addRow({}, box);
     connect(box, &QCheckBox::clicked, this,
         [this, key, inverted](bool checked) { m_helperDefaults->setObject(inverted ? !checked : checked, key); });
@@ -88,7 +88,7 @@ QCheckBox *CorvanaHelperPreferences::addBox(const QString &text, const QString &
 
 bool CorvanaHelperPreferences::isSpanning() const
 {
-    return m_settings->boolValue(u"CVIsSpanning"_s);
+    return m_settings->boolValue(CVSettingsKey::IsSpanning);
 }
 
 void CorvanaHelperPreferences::reloadNibOutlets()
@@ -99,13 +99,12 @@ void CorvanaHelperPreferences::reloadNibOutlets()
         path = u'~' + path.mid(home.size());
     helperPath->setText(path);
     helperPath->setToolTip(CVHelperApplicationControl::installedHelperPath());
-    menubarItem->setSelectedSegment(m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s) ? 1 : 0);
-    alwaysRun->setSelectedSegment(m_helperDefaults->integerForKey(u"CVHAllowedToAlwaysRun"_s) ? 1 : 0);
+    menubarItem->setSelectedSegment(m_helperDefaults->integerForKey(CVHSettingsKey::ShowInMenubar) ? 1 : 0);
+    alwaysRun->setSelectedSegment(m_helperDefaults->integerForKey(CVHSettingsKey::AllowedToAlwaysRun) ? 1 : 0);
     loginItem->setSelectedSegment(m_control->inLoginItems() ? 1 : 0);
-    for (QCheckBox *box :
-        { loginItemAlert, notNecessaryAlert, warnWhenPlayerLaunches, warnWhenDrivesUnmount, warnWhenFilesMissing }) {
-        const bool stored = m_helperDefaults->boolForKey(box->objectName());
-        box->setChecked(box->property("inverted").toBool() ? !stored : stored);
+    for (const Box &box : m_boxes) {
+        const bool stored = m_helperDefaults->boolForKey(box.key);
+        box.box->setChecked(box.inverted ? !stored : stored);
     }
 }
 
@@ -120,10 +119,10 @@ void CorvanaHelperPreferences::launchCorvanaHelperAction()
 
 void CorvanaHelperPreferences::setCorvanaHelperMenubarItem(int segment)
 {
-    const bool changed = m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s) != segment;
+    const bool changed = m_helperDefaults->integerForKey(CVHSettingsKey::ShowInMenubar) != segment;
     if (!changed)
         return;
-    m_helperDefaults->setObject(segment, u"CVHShowInMenubar"_s);
+    m_helperDefaults->setObject(segment, CVHSettingsKey::ShowInMenubar);
     // The helper reads this once, when it starts.
     if (isSpanning()) {
         m_actions.beep();
@@ -135,8 +134,8 @@ void CorvanaHelperPreferences::setCorvanaHelperMenubarItem(int segment)
 
 void CorvanaHelperPreferences::setCorvanaHelperAlwaysRun(int segment)
 {
-    if (m_helperDefaults->integerForKey(u"CVHAllowedToAlwaysRun"_s) != segment)
-        m_helperDefaults->setObject(segment, u"CVHAllowedToAlwaysRun"_s);
+    if (m_helperDefaults->integerForKey(CVHSettingsKey::AllowedToAlwaysRun) != segment)
+        m_helperDefaults->setObject(segment, CVHSettingsKey::AllowedToAlwaysRun);
 }
 
 void CorvanaHelperPreferences::setCorvanaHelperLoginItem(int segment)

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "Platform/CVHUserDefaults.h"
 #include "Preferences/CVPreferencesPane.h"
 
 #include <functional>
+#include <vector>
 
 class CVHelperApplicationControl;
-class CVHUserDefaults;
 class CVSegmentedControl;
 class CVSettings;
 class QCheckBox;
@@ -50,11 +51,18 @@ public:
     QPushButton *launchHelper = nullptr;
 
 private:
-    QCheckBox *addBox(const QString &text, const QString &key, bool inverted);
+    // A box that shows (inverted: the opposite of) one of the helper's settings.
+    struct Box {
+        QCheckBox *box;
+        CVHSettingsKey key;
+        bool inverted;
+    };
+    QCheckBox *addBox(const QString &text, CVHSettingsKey key, bool inverted);
     bool isSpanning() const;
 
     CVSettings *m_settings;
     CVHelperApplicationControl *m_control;
     CVHUserDefaults *m_helperDefaults;
     HelperActions m_actions;
+    std::vector<Box> m_boxes;
 };

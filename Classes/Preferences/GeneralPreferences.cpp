@@ -32,17 +32,18 @@ GeneralPreferences::GeneralPreferences(CVSettings *settings, QWidget *parent)
     addRow(u"Browser shows at start:"_s, browserMedia);
     connect(browserMedia, &CVSegmentedControl::segmentClicked, this, &GeneralPreferences::setDefaultBrowserMedia);
 
-    groupCompilations = addBox(u"&Group compilations in the browser"_s, u"CVGroupCompilationsInBrowser"_s);
-    useAlbumArtists = addBox(u"Use album &artists in the browser"_s, u"CVUseAlbumArtistsInBrowser"_s);
-    browserOnTop = addBox(u"Column browser on &top (else on the left)"_s, u"CVColumnBrowserOnTop"_s);
-    animateWindow = addBox(u"A&nimate changes of the main view"_s, u"CVCubeAnimateWindow"_s);
-    dropSounds = addBox(u"&Sounds when the spanning queue changes"_s, u"CVPlaySpanQueueDropSounds"_s);
+    groupCompilations = addBox(u"&Group compilations in the browser"_s, CVSettingsKey::GroupCompilationsInBrowser);
+    useAlbumArtists = addBox(u"Use album &artists in the browser"_s, CVSettingsKey::UseAlbumArtistsInBrowser);
+    browserOnTop = addBox(u"Column browser on &top (else on the left)"_s, CVSettingsKey::ColumnBrowserOnTop);
+    animateWindow = addBox(u"A&nimate changes of the main view"_s, CVSettingsKey::CubeAnimateWindow);
+    dropSounds = addBox(u"&Sounds when the spanning queue changes"_s, CVSettingsKey::PlaySpanQueueDropSounds);
 }
 
-QCheckBox *GeneralPreferences::addBox(const QString &text, const QString &key)
+QCheckBox *GeneralPreferences::addBox(const QString &text, CVSettingsKey key)
 {
     auto *box = new QCheckBox(text, this);
-    box->setObjectName(key);
+    box->setObjectName(CVSettings::name(key));
+    m_boxes.emplace_back(box, key);
     addRow({}, box);
     connect(box, &QCheckBox::clicked, this, [this, key](bool checked) { m_settings->setValue(key, checked); });
     return box;
@@ -50,15 +51,16 @@ QCheckBox *GeneralPreferences::addBox(const QString &text, const QString &key)
 
 void GeneralPreferences::reloadNibOutlets()
 {
-    const QStringList fields = m_settings->stringListValue(u"CVSearchFields"_s);
+    const QStringList fields = m_settings->stringListValue(CVSettingsKey::SearchFields);
     for (int i = 0; i < kSearchFields.size(); ++i)
         searchFields->setSelected(i, fields.contains(kSearchFields[i]));
-    if (m_settings->boolValue(u"CVRememberLastBrowserMedia"_s))
+    if (m_settings->boolValue(CVSettingsKey::RememberLastBrowserMedia))
         browserMedia->setSelectedSegment(2);
     else
-        browserMedia->setSelectedSegment(m_settings->stringValue(u"CVDefaultBrowserMedia"_s) == u"All"_s ? 0 : 1);
-    for (QCheckBox *box : { groupCompilations, useAlbumArtists, browserOnTop, animateWindow, dropSounds })
-        box->setChecked(m_settings->boolValue(box->objectName()));
+        browserMedia->setSelectedSegment(
+            m_settings->stringValue(CVSettingsKey::DefaultBrowserMedia) == u"All"_s ? 0 : 1);
+    for (const auto &[box, key] : m_boxes)
+        box->setChecked(m_settings->boolValue(key));
 }
 
 void GeneralPreferences::setSearchFields()
@@ -72,15 +74,15 @@ void GeneralPreferences::setSearchFields()
         fields.append(u"Name"_s);
         searchFields->setSelected(3, true);
     }
-    m_settings->setValue(u"CVSearchFields"_s, fields);
+    m_settings->setValue(CVSettingsKey::SearchFields, fields);
 }
 
 void GeneralPreferences::setDefaultBrowserMedia(int segment)
 {
     if (segment == 2) {
-        m_settings->setValue(u"CVRememberLastBrowserMedia"_s, true);
+        m_settings->setValue(CVSettingsKey::RememberLastBrowserMedia, true);
         return;
     }
-    m_settings->setValue(u"CVDefaultBrowserMedia"_s, segment == 0 ? u"All"_s : u"Music"_s);
-    m_settings->setValue(u"CVRememberLastBrowserMedia"_s, false);
+    m_settings->setValue(CVSettingsKey::DefaultBrowserMedia, segment == 0 ? u"All"_s : u"Music"_s);
+    m_settings->setValue(CVSettingsKey::RememberLastBrowserMedia, false);
 }

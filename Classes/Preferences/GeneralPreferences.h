@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Platform/CVSettings.h"
 #include "Preferences/CVPreferencesPane.h"
 
+#include <utility>
+#include <vector>
+
 class CVSegmentedControl;
-class CVSettings;
 class QCheckBox;
 
 // Search fields, the browser's media at start, and how the browser and the window look.
@@ -26,7 +29,8 @@ public:
 private:
     void setSearchFields();
     void setDefaultBrowserMedia(int segment);
-    QCheckBox *addBox(const QString &text, const QString &key);
+    QCheckBox *addBox(const QString &text, CVSettingsKey key);
 
     CVSettings *m_settings;
+    std::vector<std::pair<QCheckBox *, CVSettingsKey>> m_boxes;
 };

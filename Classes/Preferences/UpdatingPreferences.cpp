@@ -30,7 +30,7 @@ UpdatingPreferences::UpdatingPreferences(CVSettings *settings, CVUpdateChecker *
     automaticChecks->setObjectName(u"automaticChecks"_s);
     addRow(u"Check for updates automatically:"_s, automaticChecks);
     connect(automaticChecks, &CVSegmentedControl::segmentClicked, this, [this](int segment) {
-        m_settings->setValue(u"SUEnableAutomaticChecks"_s, automaticChecks->tag(segment) == 1);
+        m_settings->setValue(CVSettingsKey::SUEnableAutomaticChecks, automaticChecks->tag(segment) == 1);
         reloadNibOutlets();
     });
 
@@ -41,8 +41,9 @@ UpdatingPreferences::UpdatingPreferences(CVSettings *settings, CVUpdateChecker *
     for (int i = 0; i < 4; ++i)
         checkInterval->setTag(i, seconds[i]);
     addRow(u"Check:"_s, checkInterval);
-    connect(checkInterval, &CVSegmentedControl::segmentClicked, this,
-        [this](int segment) { m_settings->setValue(u"SUScheduledCheckInterval"_s, checkInterval->tag(segment)); });
+    connect(checkInterval, &CVSegmentedControl::segmentClicked, this, [this](int segment) {
+        m_settings->setValue(CVSettingsKey::SUScheduledCheckInterval, checkInterval->tag(segment));
+    });
 
     checkNow = new QPushButton(u"Check &Now"_s, this);
     checkNow->setObjectName(u"checkNow"_s);
@@ -57,10 +58,7 @@ UpdatingPreferences::UpdatingPreferences(CVSettings *settings, CVUpdateChecker *
     lastCheck->setTextInteractionFlags(Qt::TextSelectableByMouse);
     addRow(u"Last check:"_s, lastCheck);
 
-    connect(m_settings, &CVSettings::valueChanged, this, [this](const QString &key) {
-        if (key == u"SULastCheckTime"_s)
-            showLastCheck();
-    });
+    m_settings->observe(CVSettingsKey::SULastCheckTime, this, [this] { showLastCheck(); });
     connect(m_checker, &CVUpdateChecker::checkFinished, this, [this](const CVUpdateChecker::Result &result) {
         showLastCheck();
         lastCheck->setText(lastCheck->text() + u"\n"_s + result.message);
@@ -72,11 +70,11 @@ void UpdatingPreferences::reloadNibOutlets()
 {
     const bool hasFeed = !m_checker->feedUrl().isEmpty();
     noFeed->setVisible(!hasFeed);
-    const bool automatic = m_settings->boolValue(u"SUEnableAutomaticChecks"_s);
+    const bool automatic = m_settings->boolValue(CVSettingsKey::SUEnableAutomaticChecks);
     automaticChecks->setSelectedSegment(automaticChecks->segmentForTag(automatic ? 1 : 0));
     // A stored interval that is none of the segments' shows none selected.
     checkInterval->setSelectedSegment(
-        checkInterval->segmentForTag(m_settings->integerValue(u"SUScheduledCheckInterval"_s)));
+        checkInterval->segmentForTag(m_settings->integerValue(CVSettingsKey::SUScheduledCheckInterval)));
     automaticChecks->setEnabled(hasFeed);
     checkInterval->setEnabled(hasFeed && automatic);
     checkNow->setEnabled(hasFeed && !m_checker->isChecking());
@@ -85,7 +83,7 @@ void UpdatingPreferences::reloadNibOutlets()
 
 void UpdatingPreferences::showLastCheck()
 {
-    const qint64 when = m_settings->integerValue(u"SULastCheckTime"_s);
+    const qint64 when = m_settings->integerValue(CVSettingsKey::SULastCheckTime);
     lastCheck->setText(
         when > 0 ? QLocale().toString(QDateTime::fromSecsSinceEpoch(when), QLocale::LongFormat) : u"Never"_s);
 }

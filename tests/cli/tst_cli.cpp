@@ -1,3 +1,4 @@
+#include "CVCliRun.h"
 #include "CVTestHome.h"
 #include "Platform/CVInstanceLock.h"
 
@@ -16,27 +17,7 @@ namespace {
 
 const QString kEdgeLibrary = QStringLiteral(CORVANA_TEST_DATA "/edge-library.xml");
 
-struct Run {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Run runCli(QStringList arguments)
-{
-    // Test machines often run as root; the refusal of root has a test of its own.
-    static const QStringList runs { u"span"_s, u"restore"_s, u"update-dependent"_s };
-    if (std::any_of(arguments.cbegin(), arguments.cend(), [](const QString &a) { return runs.contains(a); }))
-        arguments.append(u"--allow-root"_s);
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"TZ"_s, u"UTC"_s);
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(CORVANA_CLI), arguments);
-    process.waitForFinished(120000);
-    return { process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
-        process.readAllStandardError() };
-}
+using Run = CVCliRun;
 
 QJsonDocument json(const Run &run)
 {

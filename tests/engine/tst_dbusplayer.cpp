@@ -1,7 +1,7 @@
 #include "CVLibraryGenerator.h"
 #include "CVSpanSession.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "Engine/CVDBusPlayerLink.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
@@ -9,7 +9,7 @@
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVInstanceLock.h"
-#include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -80,13 +80,13 @@ private Q_SLOTS:
 
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_library = m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s);
-        m_record = m_home->filePath(u"calls.txt"_s);
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_library = m_env->filePath(u"Music/iTunes/iTunes Library.xml"_s);
+        m_record = m_env->filePath(u"calls.txt"_s);
         CVLibraryGeneratorOptions options;
         options.tracks = 60;
-        options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
-        options.secondDrive = m_home->filePath(u"Archive"_s);
+        options.mediaRoot = m_env->filePath(u"Music/iTunes"_s);
+        options.secondDrive = m_env->filePath(u"Archive"_s);
         options.createMediaFiles = true;
         QDir().mkpath(QFileInfo(m_library).path());
         QVERIFY(CVLibraryGenerator(options).write(m_library));
@@ -100,13 +100,10 @@ private Q_SLOTS:
             }
         }
         QVERIFY(!m_pid.isEmpty());
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
     }
 
     void cleanup()
     {
-        CVLog::setSink({});
-        m_log.clear();
         for (QProcess *process : std::as_const(m_players)) {
             process->kill();
             process->waitForFinished();
@@ -120,7 +117,7 @@ private Q_SLOTS:
                 ::kill(pid_t(pid), SIGKILL);
         }
         QTRY_VERIFY_WITH_TIMEOUT(!registered(m_service), 10000);
-        m_home.reset();
+        m_env.reset();
     }
 
     void theBusPlayerIsChosenWhenItRuns()
@@ -139,7 +136,7 @@ private Q_SLOTS:
         startPlayer({ u"--quit-delay"_s, u"1200"_s });
         auto player = link();
         QVERIFY(player->isRunning());
-        const QString target = m_home->filePath(u"Span/Ünï \"q\" 100%.mp3"_s);
+        const QString target = m_env->filePath(u"Span/Ünï \"q\" 100%.mp3"_s);
         QVERIFY(player->setTrackLocation(m_pid, target));
         QCOMPARE(player->trackLocation(m_pid).value_or(QString()), target);
         // A track the player does not hold: no change, no error raised.
@@ -160,7 +157,7 @@ private Q_SLOTS:
     {
         startPlayer({ u"--keep-location"_s, m_pid });
         auto player = link();
-        QVERIFY(player->setTrackLocation(m_pid, m_home->filePath(u"Span/a.mp3"_s)));
+        QVERIFY(player->setTrackLocation(m_pid, m_env->filePath(u"Span/a.mp3"_s)));
         QCOMPARE(player->trackLocation(m_pid).value_or(QString()), m_location); // kept the old place
         cleanup();
         init();
@@ -183,8 +180,8 @@ private Q_SLOTS:
         QVERIFY(!player->setTrackLocation(m_pid, u"/x.mp3"_s));
         QVERIFY(!player->playerState());
         QVERIFY(clock.elapsed() < 5000);
-        QVERIFY(!m_log.isEmpty());
-        QVERIFY2(m_log[0].startsWith(u"Corvana ScriptingBridge Error: "_s), qPrintable(m_log[0]));
+        QVERIFY(!m_env->log.isEmpty());
+        QVERIFY2(m_env->log[0].startsWith(u"Corvana ScriptingBridge Error: "_s), qPrintable(m_env->log[0]));
     }
 
     void relaunchRestoresPausedPlayback()
@@ -237,8 +234,8 @@ private Q_SLOTS:
     void withoutAFileManagerTheOpenerShowsTheFolder()
     {
         QVERIFY(!registered(u"org.freedesktop.FileManager1"_s));
-        const QString script = m_home->filePath(u"opener"_s);
-        const QString log = m_home->filePath(u"opened"_s);
+        const QString script = m_env->filePath(u"opener"_s);
+        const QString log = m_env->filePath(u"opened"_s);
         writeFile(script, "#!/bin/sh\necho \"$1\" >> '" + QFile::encodeName(log) + "'\nexit \"${OPENER_STATUS:-0}\"\n");
         QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         CVFileManagerLink files;
@@ -249,7 +246,7 @@ private Q_SLOTS:
         qputenv("OPENER_STATUS", "4");
         QVERIFY(!files.selectFile(m_location));
         qunsetenv("OPENER_STATUS");
-        files.setOpener(m_home->filePath(u"no such opener"_s));
+        files.setOpener(m_env->filePath(u"no such opener"_s));
         QVERIFY(!files.openPath(m_location));
     }
 
@@ -260,8 +257,8 @@ private Q_SLOTS:
         if (QStandardPaths::findExecutable(u"gio"_s).isEmpty()
             && QStandardPaths::findExecutable(u"gtk-launch"_s).isEmpty())
             QSKIP("neither gio nor gtk-launch is installed");
-        const QString marker = m_home->filePath(u"launched"_s);
-        writeFile(m_home->filePath(u".local/share/applications/org.example.Marker.desktop"_s),
+        const QString marker = m_env->filePath(u"launched"_s);
+        writeFile(m_env->filePath(u".local/share/applications/org.example.Marker.desktop"_s),
             "[Desktop Entry]\nType=Application\nName=Marker App\nExec=touch " + QFile::encodeName(marker) + "\n");
         QVERIFY(files.launchApplication(u"Marker App"_s));
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(marker), 10000);
@@ -271,7 +268,7 @@ private Q_SLOTS:
     {
         const QString name = QString::fromLatin1(CVInstanceLock::BusName);
         {
-            CVInstanceLock lock(m_home->filePath(u"a.lock"_s));
+            CVInstanceLock lock(m_env->filePath(u"a.lock"_s));
             QVERIFY(lock.tryLock());
             QVERIFY(registered(name));
         }
@@ -281,9 +278,9 @@ private Q_SLOTS:
         other->start(QStringLiteral(CORVANA_TESTPLAYER), { u"--library"_s, m_library, u"--name"_s, name });
         m_players.append(other);
         QTRY_VERIFY_WITH_TIMEOUT(registered(name), 10000);
-        CVInstanceLock second(m_home->filePath(u"b.lock"_s));
+        CVInstanceLock second(m_env->filePath(u"b.lock"_s));
         QVERIFY(!second.tryLock());
-        QVERIFY(!QFileInfo::exists(m_home->filePath(u"b.lock"_s)));
+        QVERIFY(!QFileInfo::exists(m_env->filePath(u"b.lock"_s)));
     }
 
     void spanThroughTheBusPlayer()
@@ -301,8 +298,8 @@ private Q_SLOTS:
         auto player = link();
         CVSpanSession session(m_library);
         session.usePlayerLink(player.get());
-        session.settings.setValue(u"CVFullSpanReattempts"_s, 1);
-        const QString span = m_home->filePath(u"Span"_s);
+        session.settings.setValue(CVSettingsKey::FullSpanReattempts, 1);
+        const QString span = m_env->filePath(u"Span"_s);
         const QList<CVTrack *> tracks = session.select(u"( MediaType == 'Music' )"_s);
         QSignalSpy header(&session.spanner, &CVMediaSpanner::headerChanged);
         session.span(tracks, span);
@@ -323,7 +320,7 @@ private Q_SLOTS:
         auto player = link();
         CVSpanSession session(m_library);
         session.usePlayerLink(player.get());
-        const QString span = m_home->filePath(u"Span"_s);
+        const QString span = m_env->filePath(u"Span"_s);
         const QList<CVTrack *> tracks = session.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
         QStringList originals;
         for (const CVTrack *t : tracks)
@@ -335,7 +332,7 @@ private Q_SLOTS:
         const QString lostCopy = session.spanner.createNewPathForItem(tracks[1], QFileInfo(originals[1]).fileName());
         connect(&session.spanner, &CVMediaSpanner::headerChanged, this, [&](const QString &header) {
             if (header.startsWith(u"Verifying"_s) && QFileInfo::exists(lostCopy))
-                QVERIFY(QFile::rename(lostCopy, m_home->filePath(u"taken away.m4a"_s)));
+                QVERIFY(QFile::rename(lostCopy, m_env->filePath(u"taken away.m4a"_s)));
         });
         session.span(tracks, span);
         const QStringList rows = session.messages();
@@ -356,12 +353,11 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
+    std::unique_ptr<CVTestEnvironment> m_env;
     QString m_library;
     QString m_record;
     QString m_pid;
     QString m_location;
-    QStringList m_log;
     QList<QProcess *> m_players;
 };
 

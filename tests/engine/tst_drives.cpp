@@ -4,8 +4,8 @@
 // be where trash clients find it. The drives are images on loop devices in a mount namespace of
 // the test's own; a filesystem this machine cannot make or mount is skipped with the reason.
 #include "CVSpanSession.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestLibraryWriter.h"
 #include "CVTestMounts.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
@@ -13,11 +13,8 @@
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
-#include "Platform/CVLog.h"
-#include "Platform/CVTrash.h"
 #include "Platform/CVVolumes.h"
 
-#include <QCryptographicHash>
 #include <QDirIterator>
 #include <QProcess>
 #include <QStandardPaths>
@@ -51,25 +48,19 @@ class TestDrives : public QObject {
     Q_OBJECT
 
 private:
-    QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
+    QString libraryFile() const { return m_env->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
 
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        const QString home = m_home->path();
-        CVTrash::setMountPointFilter(
-            [home](const QString &point) { return point.startsWith(home) || point.startsWith(u"/mnt/"_s); });
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_env->trashRoots.append(u"/mnt"_s);
     }
 
     void cleanup()
     {
         CVTestMounts::removeDrives();
-        CVLog::setSink({});
-        m_log.clear();
-        CVTrash::setMountPointFilter({});
-        m_home.reset();
+        m_env.reset();
     }
 
     void namesFollowTheDrivesRules()
@@ -137,7 +128,7 @@ private Q_SLOTS:
             drive = CVTestMounts::makeTmpfsDrive(u"Drive"_s);
         } else {
             QString why;
-            drive = CVTestMounts::makeImageDrive(type, u"Drive"_s, m_home->path(), &why);
+            drive = CVTestMounts::makeImageDrive(type, u"Drive"_s, m_env->path(), &why);
             if (drive.root.isEmpty())
                 QSKIP(qPrintable(why));
         }
@@ -147,7 +138,7 @@ private Q_SLOTS:
         QCOMPARE(windows, type == u"vfat"_s || type == u"exfat"_s || type.startsWith(u"ntfs"_s));
 
         CVTestLibraryWriter writer;
-        const QString media = m_home->filePath(u"Music/iTunes/iTunes Media"_s);
+        const QString media = m_env->filePath(u"Music/iTunes/iTunes Media"_s);
         const QList<CVTestLibraryWriter::Track> tracks = hostileTracks(media);
         for (const CVTestLibraryWriter::Track &t : tracks)
             writer.add(t);
@@ -220,8 +211,7 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    QStringList m_log;
+    std::unique_ptr<CVTestEnvironment> m_env;
 };
 
 int main(int argc, char *argv[])

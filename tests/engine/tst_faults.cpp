@@ -5,11 +5,12 @@
 // Drives are tmpfs mounts in a private mount namespace (as root, or in a user namespace), so the
 // machine's own mounts are never touched; the cases that need them are skipped where neither can
 // be had. Other faults are injected at the copier, the Trash and the history.
-#include "CVLibraryGenerator.h"
+#include "CVCliRun.h"
+#include "CVGeneratedLibrary.h"
 #include "CVSpanSession.h"
 #include "CVSyscallTrace.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestMounts.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
@@ -17,11 +18,10 @@
 #include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFaultInjection.h"
-#include "Platform/CVLog.h"
+#include "Platform/CVSettings.h"
 #include "Platform/CVTrash.h"
 #include "Platform/FileSystemEventWatcher.h"
 
-#include <QCryptographicHash>
 #include <QDirIterator>
 #include <QProcess>
 #include <QSignalSpy>
@@ -43,47 +43,13 @@ namespace {
 
 using CVTestMounts::Drive;
 
-QByteArray digest(const QString &path)
-{
-    return fileDigest(path);
-}
-
-struct CliRun {
-    int status = -1;
-    bool killed = false;
-    QByteArray out;
-    QByteArray err;
-};
-
-// The tool as a user runs it; with a trace file, under strace, its calls written there.
-CliRun runCli(const QStringList &arguments, const QString &faults = {}, const QString &traceFile = {})
-{
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    if (!faults.isEmpty())
-        env.insert(u"CORVANA_FAULT_INJECTION"_s, faults);
-    process.setProcessEnvironment(env);
-    const QStringList all = arguments + QStringList { u"--allow-root"_s };
-    if (traceFile.isEmpty())
-        process.start(QStringLiteral(CORVANA_CLI), all);
-    else
-        process.start(u"strace"_s, CVSyscallTrace::command(traceFile, QStringLiteral(CORVANA_CLI), all));
-    process.waitForFinished(300000);
-    CliRun run;
-    run.killed = process.exitStatus() != QProcess::NormalExit;
-    run.status = run.killed ? -1 : process.exitCode();
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
-}
-
 using Session = CVFileSpanSession;
 
 // The same run under strace, its calls replayed: what went into the Trash before its records.
-CliRun runTracedCli(const QStringList &arguments, CVSyscallTrace &trace, const QString &faults = {})
+CVCliRun runTracedCli(const QStringList &arguments, CVSyscallTrace &trace, const QString &faults = {})
 {
     QTemporaryDir dir;
-    CliRun run = runCli(arguments, faults, dir.filePath(u"trace"_s));
+    CVCliRun run = runCli(arguments, faults, dir.filePath(u"trace"_s));
     if (!trace.read(dir.filePath(u"trace"_s)))
         run.status = -1;
     return run;
@@ -95,26 +61,19 @@ class TestFaults : public QObject {
     Q_OBJECT
 
 private:
-    QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
-    QString spanFolder() const { return m_home->filePath(u"Span Drive/Spanned"_s); }
+    QString libraryFile() const { return m_env->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
+    QString spanFolder() const { return m_env->filePath(u"Span Drive/Spanned"_s); }
 
     void makeLibrary(int tracks, const QString &secondDrive = {}, qint64 bytes = 0)
     {
         CVLibraryGeneratorOptions options;
         options.tracks = tracks;
         options.seed = 11;
-        options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
-        options.secondDrive = secondDrive.isEmpty() ? m_home->filePath(u"Archive"_s) : secondDrive;
-        options.createMediaFiles = true;
+        options.mediaRoot = m_env->filePath(u"Music/iTunes"_s);
+        options.secondDrive = secondDrive.isEmpty() ? m_env->filePath(u"Archive"_s) : secondDrive;
         options.mediaFileBytes = bytes;
-        QDir().mkpath(QFileInfo(libraryFile()).path());
-        CVLibraryGenerator generator(options);
-        QVERIFY2(generator.write(libraryFile()), qPrintable(generator.errorString()));
-        m_before.clear();
-        for (auto [pid, path] : libraryLocations(libraryFile()).asKeyValueRange())
-            if (QFileInfo(path).isFile())
-                m_before.insert(pid, digest(path));
-        QVERIFY(m_before.size() > tracks / 2);
+        QVERIFY2(m_library.write(libraryFile(), options), qPrintable(m_library.errorString));
+        QVERIFY(m_library.digests.size() > tracks / 2);
     }
 
     // Roomy enough for the 100 MB that every drive keeps free; a tmpfs takes memory only as it fills.
@@ -127,31 +86,17 @@ private:
     // track whose player location names no file has a row that says it did not end where asked.
     void checkNothingLost(const CVRunResults *results = nullptr)
     {
-        QSet<QByteArray> found;
-        QSet<qint64> sizes;
-        QStringList roots { m_home->path() };
+        QStringList roots { m_env->path() };
         if (QFileInfo::exists(u"/mnt/.disks"_s))
             roots.append(u"/mnt/.disks"_s);
-        for (const QString &root : std::as_const(roots)) {
-            QDirIterator it(
-                root, QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks, QDirIterator::Subdirectories);
-            while (it.hasNext()) {
-                const QString path = it.next();
-                if (!path.endsWith(u".xml"_s) && !path.endsWith(u".trashinfo"_s))
-                    found.insert(digest(path));
-            }
-        }
-        QStringList lost;
-        for (auto [pid, bytes] : m_before.asKeyValueRange())
-            if (!found.contains(bytes))
-                lost.append(pid);
+        const QStringList lost = m_library.lostUnder(roots);
         QVERIFY2(lost.isEmpty(), qPrintable(u"lost: "_s + lost.join(u", "_s)));
 
         const QHash<QString, QString> now = libraryLocations(libraryFile());
-        for (auto [pid, bytes] : m_before.asKeyValueRange()) {
+        for (auto [pid, bytes] : m_library.digests.asKeyValueRange()) {
             const QString location = now.value(pid);
             if (QFileInfo::exists(location)) {
-                QVERIFY2(digest(location) == bytes, qPrintable(u"the player's file of %1 changed"_s.arg(pid)));
+                QVERIFY2(fileDigest(location) == bytes, qPrintable(u"the player's file of %1 changed"_s.arg(pid)));
                 continue;
             }
             bool said = false;
@@ -174,24 +119,14 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        const QString home = m_home->path();
-        CVTrash::setMountPointFilter(
-            [home](const QString &point) { return point.startsWith(home) || point.startsWith(u"/mnt/"_s); });
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_env->trashRoots.append(u"/mnt"_s);
     }
 
     void cleanup()
     {
-        CVFaultInjection::clear();
-        if (!m_supportBind.isEmpty())
-            ::umount2(QFile::encodeName(m_supportBind).constData(), MNT_DETACH);
-        m_supportBind.clear();
+        m_env.reset(); // before the drives go: it detaches what is mounted on them
         CVTestMounts::removeDrives();
-        CVLog::setSink({});
-        m_log.clear();
-        CVTrash::setMountPointFilter({});
-        m_home.reset();
     }
 
     void aForeignFileIsNeverTakenForTheCopy()
@@ -231,7 +166,7 @@ private Q_SLOTS:
             QVERIFY(!QFileInfo::exists(sameOriginal));
             checkNothingLost(&s.spanner.lastResults());
         }
-        QCOMPARE(libraryLocations(libraryFile()).value(m_before.keys().first()).isEmpty(), false);
+        QCOMPARE(libraryLocations(libraryFile()).value(m_library.digests.keys().first()).isEmpty(), false);
 
         // The original gone and a stranger at the destination: nothing is taken, even "anyway".
         QString pid;
@@ -242,11 +177,11 @@ private Q_SLOTS:
             pid = t->text(CVAttr::PersistentID);
             s.host.location = spanFolder();
             stranger = s.spanner.createNewPathForItem(t, QFileInfo(t->text(CVAttr::Location)).fileName());
-            QVERIFY(QFile::rename(t->text(CVAttr::Location), m_home->filePath(u"moved away.m4a"_s)));
+            QVERIFY(QFile::rename(t->text(CVAttr::Location), m_env->filePath(u"moved away.m4a"_s)));
         }
         writeFile(stranger, "not the track");
         const QString before = libraryLocations(libraryFile()).value(pid);
-        const CliRun run = runCli({ u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
+        const CVCliRun run = runCli({ u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
             u"--anyway"_s, u"{\"PersistentID\": [\"%1\"]}"_s.arg(pid) });
         QCOMPARE(run.status, 1);
         QVERIFY2(run.out.contains("is not known to be its copy; it was left as it is."), run.out.constData());
@@ -275,13 +210,13 @@ private Q_SLOTS:
         const Drive drive = makeDrive(u"Support"_s, "size=1m");
         QVERIFY(QFile::copy(support + u"/SpanRestoreHistory.cvcddb"_s, drive.root + u"/SpanRestoreHistory.cvcddb"_s));
         QVERIFY(::mount(qPrintable(drive.root), qPrintable(support), nullptr, MS_BIND, nullptr) == 0);
-        m_supportBind = support;
+        m_env->unmountAtEnd(support);
         if (fault == u"full"_s)
             drive.fill(0);
         else
             QVERIFY(::mount(nullptr, qPrintable(support), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0);
         QDir().mkpath(spanFolder());
-        const CliRun run = runCli({ u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
+        const CVCliRun run = runCli({ u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
             u"( MediaType == 'Music' )"_s });
         QCOMPARE(run.status, 2);
         QVERIFY2(run.err.contains("The span history cannot be written"), run.err.constData());
@@ -308,7 +243,7 @@ private Q_SLOTS:
                 u"The span history could not be written, so the original file was kept at “%1”."_s.arg(originals[i]));
             QVERIFY(QFileInfo::exists(originals[i]));
         }
-        QVERIFY(m_log.filter(u"Cannot save the span history"_s).size() == 1);
+        QVERIFY(m_env->log.filter(u"Cannot save the span history"_s).size() == 1);
         checkNothingTrashed();
         checkNothingLost(&s.spanner.lastResults());
     }
@@ -459,14 +394,14 @@ private Q_SLOTS:
     {
         makeLibrary(12);
         // "a%2Fb.m4a" names one file; decoded as a path it would be another one: b.m4a in a/.
-        const QString decoy = m_home->filePath(u"Music/a/b.m4a"_s);
+        const QString decoy = m_env->filePath(u"Music/a/b.m4a"_s);
         writeFile(decoy, "decoy");
         QByteArray xml = readAll(libraryFile());
         const qsizetype at = xml.indexOf("<key>Location</key><string>file://");
         QVERIFY(at > 0);
         const qsizetype start = xml.indexOf("<string>", at) + 8;
         const qsizetype end = xml.indexOf("</string>", start);
-        const QByteArray escaped = "file://localhost" + QFile::encodeName(m_home->filePath(u"Music"_s)) + "/a%2Fb.m4a";
+        const QByteArray escaped = "file://localhost" + QFile::encodeName(m_env->filePath(u"Music"_s)) + "/a%2Fb.m4a";
         xml.replace(start, end - start, escaped);
         writeFile(libraryFile(), xml);
         Session s(libraryFile());
@@ -591,8 +526,8 @@ private Q_SLOTS:
         const QStringList span { u"--library"_s, libraryFile(), u"span"_s, u"--to"_s, to, u"--yes"_s,
             u"( MediaType == 'Music' )"_s };
         CVSyscallTrace trace;
-        trace.setRecordAreas({ support, QFileInfo(libraryFile()).path(), restore ? m_home->path() : to });
-        CliRun run;
+        trace.setRecordAreas({ support, QFileInfo(libraryFile()).path(), restore ? m_env->path() : to });
+        CVCliRun run;
         if (restore) {
             QCOMPARE(runCli(span).status, 0);
             run = runTracedCli(
@@ -611,7 +546,7 @@ private Q_SLOTS:
         makeLibrary(16);
         CVSyscallTrace skipped;
         skipped.setRecordAreas({ support, QFileInfo(libraryFile()).path(), to });
-        const CliRun unsynced = runTracedCli(span, skipped, u"filesystem-sync=1+:SKIP"_s);
+        const CVCliRun unsynced = runTracedCli(span, skipped, u"filesystem-sync=1+:SKIP"_s);
         QVERIFY2(unsynced.status == 0, QByteArray(unsynced.out + unsynced.err).constData());
         const QString found = skipped.violations().join(u'\n');
         QVERIFY2(found.contains(u"info file"_s), qPrintable(found));
@@ -659,7 +594,7 @@ private Q_SLOTS:
         QCOMPARE(s.spanner.trashedFileCount(), 0);
         for (int i = 0; i < tracks.size(); ++i) {
             QVERIFY2(s.row(tracks[i]).contains(u"is not there as Corvana made it."_s), qPrintable(s.row(tracks[i])));
-            QCOMPARE(digest(originals[i]), m_before.value(tracks[i]->text(CVAttr::PersistentID)));
+            QCOMPARE(fileDigest(originals[i]), m_library.digests.value(tracks[i]->text(CVAttr::PersistentID)));
         }
         for (auto [copy, bytes] : strangers.asKeyValueRange())
             QCOMPARE(readAll(copy), bytes);
@@ -700,8 +635,8 @@ private Q_SLOTS:
         QVERIFY(!counts.isEmpty());
         QVERIFY2(counts.first() <= 2 * n, qPrintable(QString::number(counts.first())));
         for (const QString &folder : std::as_const(watched)) {
-            QVERIFY2(folder.startsWith(m_home->path() + u'/'), qPrintable(folder));
-            QVERIFY(folder != m_home->path());
+            QVERIFY2(folder.startsWith(m_env->path() + u'/'), qPrintable(folder));
+            QVERIFY(folder != m_env->path());
         }
         QVERIFY(!FileSystemEventWatcher::sharedPathWatcher()->isWatchingPaths());
     }
@@ -729,10 +664,10 @@ private Q_SLOTS:
             QCOMPARE(runCli(span).status, 0);
             const QStringList again { u"--library"_s, libraryFile(), u"restore"_s, u"--yes"_s, u"--span-filter"_s,
                 u"All Spanned"_s };
-            const CliRun killed = runCli(again, faults);
+            const CVCliRun killed = runCli(again, faults);
             QVERIFY2(killed.killed, killed.err.constData());
             checkNothingLost();
-            const CliRun finished = runCli(again);
+            const CVCliRun finished = runCli(again);
             QVERIFY2(finished.status == 0, QByteArray(finished.out + finished.err).constData());
             QVERIFY2(finished.err.contains("of the interrupted run are added to this run"), finished.err.constData());
             checkNothingLost();
@@ -743,13 +678,13 @@ private Q_SLOTS:
             QVERIFY2(!left.hasNext(), qPrintable(left.hasNext() ? left.next() : QString()));
             return;
         }
-        const CliRun killed = runCli(span, faults);
+        const CVCliRun killed = runCli(span, faults);
         QVERIFY2(killed.killed, killed.err.constData());
         checkNothingLost();
         // The next start finishes the work: every track at the span location, its bytes intact.
-        const CliRun again = runCli(span);
+        const CVCliRun again = runCli(span);
         QVERIFY2(again.status == 0, QByteArray(again.out + again.err).constData());
-        const CliRun third = runCli(span);
+        const CVCliRun third = runCli(span);
         QVERIFY2(third.status == 0, QByteArray(third.out + third.err).constData());
         QVERIFY2(third.out.contains("Track already spanned to"), third.out.constData());
         checkNothingLost();
@@ -772,7 +707,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(store + u"-wal"_s));
         QVERIFY(!QFileInfo::exists(store + u"-journal"_s));
         // The file alone, copied elsewhere, holds every record.
-        const QString copy = m_home->filePath(u"copy.cvcddb"_s);
+        const QString copy = m_env->filePath(u"copy.cvcddb"_s);
         QVERIFY(QFile::copy(store, copy));
         sqlite3 *db = nullptr;
         QCOMPARE(sqlite3_open_v2(QFile::encodeName(copy).constData(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
@@ -793,14 +728,14 @@ private Q_SLOTS:
         QString pid;
         {
             Session s(libraryFile());
-            s.settings.setValue(u"CVFullSpanReattempts"_s, 0);
+            s.settings.setValue(CVSettingsKey::FullSpanReattempts, 0);
             CVTrack *t = s.select(u"( MediaType == 'Music' )"_s).first();
             pid = t->text(CVAttr::PersistentID);
             const QString original = t->text(CVAttr::Location);
             // The player keeps the old place, and the original goes away after its copy was made.
             s.link.ignored.insert(pid);
             connect(&s.spanner, &CVMediaSpanner::fileCopied, this,
-                [&] { QVERIFY(QFile::rename(original, m_home->filePath(u"gone.m4a"_s))); });
+                [&] { QVERIFY(QFile::rename(original, m_env->filePath(u"gone.m4a"_s))); });
             s.span({ t }, spanFolder());
             QCOMPARE(
                 s.messages(), QStringList { u"Track dependently spanned. Another reattempt is highly recommended."_s });
@@ -865,7 +800,7 @@ private Q_SLOTS:
                     u"--library"_s, library }
                     + arguments);
             process.waitForFinished(120000);
-            return CliRun { process.exitCode(), false, process.readAllStandardOutput(),
+            return CVCliRun { process.exitCode(), false, process.readAllStandardOutput(),
                 process.readAllStandardError() };
         };
         const QHash<QString, QString> locations = libraryLocations(library);
@@ -889,7 +824,7 @@ private Q_SLOTS:
         const QString lockedFolder = locations.value(music[2]);
         const auto selectThree = u"{\"PersistentID\": [\"%1\", \"%2\", \"%3\"]}"_s.arg(music[0], music[1], music[2]);
         QVERIFY(::chmod(QFile::encodeName(QFileInfo(hidden).absolutePath()).constData(), 0) == 0);
-        CliRun run = asNobody({ u"span"_s, u"--to"_s, span, u"--yes"_s, selectThree });
+        CVCliRun run = asNobody({ u"span"_s, u"--to"_s, span, u"--yes"_s, selectThree });
         QCOMPARE(run.status, 2);
         QVERIFY2(
             run.err.contains("cannot be reached: Corvana is not allowed to open the folders"), run.err.constData());
@@ -931,10 +866,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    QHash<QString, QByteArray> m_before;
-    QString m_supportBind;
-    QStringList m_log;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVGeneratedLibrary m_library;
 };
 
 int main(int argc, char *argv[])

@@ -1,6 +1,6 @@
 #include "CVLibraryGenerator.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
@@ -55,14 +55,10 @@ class TestMediaSpanner : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        CVTrash::setMountPointFilter([](const QString &) { return false; });
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_env->trashRoots.clear();
     }
-    void cleanup()
-    {
-        CVTrash::setMountPointFilter({});
-        m_home.reset();
-    }
+    void cleanup() { m_env.reset(); }
 
     void trashSummaryTexts_data()
     {
@@ -106,8 +102,8 @@ private Q_SLOTS:
         QVERIFY(spanner.isTrashEmpty());
         QCOMPARE(summary.last().at(1).toBool(), true); // nothing trashed: buttons hidden
 
-        writeFile(m_home->filePath(u"old.mp3"_s), "old");
-        QVERIFY(CVTrash::moveToTrash(m_home->filePath(u"old.mp3"_s)).ok);
+        writeFile(m_env->filePath(u"old.mp3"_s), "old");
+        QVERIFY(CVTrash::moveToTrash(m_env->filePath(u"old.mp3"_s)).ok);
         spanner.setTrashedFileCount(1);
         spanner.setTrashedFolderCount(2);
         QVERIFY(!spanner.isTrashEmpty());
@@ -122,8 +118,8 @@ private Q_SLOTS:
         CVTestPresenter presenter;
         CVMediaSpanner spanner(nullptr, &files, &presenter);
         spanner.setTrashedFileCount(1);
-        writeFile(m_home->filePath(u"old.mp3"_s), "old");
-        QVERIFY(CVTrash::moveToTrash(m_home->filePath(u"old.mp3"_s)).ok);
+        writeFile(m_env->filePath(u"old.mp3"_s), "old");
+        QVERIFY(CVTrash::moveToTrash(m_env->filePath(u"old.mp3"_s)).ok);
 
         presenter.queueAnswer(CVPresenter::AlternateReturn);
         spanner.askToEmptyTrash();
@@ -157,7 +153,7 @@ private Q_SLOTS:
         CVMediaSpanner spanner(nullptr, &files, nullptr);
         CVTrack track;
         track.setText(CVAttr::Location, u"/home/ann/Music/a.mp3"_s);
-        const QString span = m_home->filePath(u"Span/a.mp3"_s);
+        const QString span = m_env->filePath(u"Span/a.mp3"_s);
         track.setText(CVAttr::SpanLocation, span);
         writeFile(span, "a");
         spanner.showInFinderAction(&track);
@@ -169,7 +165,7 @@ private Q_SLOTS:
 
     void quittingWritesTheLibraryFile()
     {
-        const QString library = m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s);
+        const QString library = m_env->filePath(u"Music/iTunes/iTunes Library.xml"_s);
         CVLibraryGeneratorOptions options;
         options.tracks = 40;
         QDir().mkpath(QFileInfo(library).path());
@@ -178,7 +174,7 @@ private Q_SLOTS:
         QVERIFY(CVLibraryFileReader().readFile(library, contents));
         const QString pid = contents.tracks[5].text(CVAttr::PersistentID);
 
-        CVLibraryFilePlayerLink link(library, m_home->path(), nullptr);
+        CVLibraryFilePlayerLink link(library, m_env->path(), nullptr);
         CVMediaSpanner spanner(&link, nullptr, nullptr);
         QSignalSpy task(&spanner, &CVMediaSpanner::taskLineChanged);
         spanner.setLocationForTrackIniTunesWithPersistentID(pid, u"/Volumes/Span/x.mp3"_s);
@@ -200,7 +196,7 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
+    std::unique_ptr<CVTestEnvironment> m_env;
 };
 
 QTEST_GUILESS_MAIN(TestMediaSpanner)

@@ -3,17 +3,18 @@
 // live, the file written when it quits), with one that never quits, and with the tool killed
 // between the backup and the rename of the library file. Every time: every file's bytes are where
 // the library or the Trash says, and outside the changed elements the library file is as it was.
-#include "CVRhythmboxGenerator.h"
+#include "CVCliRun.h"
+#include "CVGeneratedLibrary.h"
 #include "CVSpanSession.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "Engine/CVRhythmboxPlayerLink.h"
 #include "Library/CVPlayerLibraryFile.h"
 #include "Library/CVRhythmDB.h"
 #include "Library/CVTrack.h"
+#include "Platform/CVSettings.h"
 #include "Platform/CVTrash.h"
 
-#include <QCryptographicHash>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDirIterator>
@@ -54,9 +55,8 @@ class TestRhythmbox : public QObject {
     Q_OBJECT
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    QHash<QString, QByteArray> m_before; // persistent ID -> the bytes of its file
-    QHash<QString, QString> m_places; // before the first run
+    std::unique_ptr<CVTestEnvironment> m_home;
+    CVGeneratedLibrary m_generated;
     QByteArray m_library;
     QByteArray m_playlists;
 
@@ -71,29 +71,23 @@ private:
         options.seed = 17;
         options.mediaRoot = m_home->filePath(u"Music"_s);
         options.createMediaFiles = true;
-        CVRhythmboxGenerator generator(options);
-        QVERIFY2(generator.write(database()), qPrintable(generator.errorString()));
+        QVERIFY2(m_generated.write(database(), options, CVGeneratedLibrary::Player::Rhythmbox),
+            qPrintable(m_generated.errorString));
         m_library = readAll(database());
         m_playlists = readAll(playlists());
-        m_before.clear();
-        m_places = playerLocations(database());
-        for (auto [pid, path] : m_places.asKeyValueRange())
-            m_before.insert(pid, fileDigest(path));
-        QCOMPARE(m_before.size(), songs);
+        QCOMPARE(m_generated.digests.size(), songs);
     }
 
     // Every song's file is at the place the library names, with its bytes, or (for the listed
     // songs that did not move) still at its original place.
     void checkEverySong(const QSet<QString> &notMoved = {})
     {
-        const QHash<QString, QString> now = playerLocations(database());
-        QCOMPARE(now.size(), m_before.size());
-        for (auto [pid, bytes] : m_before.asKeyValueRange()) {
-            QVERIFY2(now.contains(pid), qPrintable(u"the library lost %1"_s.arg(pid)));
-            QVERIFY2(fileDigest(now.value(pid)) == bytes, qPrintable(u"%1 is not at %2"_s.arg(pid, now.value(pid))));
-            if (notMoved.contains(pid))
-                QVERIFY(!now.value(pid).startsWith(spanFolder()));
-        }
+        const QHash<QString, QString> now = m_generated.locationsNow();
+        QCOMPARE(now.size(), m_generated.digests.size());
+        const QStringList misplaced = m_generated.notAtTheirPlace();
+        QVERIFY2(misplaced.isEmpty(), qPrintable(misplaced.join(u", "_s)));
+        for (const QString &pid : notMoved)
+            QVERIFY(!now.value(pid).startsWith(spanFolder()));
         // Outside the places, not a byte changed.
         QCOMPARE(withoutPlaces(readAll(database())), withoutPlaces(m_library));
     }
@@ -115,18 +109,8 @@ private:
     }
 
 private Q_SLOTS:
-    void init()
-    {
-        m_home = std::make_unique<CVTestHome>();
-        const QString home = m_home->path();
-        CVTrash::setMountPointFilter([home](const QString &point) { return point.startsWith(home); });
-    }
-
-    void cleanup()
-    {
-        CVTrash::setMountPointFilter({});
-        m_home.reset();
-    }
+    void init() { m_home = std::make_unique<CVTestEnvironment>(); }
+    void cleanup() { m_home.reset(); }
 
     // Rhythmbox not running: the link writes rhythmdb.xml itself, and the history finds the
     // songs at their span location at the next start, so restore brings them home.
@@ -158,9 +142,9 @@ private Q_SLOTS:
                 return QByteArray(
                     "<location>" + CVRhythmDB::encodeText(CVRhythmDB::fileURIFromPath(path)) + "</location>");
             };
-            const qsizetype before = m_playlists.count(uri(m_places.value(pid)));
+            const qsizetype before = m_playlists.count(uri(m_generated.locations.value(pid)));
             QCOMPARE(lists.count(uri(after.value(pid))), before);
-            QCOMPARE(lists.count(uri(m_places.value(pid))), 0);
+            QCOMPARE(lists.count(uri(m_generated.locations.value(pid))), 0);
             listed += int(before);
         }
         QVERIFY(listed > 0);
@@ -178,7 +162,7 @@ private Q_SLOTS:
         QCOMPARE(withoutPlaces(readAll(database())), withoutPlaces(m_library));
         // Home again: the same locations as before the span.
         const QHash<QString, QString> home = playerLocations(database());
-        QCOMPARE(home.size(), m_before.size());
+        QCOMPARE(home.size(), m_generated.digests.size());
         for (const QString &pid : std::as_const(spanned))
             QVERIFY(!home.value(pid).startsWith(spanFolder()));
         Session again(database());
@@ -220,7 +204,7 @@ private Q_SLOTS:
         QSet<QString> pids;
         {
             Session s(database());
-            s.settings.setValue(u"CVFullSpanReattempts"_s, 0);
+            s.settings.setValue(CVSettingsKey::FullSpanReattempts, 0);
             s.spanner.setQuitTimeout(1000);
             const QList<CVTrack *> tracks = s.select(u""_s).mid(0, 5);
             for (const CVTrack *t : tracks)
@@ -270,33 +254,21 @@ private Q_SLOTS:
     {
         makeLibrary(20);
         const QStringList span { u"--player"_s, u"rhythmbox"_s, u"span"_s, u"--to"_s, spanFolder(), u"--yes"_s,
-            u"--allow-root"_s, u"--media"_s, u"Music"_s };
+            u"--media"_s, u"Music"_s };
         QDir().mkpath(spanFolder());
-        QProcess killed;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"CORVANA_FAULT_INJECTION"_s, u"library-rename=1:KILL"_s);
-        killed.setProcessEnvironment(env);
-        killed.start(QStringLiteral(CORVANA_CLI), span);
-        QVERIFY(killed.waitForFinished(120000));
-        QCOMPARE(killed.exitStatus(), QProcess::CrashExit);
+        QVERIFY(runCli(span, u"library-rename=1:KILL"_s).killed);
         QCOMPARE(readAll(database()), m_library); // never half a file
         QVERIFY(QFileInfo::exists(database() + u".corvana-backup"_s));
         QVERIFY(trashed().isEmpty());
-        for (auto [pid, bytes] : m_before.asKeyValueRange())
-            QVERIFY(fileDigest(playerLocations(database()).value(pid)) == bytes);
+        QVERIFY(m_generated.notAtTheirPlace().isEmpty());
 
-        QProcess again;
-        again.start(QStringLiteral(CORVANA_CLI), span);
-        QVERIFY(again.waitForFinished(120000));
-        QVERIFY2(again.exitStatus() == QProcess::NormalExit && again.exitCode() == 0,
-            again.readAllStandardError().constData());
+        const CVCliRun again = runCli(span);
+        QVERIFY2(again.status == 0, again.err.constData());
         checkEverySong();
         // The history knows every moved song at its span location.
-        QProcess select;
-        select.start(QStringLiteral(CORVANA_CLI),
-            { u"--player"_s, u"rhythmbox"_s, u"select"_s, u"--span-filter"_s, u"Fully Spanned"_s });
-        QVERIFY(select.waitForFinished(60000));
-        const QList<QByteArray> full = select.readAllStandardOutput().trimmed().split('\n');
+        const CVCliRun select
+            = runCli({ u"--player"_s, u"rhythmbox"_s, u"select"_s, u"--span-filter"_s, u"Fully Spanned"_s });
+        const QList<QByteArray> full = select.out.trimmed().split('\n');
         int moved = 0;
         for (const QString &path : playerLocations(database()))
             moved += path.startsWith(spanFolder()) ? 1 : 0;

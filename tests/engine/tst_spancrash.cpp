@@ -1,11 +1,11 @@
-#include "CVLibraryGenerator.h"
+#include "CVCliRun.h"
+#include "CVGeneratedLibrary.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVSpanHistoryStore.h"
 #include "Library/CVTrack.h"
 
-#include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QRandomGenerator>
@@ -24,40 +24,22 @@ class TestSpanCrash : public QObject {
 private:
     QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
 
-    int runTool(const QStringList &args, QByteArray *output = nullptr)
-    {
-        QProcess tool;
-        tool.setProcessChannelMode(QProcess::MergedChannels);
-        tool.start(QStringLiteral(CORVANA_CLI), args);
-        if (!tool.waitForFinished(120000))
-            return -1;
-        if (output)
-            *output = tool.readAll();
-        return tool.exitCode();
-    }
-
 private Q_SLOTS:
     void killedRunsAreRecovered()
     {
-        m_home = std::make_unique<CVTestHome>();
+        m_home = std::make_unique<CVTestEnvironment>();
         CVLibraryGeneratorOptions options;
         options.tracks = 40;
         options.seed = 9;
         options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
         options.secondDrive = m_home->filePath(u"Archive"_s);
-        options.createMediaFiles = true;
         options.mediaFileBytes = 400000;
-        QDir().mkpath(QFileInfo(libraryFile()).path());
-        QVERIFY(CVLibraryGenerator(options).write(libraryFile()));
+        CVGeneratedLibrary library;
+        QVERIFY2(library.write(libraryFile(), options), qPrintable(library.errorString));
         const QString span = m_home->filePath(u"Span"_s);
         QDir().mkpath(span);
 
-        // What every file holds, by persistent ID.
-        QHash<QString, QByteArray> digests;
-        for (auto [pid, path] : libraryLocations(libraryFile()).asKeyValueRange()) {
-            if (path.startsWith(u'/') && QFileInfo::exists(path))
-                digests.insert(pid, fileDigest(path));
-        }
+        const QHash<QString, QByteArray> &digests = library.digests;
         QVERIFY(digests.size() > 30);
         const QStringList spanArgs { u"span"_s, u"--to"_s, span, u"--yes"_s, u"--allow-root"_s };
         const QStringList restoreArgs { u"restore"_s, u"--span-filter"_s, u"All Spanned"_s, u"--yes"_s,
@@ -72,7 +54,7 @@ private Q_SLOTS:
             victim.setStandardOutputFile(QProcess::nullDevice());
             QElapsedTimer clock;
             clock.start();
-            victim.start(QStringLiteral(CORVANA_CLI), args);
+            startCli(victim, args);
             QVERIFY(victim.waitForStarted());
             const int delay = int(QRandomGenerator::global()->bounded(qint64(5), qMax<qint64>(10, runMs)));
             if (!victim.waitForFinished(delay)) {
@@ -80,9 +62,10 @@ private Q_SLOTS:
                 ++killedInRun;
                 victim.waitForFinished();
                 // The next start sees the crash and the same command completes the work.
-                QByteArray output;
                 clock.restart();
-                const int status = runTool(args, &output);
+                const CVCliRun run = runCli(args);
+                const int status = run.status;
+                const QByteArray output = run.out + run.err;
                 runMs = qMax<qint64>(50, clock.elapsed());
                 m_lastOutput = output;
                 // Killed as it was exiting, the run was complete: nothing is left to do then (after a
@@ -131,7 +114,7 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
+    std::unique_ptr<CVTestEnvironment> m_home;
     QByteArray m_lastOutput;
 };
 

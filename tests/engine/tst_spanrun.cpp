@@ -1,7 +1,7 @@
-#include "CVLibraryGenerator.h"
+#include "CVGeneratedLibrary.h"
 #include "CVSpanSession.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
@@ -11,9 +11,7 @@
 #include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
-#include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
-#include "Platform/CVTrash.h"
 
 #include <QProcess>
 #include <QSignalSpy>
@@ -41,53 +39,24 @@ class TestSpanRun : public QObject {
     Q_OBJECT
 
 private:
-    QString libraryFile() const { return m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
+    QString libraryFile() const { return m_env->filePath(u"Music/iTunes/iTunes Library.xml"_s); }
 
     void makeLibrary(int tracks, qint64 mediaBytes = 0, const QString &secondDrive = {})
     {
         CVLibraryGeneratorOptions options;
         options.tracks = tracks;
         options.seed = 5;
-        options.mediaRoot = m_home->filePath(u"Music/iTunes"_s);
-        options.secondDrive = secondDrive.isEmpty() ? m_home->filePath(u"Volumes/Archive"_s) : secondDrive;
-        options.createMediaFiles = true;
+        options.mediaRoot = m_env->filePath(u"Music/iTunes"_s);
+        options.secondDrive = secondDrive.isEmpty() ? m_env->filePath(u"Volumes/Archive"_s) : secondDrive;
         options.mediaFileBytes = mediaBytes;
-        QDir().mkpath(QFileInfo(libraryFile()).path());
-        CVLibraryGenerator generator(options);
-        QVERIFY2(generator.write(libraryFile()), qPrintable(generator.errorString()));
+        QVERIFY2(m_library.write(libraryFile(), options), qPrintable(m_library.errorString));
     }
 
-    // Every file track's bytes, by persistent ID, to check that nothing is ever lost.
-    QHash<QString, QByteArray> contentsNow(Session &s)
-    {
-        QHash<QString, QByteArray> contents;
-        for (CVTrack *t : s.select(QString()))
-            if (QFileInfo::exists(t->currentPath()))
-                contents.insert(t->text(CVAttr::PersistentID), readAll(t->currentPath()));
-        return contents;
-    }
-
-    QString spanFolder() const { return m_home->filePath(u"Span Drive/Spanned"_s); }
+    QString spanFolder() const { return m_env->filePath(u"Span Drive/Spanned"_s); }
 
 private Q_SLOTS:
-    void init()
-    {
-        m_home = std::make_unique<CVTestHome>();
-        const QString home = m_home->path();
-        CVTrash::setMountPointFilter([home](const QString &point) { return point.startsWith(home); });
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
-    }
-
-    void cleanup()
-    {
-        for (const QString &mount : std::as_const(m_mounts))
-            ::umount2(QFile::encodeName(mount).constData(), MNT_DETACH);
-        m_mounts.clear();
-        CVLog::setSink({});
-        m_log.clear();
-        CVTrash::setMountPointFilter({});
-        m_home.reset();
-    }
+    void init() { m_env = std::make_unique<CVTestEnvironment>(); }
+    void cleanup() { m_env.reset(); }
 
     void destinationPaths()
     {
@@ -118,10 +87,10 @@ private Q_SLOTS:
         QCOMPARE(path({ { CVAttr::MediaType, u"Music"_s }, { CVAttr::AlbumArtist, u"AC/DC"_s },
                      { CVAttr::Artist, u"no"_s } }),
             u"/Span/Music/AC_DC/Unknown Album/01 a.mp3"_s);
-        m_log.clear();
+        m_env->log.clear();
         QCOMPARE(path({ { CVAttr::MediaType, u"Ringtones"_s } }),
             u"/Span/Ringtones/Unknown Artist/Unknown Album/01 a.mp3"_s);
-        QCOMPARE(m_log, QStringList { u"UNCAUGHT MEDIATYPE!"_s });
+        QCOMPARE(m_env->log, QStringList { u"UNCAUGHT MEDIATYPE!"_s });
         // Nothing a tag holds leads out of the span location.
         const QString escaped
             = path({ { CVAttr::MediaType, u"../../etc"_s }, { CVAttr::Artist, u".."_s }, { CVAttr::Album, u"/"_s } });
@@ -163,15 +132,15 @@ private Q_SLOTS:
     void spanVerifyRestore()
     {
         // A second drive of its own when the machine lets us mount one: its files go to its own Trash.
-        QString archive = m_home->filePath(u"Archive Drive"_s);
-        if (mountTmpfs(archive, "size=256m"))
-            m_mounts.append(archive);
+        QString archive = m_env->filePath(u"Archive Drive"_s);
+        const bool mounted = mountTmpfs(archive, "size=256m");
+        if (mounted)
+            m_env->unmountAtEnd(archive);
         makeLibrary(40, 0, archive);
-        QHash<QString, QByteArray> before;
+        const QHash<QString, QByteArray> &before = m_library.digests;
         QStringList originals;
         {
             Session s(libraryFile());
-            before = contentsNow(s);
             QList<CVTrack *> music = s.select(u"( MediaType == 'Music' )"_s);
             QVERIFY(music.size() > 10);
             for (CVTrack *t : music)
@@ -184,15 +153,15 @@ private Q_SLOTS:
                 s.spanner.lastResults().headline.startsWith(u"All %1 Tracks Successfully Spanned"_s.arg(music.size())));
             QCOMPARE(s.spanner.lastResults().tally, u"%1 tracks fully spanned"_s.arg(music.size()));
             QCOMPARE(s.spanner.trashedFileCount(), int(music.size()));
-            QVERIFY(!s.settings.boolValue(u"CVIsSpanning"_s));
-            QCOMPARE(s.settings.stringListValue(u"CVSpanLocationHistory"_s), QStringList { spanFolder() });
+            QVERIFY(!s.settings.boolValue(CVSettingsKey::IsSpanning));
+            QCOMPARE(s.settings.stringListValue(CVSettingsKey::SpanLocationHistory), QStringList { spanFolder() });
         }
         for (const QString &original : std::as_const(originals))
             QVERIFY2(!QFileInfo::exists(original), qPrintable(original));
         const bool fromArchive = std::any_of(
             originals.cbegin(), originals.cend(), [&](const QString &o) { return o.startsWith(archive); });
         QVERIFY(fromArchive);
-        if (!m_mounts.isEmpty())
+        if (mounted)
             QVERIFY(!QDir(archive + u"/.Trash-"_s + QString::number(::getuid()) + u"/files"_s).isEmpty());
         if (!QStandardPaths::findExecutable(u"trash-list"_s).isEmpty()) {
             QProcess list;
@@ -209,7 +178,7 @@ private Q_SLOTS:
             QCOMPARE(spanned.size(), originals.size());
             for (CVTrack *t : spanned) {
                 QVERIFY(t->text(CVAttr::Location).startsWith(spanFolder() + u'/'));
-                QCOMPARE(readAll(t->text(CVAttr::Location)), before.value(t->text(CVAttr::PersistentID)));
+                QCOMPARE(fileDigest(t->text(CVAttr::Location)), before.value(t->text(CVAttr::PersistentID)));
             }
             // Spanning them again to the same place does nothing.
             s.span(spanned, spanFolder());
@@ -229,7 +198,7 @@ private Q_SLOTS:
         Session s(libraryFile());
         for (CVTrack *t : s.select(QString())) {
             if (before.contains(t->text(CVAttr::PersistentID)))
-                QCOMPARE(readAll(t->currentPath()), before.value(t->text(CVAttr::PersistentID)));
+                QCOMPARE(fileDigest(t->currentPath()), before.value(t->text(CVAttr::PersistentID)));
         }
         for (const QString &original : std::as_const(originals))
             QVERIFY(QFileInfo::exists(original));
@@ -272,7 +241,7 @@ private Q_SLOTS:
         // The span location goes away during the run: what follows is skipped, nothing is lost.
         Session t(libraryFile());
         const QList<CVTrack *> rest = t.select(u"( MediaType == 'Music' AND ItemIsSpanned == 0 )"_s).mid(0, 4);
-        const QString other = m_home->filePath(u"Other"_s);
+        const QString other = m_env->filePath(u"Other"_s);
         QDir().mkpath(other);
         int made = 0;
         connect(&t.spanner, &CVMediaSpanner::fileCopied, this, [&] {
@@ -288,11 +257,12 @@ private Q_SLOTS:
     void noSpaceOnTheDestination()
     {
         // 100 MB of every drive stay free: a 5 MB track fits into 105 MB free but not into 104 MB.
-        const QString tight = m_home->filePath(u"tight"_s);
-        const QString roomy = m_home->filePath(u"roomy"_s);
+        const QString tight = m_env->filePath(u"tight"_s);
+        const QString roomy = m_env->filePath(u"roomy"_s);
         if (!mountTmpfs(tight, "size=104000000") || !mountTmpfs(roomy, "size=105100000"))
             QSKIP("this machine does not let the test mount a drive");
-        m_mounts << tight << roomy;
+        m_env->unmountAtEnd(tight);
+        m_env->unmountAtEnd(roomy);
         makeLibrary(6, 4990000);
         Session s(libraryFile());
         const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 1);
@@ -316,7 +286,7 @@ private Q_SLOTS:
         QFETCH(int, reattempts);
         makeLibrary(20);
         Session s(libraryFile());
-        s.settings.setValue(u"CVFullSpanReattempts"_s, reattempts);
+        s.settings.setValue(CVSettingsKey::FullSpanReattempts, reattempts);
         const QList<CVTrack *> tracks = s.select(u"( MediaType == 'Music' )"_s).mid(0, 3);
         const QString stubborn = tracks[1]->text(CVAttr::PersistentID);
         const QString original = tracks[1]->text(CVAttr::Location);
@@ -448,7 +418,7 @@ private Q_SLOTS:
         QCOMPARE(checks.checkBeforeRun(request).outcome, CVSpanChecks::Outcome::Confirm);
         request.restoreMode = false;
         QCOMPARE(checks.checkBeforeRun(request).alert.title, u"\nYou have not selected a span location."_s);
-        request.spanLocation = m_home->filePath(u"nowhere"_s);
+        request.spanLocation = m_env->filePath(u"nowhere"_s);
         QCOMPARE(checks.checkBeforeRun(request).alert.title, u"\nSelected span location cannot be found."_s);
         request.queue.clear();
         QCOMPARE(checks.checkBeforeRun(request).alert.title, u"\nYou have not selected any tracks."_s);
@@ -459,18 +429,17 @@ private Q_SLOTS:
             CVSpanChecks::Advice::InsideMediaFolder);
         QCOMPARE(checks.checkSpanLocation(media, {}, media, u"Computer"_s).advice, CVSpanChecks::Advice::None);
         QCOMPARE(
-            checks.checkSpanLocation(spanFolder(), { m_home->filePath(u"Span Drive"_s) }, media, u"Computer"_s).advice,
+            checks.checkSpanLocation(spanFolder(), { m_env->filePath(u"Span Drive"_s) }, media, u"Computer"_s).advice,
             CVSpanChecks::Advice::PreviouslyUsed);
         QCOMPARE(checks.checkSpanLocation(spanFolder(), { spanFolder() }, media, u"Computer"_s).advice,
             CVSpanChecks::Advice::None);
-        QCOMPARE(checks.checkSpanLocation(m_home->filePath(u"nowhere"_s), {}, media, u"Computer"_s).advice,
+        QCOMPARE(checks.checkSpanLocation(m_env->filePath(u"nowhere"_s), {}, media, u"Computer"_s).advice,
             CVSpanChecks::Advice::Unusable);
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    QStringList m_log;
-    QStringList m_mounts;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVGeneratedLibrary m_library;
 };
 
 QTEST_GUILESS_MAIN(TestSpanRun)

@@ -7,8 +7,6 @@
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVSpanHistory.h"
 #include "Library/CVTrack.h"
-#include "Platform/CVLog.h"
-#include "Platform/CVTrash.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -45,15 +43,6 @@ CVWindowSession::CVWindowSession(Options options)
         info.write("[Corvana Helper]\nVersion=test\n");
     info.close();
     qputenv("CORVANA_HELPER_BUNDLE", QFile::encodeName(helper));
-    CVLog::setSink([this](const QString &line) { log.append(line); });
-    // The machine's own volumes and their trash are never looked into.
-    trashRoots.append(home.path());
-    CVTrash::setMountPointFilter([this](const QString &point) {
-        for (const QString &root : std::as_const(trashRoots))
-            if (point == root || point.startsWith(root + u'/'))
-                return true;
-        return false;
-    });
     if (options.start) {
         awake();
         launch();
@@ -63,8 +52,6 @@ CVWindowSession::CVWindowSession(Options options)
 CVWindowSession::~CVWindowSession()
 {
     m_app.reset();
-    CVTrash::setMountPointFilter({});
-    CVLog::setSink({});
     qunsetenv("CORVANA_HELPER_BUNDLE");
 }
 

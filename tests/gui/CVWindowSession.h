@@ -2,16 +2,16 @@
 
 #include "CVApplicationDelegate.h"
 #include "CVLibraryGenerator.h"
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 
 #include <QHash>
 #include <QStringList>
 
 #include <memory>
 
-// One start of the window in a fresh temporary home: a generated library (with its media files)
-// at the default place, dialogs answered by the test, the quit recorded instead of done.
-class CVWindowSession {
+// One start of the window in a fresh test environment: a generated library (with its media
+// files) at the default place, dialogs answered by the test, the quit recorded instead of done.
+class CVWindowSession : public CVTestEnvironment {
 public:
     struct Options {
         int tracks = 300;
@@ -49,12 +49,7 @@ public:
     void makeDependentBeforeStart(const QStringList &persistentIDs);
     // The player's locations in the library file, by persistent ID.
     QHash<QString, QString> libraryLocations() const;
-    // Which volumes' trash folders the program may look into: the home's, and these.
-    QStringList trashRoots;
-
-    CVTestHome home;
     CVLibraryGeneratorResult generated;
-    QStringList log;
     int quits = 0;
 
 private:

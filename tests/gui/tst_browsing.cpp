@@ -161,7 +161,7 @@ void TestBrowsing::compilationsRowShowsCompilationsAlbumFirst()
     }
     QVERIFY(std::is_sorted(albums.cbegin(), albums.cend()));
     // Grouping off: the compilations' own artists come back, the row goes.
-    session.app().settings()->setValue(u"CVGroupCompilationsInBrowser"_s, false);
+    session.app().settings()->setValue(CVSettingsKey::GroupCompilationsInBrowser, false);
     QVERIFY(rowOf(artists, u"Compilations"_s) < 0);
 }
 
@@ -362,12 +362,12 @@ void TestBrowsing::filterPathBarRemovesAndReordersFilters()
 
     // Moving the first filter "up" moves it down.
     window->filterPathMenuItemAction(1, 2);
-    QCOMPARE(session.app().settings()->stringListValue(u"CVFilterPathOrder"_s),
+    QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::FilterPathOrder),
         QStringList({ u"Span Filter"_s, u"Search"_s, u"Media Type"_s, u"Playlist"_s, u"Location"_s }));
     QCOMPARE(w->filterPathBar->lineOneString(), u"Library"_s + arrow + u"Span Filter : Not Spanned"_s);
     // The last row's second segment moves it up.
     window->filterPathMenuItemAction(5, 1);
-    QCOMPARE(session.app().settings()->stringListValue(u"CVFilterPathOrder"_s).value(3), u"Location"_s);
+    QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::FilterPathOrder).value(3), u"Location"_s);
     // Clearing after the first row keeps it alone.
     window->filterPathMenuItemAction(1, 1);
     QCOMPARE(session.app().libraryManager()->searchString(), QString());

@@ -195,15 +195,15 @@ void TestPanes::playlistsHideAndShow()
     CVSettings *settings = session.app().settings();
     QAction *toggle = window->corvanaWindow()->action(u"togglePlaylists"_s);
     toggle->trigger();
-    QVERIFY(settings->boolValue(u"CVPlaylistsAreHidden"_s));
+    QVERIFY(settings->boolValue(CVSettingsKey::PlaylistsAreHidden));
     QVERIFY(window->corvanaWindow()->playlistsPane->isHidden());
     QCOMPARE(toggle->text(), u"Show Playlists"_s);
     toggle->trigger();
-    QVERIFY(!settings->boolValue(u"CVPlaylistsAreHidden"_s));
+    QVERIFY(!settings->boolValue(CVSettingsKey::PlaylistsAreHidden));
     QVERIFY(!window->corvanaWindow()->playlistsPane->isHidden());
     QCOMPARE(toggle->text(), u"Hide Playlists"_s);
     window->corvanaWindow()->action(u"toggleLocations"_s)->trigger();
-    QVERIFY(settings->boolValue(u"CVLocationsAreHidden"_s));
+    QVERIFY(settings->boolValue(CVSettingsKey::LocationsAreHidden));
     QCOMPARE(window->corvanaWindow()->action(u"toggleLocations"_s)->text(), u"Show Locations"_s);
 }
 
@@ -403,7 +403,7 @@ void TestPanes::everyFolderNameIsReadable()
     window->browserDelegate()->setMediaFilter(u"All"_s);
     // The main view at its first size, the pane at its default width, every folder open.
     w->resize(1180, 728);
-    const int width = int(session.app().settings()->realValue(u"CVLocationsRightFrameWidth"_s));
+    const int width = int(session.app().settings()->realValue(CVSettingsKey::LocationsRightFrameWidth));
     QList<int> sizes = w->mainSplitter->sizes();
     sizes[1] += sizes[2] - width;
     sizes[2] = width;

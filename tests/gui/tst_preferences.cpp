@@ -1,6 +1,6 @@
 // The preferences panes on their own, over the settings of a temporary home: every control
 // writes its key at once, reads it back when shown, and keeps the rules between controls.
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVHelperApplicationControl.h"
 #include "Platform/CVSettings.h"
@@ -29,10 +29,10 @@ class TestPreferences : public QObject {
 
 private:
     void click(CVSegmentedControl *control, int segment) { control->button(segment)->click(); }
-    QStringList searchFields() const { return m_settings->stringListValue(u"CVSearchFields"_s); }
+    QStringList searchFields() const { return m_settings->stringListValue(CVSettingsKey::SearchFields); }
 
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVUpdateChecker> m_checker;
     std::unique_ptr<CVHelperApplicationControl> m_control;
     std::unique_ptr<CVHUserDefaults> m_helperDefaults;
@@ -44,14 +44,13 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>(CVSettings::defaultFilePath());
-        m_settings->registerStandardDefaults();
-        m_checker = std::make_unique<CVUpdateChecker>(m_settings.get(), u"0.1.0"_s);
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_checker = std::make_unique<CVUpdateChecker>(m_settings, u"0.1.0"_s);
         m_control = std::make_unique<CVHelperApplicationControl>();
         m_helperDefaults = std::make_unique<CVHUserDefaults>();
         m_window = std::make_unique<CVPrefsWindowController>(
-            m_settings.get(), m_checker.get(), m_control.get(), m_helperDefaults.get());
+            m_settings, m_checker.get(), m_control.get(), m_helperDefaults.get());
         m_launches = m_quits = m_beeps = 0;
         m_window->helperPreferences()->setHelperActions(
             { [this] { ++m_launches; }, [this] { ++m_quits; }, [this] { ++m_beeps; } });
@@ -63,8 +62,7 @@ private Q_SLOTS:
         m_window.reset();
         m_helperDefaults.reset();
         m_checker.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void searchFieldsKeepNameWhenNothingElseIsChosen()
@@ -98,33 +96,33 @@ private Q_SLOTS:
         m_window->showPane(CVPrefsWindowController::General);
         QCOMPARE(pane->browserMedia->selectedSegment(), 1);
         click(pane->browserMedia, 0);
-        QCOMPARE(m_settings->stringValue(u"CVDefaultBrowserMedia"_s), u"All"_s);
-        QVERIFY(!m_settings->boolValue(u"CVRememberLastBrowserMedia"_s));
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::DefaultBrowserMedia), u"All"_s);
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::RememberLastBrowserMedia));
         // Remembering leaves the default media as it was.
         click(pane->browserMedia, 2);
-        QVERIFY(m_settings->boolValue(u"CVRememberLastBrowserMedia"_s));
-        QCOMPARE(m_settings->stringValue(u"CVDefaultBrowserMedia"_s), u"All"_s);
+        QVERIFY(m_settings->boolValue(CVSettingsKey::RememberLastBrowserMedia));
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::DefaultBrowserMedia), u"All"_s);
         click(pane->browserMedia, 1);
-        QCOMPARE(m_settings->stringValue(u"CVDefaultBrowserMedia"_s), u"Music"_s);
-        QVERIFY(!m_settings->boolValue(u"CVRememberLastBrowserMedia"_s));
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::DefaultBrowserMedia), u"Music"_s);
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::RememberLastBrowserMedia));
 
-        const QList<QPair<QCheckBox *, QString>> boxes {
-            { pane->groupCompilations, u"CVGroupCompilationsInBrowser"_s },
-            { pane->useAlbumArtists, u"CVUseAlbumArtistsInBrowser"_s },
-            { pane->browserOnTop, u"CVColumnBrowserOnTop"_s },
-            { pane->animateWindow, u"CVCubeAnimateWindow"_s },
-            { pane->dropSounds, u"CVPlaySpanQueueDropSounds"_s },
+        const QList<QPair<QCheckBox *, CVSettingsKey>> boxes {
+            { pane->groupCompilations, CVSettingsKey::GroupCompilationsInBrowser },
+            { pane->useAlbumArtists, CVSettingsKey::UseAlbumArtistsInBrowser },
+            { pane->browserOnTop, CVSettingsKey::ColumnBrowserOnTop },
+            { pane->animateWindow, CVSettingsKey::CubeAnimateWindow },
+            { pane->dropSounds, CVSettingsKey::PlaySpanQueueDropSounds },
         };
         for (const auto &[box, key] : boxes) {
-            QVERIFY2(box->isChecked(), qPrintable(key));
+            QVERIFY2(box->isChecked(), qPrintable(CVSettings::name(key)));
             box->click();
-            QVERIFY2(m_settings->contains(key) && !m_settings->boolValue(key), qPrintable(key));
+            QVERIFY2(m_settings->contains(key) && !m_settings->boolValue(key), qPrintable(CVSettings::name(key)));
         }
 
         // Values changed elsewhere show when the pane is shown again.
-        m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Artist"_s });
-        m_settings->setValue(u"CVRememberLastBrowserMedia"_s, true);
-        m_settings->setValue(u"CVColumnBrowserOnTop"_s, true);
+        m_settings->setValue(CVSettingsKey::SearchFields, QStringList { u"Artist"_s });
+        m_settings->setValue(CVSettingsKey::RememberLastBrowserMedia, true);
+        m_settings->setValue(CVSettingsKey::ColumnBrowserOnTop, true);
         m_window->showPane(CVPrefsWindowController::Advanced);
         m_window->showPane(CVPrefsWindowController::General);
         QVERIFY(pane->searchFields->isSelected(1) && !pane->searchFields->isSelected(3));
@@ -138,50 +136,50 @@ private Q_SLOTS:
         m_window->showPane(CVPrefsWindowController::Advanced);
         QCOMPARE(pane->saveQueue->selectedSegment(), 1);
         click(pane->saveQueue, 0);
-        QVERIFY(!m_settings->boolValue(u"CVAutosaveSpanningQueue"_s));
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::AutosaveSpanningQueue));
 
         // The clear-after-span box follows location saving: off shows it checked and disabled,
         // whatever is stored, and writes nothing.
         pane->clearSpanLocation->click();
-        QVERIFY(!m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s));
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::ClearSpanLocationAfterSpan));
         click(pane->saveSpanLocation, 0);
-        QVERIFY(!m_settings->boolValue(u"CVAutosaveSpanLocation"_s));
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation));
         QVERIFY(!pane->clearSpanLocation->isEnabled());
         QVERIFY(pane->clearSpanLocation->isChecked());
-        QVERIFY(!m_settings->boolValue(u"CVClearSpanLocationAfterSpan"_s));
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::ClearSpanLocationAfterSpan));
         click(pane->saveSpanLocation, 1);
         QVERIFY(pane->clearSpanLocation->isEnabled());
         QVERIFY(!pane->clearSpanLocation->isChecked());
 
         QCOMPARE(pane->reattempts->selectedSegment(), 2);
         click(pane->reattempts, 4);
-        QCOMPARE(m_settings->integerValue(u"CVFullSpanReattempts"_s), 4);
+        QCOMPARE(m_settings->integerValue(CVSettingsKey::FullSpanReattempts), 4);
         // During a run the count cannot change; the control says so at once.
-        m_settings->setValue(u"CVIsSpanning"_s, true);
+        m_settings->setValue(CVSettingsKey::IsSpanning, true);
         QVERIFY(!pane->reattempts->isEnabled());
         Q_EMIT pane->reattempts->segmentClicked(0);
-        QCOMPARE(m_settings->integerValue(u"CVFullSpanReattempts"_s), 4);
+        QCOMPARE(m_settings->integerValue(CVSettingsKey::FullSpanReattempts), 4);
         QCOMPARE(pane->reattempts->selectedSegment(), 4);
-        m_settings->setValue(u"CVIsSpanning"_s, false);
+        m_settings->setValue(CVSettingsKey::IsSpanning, false);
         QVERIFY(pane->reattempts->isEnabled());
 
         QCOMPARE(pane->windowsFileNames->selectedSegment(), 0);
         click(pane->windowsFileNames, 1);
-        QCOMPARE(m_settings->stringValue(u"CVWindowsFileNames"_s), u"always"_s);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::WindowsFileNames), u"always"_s);
         click(pane->windowsFileNames, 2);
-        QCOMPARE(m_settings->stringValue(u"CVWindowsFileNames"_s), u"never"_s);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::WindowsFileNames), u"never"_s);
         QCOMPARE(pane->player->selectedSegment(), 0);
         click(pane->player, 3);
-        QCOMPARE(m_settings->stringValue(u"Player"_s), u"rhythmbox"_s);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::Player), u"rhythmbox"_s);
         click(pane->player, 4);
-        QCOMPARE(m_settings->stringValue(u"Player"_s), u"strawberry"_s);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::Player), u"strawberry"_s);
         QVERIFY(!pane->relaunchPlayer->isChecked());
         pane->relaunchPlayer->click();
-        QVERIFY(m_settings->boolValue(u"CVRelaunchPlayerAfterRun"_s));
+        QVERIFY(m_settings->boolValue(CVSettingsKey::RelaunchPlayerAfterRun));
         click(pane->player, 1);
-        QCOMPARE(m_settings->stringValue(u"Player"_s), u"itunes-file"_s);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::Player), u"itunes-file"_s);
         // A value written by hand that is no choice shows none.
-        m_settings->setValue(u"Player"_s, u"winamp"_s);
+        m_settings->setValue(CVSettingsKey::Player, u"winamp"_s);
         pane->reloadNibOutlets();
         QCOMPARE(pane->player->selectedSegment(), -1);
     }
@@ -195,7 +193,7 @@ private Q_SLOTS:
             QVERIFY(!pane->checkNow->isEnabled());
             QVERIFY(!pane->automaticChecks->isEnabled());
         }
-        m_settings->setValue(u"SUFeedURL"_s, u"http://127.0.0.1:9/appcast.xml"_s);
+        m_settings->setValue(CVSettingsKey::SUFeedURL, u"http://127.0.0.1:9/appcast.xml"_s);
         pane->reloadNibOutlets();
         QVERIFY(!pane->noFeed->isVisible());
         QVERIFY(pane->checkNow->isEnabled());
@@ -206,21 +204,21 @@ private Q_SLOTS:
         const qint64 seconds[] = { 3600, 86400, 604800, 2629744 };
         for (int i = 0; i < 4; ++i) {
             click(pane->checkInterval, i);
-            QCOMPARE(m_settings->integerValue(u"SUScheduledCheckInterval"_s), seconds[i]);
+            QCOMPARE(m_settings->integerValue(CVSettingsKey::SUScheduledCheckInterval), seconds[i]);
         }
         // An interval that is none of the segments selects none.
-        m_settings->setValue(u"SUScheduledCheckInterval"_s, 7200);
+        m_settings->setValue(CVSettingsKey::SUScheduledCheckInterval, 7200);
         pane->reloadNibOutlets();
         QCOMPARE(pane->checkInterval->selectedSegment(), -1);
         click(pane->automaticChecks, 0);
-        QVERIFY(!m_settings->boolValue(u"SUEnableAutomaticChecks"_s));
+        QVERIFY(!m_settings->boolValue(CVSettingsKey::SUEnableAutomaticChecks));
         QVERIFY(!pane->checkInterval->isEnabled());
         QVERIFY(!m_checker->nextCheck().isValid());
         click(pane->automaticChecks, 1);
-        QVERIFY(m_settings->boolValue(u"SUEnableAutomaticChecks"_s));
+        QVERIFY(m_settings->boolValue(CVSettingsKey::SUEnableAutomaticChecks));
         QVERIFY(pane->checkInterval->isEnabled());
         QVERIFY(m_checker->nextCheck().isValid());
-        m_settings->setValue(u"SULastCheckTime"_s, QDateTime::currentSecsSinceEpoch());
+        m_settings->setValue(CVSettingsKey::SULastCheckTime, QDateTime::currentSecsSinceEpoch());
         QVERIFY(pane->lastCheck->text() != u"Never"_s);
     }
 
@@ -230,49 +228,49 @@ private Q_SLOTS:
         m_window->showPane(CVPrefsWindowController::Helper);
         QCOMPARE(pane->menubarItem->selectedSegment(), 1);
         click(pane->menubarItem, 0);
-        QCOMPARE(m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s), 0);
+        QCOMPARE(m_helperDefaults->integerForKey(CVHSettingsKey::ShowInMenubar), 0);
         QCOMPARE(m_quits, 1);
         QCOMPARE(m_launches, 1);
         // The same value again: no restart.
         click(pane->menubarItem, 0);
         QCOMPARE(m_launches, 1);
         // During a run the value is kept but the restart refused with a beep.
-        m_settings->setValue(u"CVIsSpanning"_s, true);
+        m_settings->setValue(CVSettingsKey::IsSpanning, true);
         click(pane->menubarItem, 1);
-        QCOMPARE(m_helperDefaults->integerForKey(u"CVHShowInMenubar"_s), 1);
+        QCOMPARE(m_helperDefaults->integerForKey(CVHSettingsKey::ShowInMenubar), 1);
         QCOMPARE(m_quits, 1);
         QCOMPARE(m_launches, 1);
         QCOMPARE(m_beeps, 1);
         pane->launchHelper->click();
         QCOMPARE(m_launches, 1);
         QCOMPARE(m_beeps, 2);
-        m_settings->setValue(u"CVIsSpanning"_s, false);
+        m_settings->setValue(CVSettingsKey::IsSpanning, false);
         pane->launchHelper->click();
         QCOMPARE(m_launches, 2);
 
         click(pane->alwaysRun, 1);
-        QCOMPARE(m_helperDefaults->integerForKey(u"CVHAllowedToAlwaysRun"_s), 1);
+        QCOMPARE(m_helperDefaults->integerForKey(CVHSettingsKey::AllowedToAlwaysRun), 1);
 
         // Suppression boxes store what they show; warning boxes store the opposite.
         QVERIFY(!pane->loginItemAlert->isChecked());
         pane->loginItemAlert->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHLoginItemAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::LoginItemAlertSupress));
         pane->notNecessaryAlert->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHNotNecessaryAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::NotNecessaryAlertSupress));
         QVERIFY(pane->warnWhenPlayerLaunches->isChecked());
         QVERIFY(!pane->warnWhenDrivesUnmount->isChecked());
         QVERIFY(pane->warnWhenFilesMissing->isChecked());
         pane->warnWhenPlayerLaunches->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::TracksUnavailableWhenITunesLaunchesAlertSupress));
         pane->warnWhenDrivesUnmount->click();
-        QVERIFY(!m_helperDefaults->boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
+        QVERIFY(!m_helperDefaults->boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress));
         pane->warnWhenFilesMissing->click();
-        QVERIFY(m_helperDefaults->boolForKey(u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s));
+        QVERIFY(m_helperDefaults->boolForKey(CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress));
 
         // Another copy of the helper's settings (the helper's own) reads what was written.
         CVHUserDefaults helperSide;
-        QCOMPARE(helperSide.integerForKey(u"CVHAllowedToAlwaysRun"_s), 1);
-        QVERIFY(!helperSide.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
+        QCOMPARE(helperSide.integerForKey(CVHSettingsKey::AllowedToAlwaysRun), 1);
+        QVERIFY(!helperSide.boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress));
 
         click(pane->loginItem, 1);
         QCOMPARE(pane->loginItem->selectedSegment(), m_control->inLoginItems() ? 1 : 0);

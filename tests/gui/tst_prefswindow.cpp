@@ -105,7 +105,7 @@ private Q_SLOTS:
         QCOMPARE(options->tokens().last(), u"SmartRows"_s);
         QCOMPARE(browser->getVisibleColumns().last(), u"SmartRows"_s);
         QCOMPARE(options->smartButton->text(), u"Move Smart Column to Left"_s);
-        QCOMPARE(session.app().settings()->integerValue(u"CVTrackListSmartColumnPosition"_s), 1);
+        QCOMPARE(session.app().settings()->integerValue(CVSettingsKey::TrackListSmartColumnPosition), 1);
         // Its cells say where a track stands.
         const int smart = CVTrackColumns::indexOf(u"SmartRows"_s);
         const CVTrack *track = browser->trackModel()->track(0);
@@ -188,21 +188,21 @@ private Q_SLOTS:
         prefs->showPane(CVPrefsWindowController::Advanced);
         advanced->saveQueue->button(0)->click();
         window->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
-        QVERIFY(!settings->contains(u"CVSavedSpanningQueue"_s));
+        QVERIFY(!settings->contains(CVSettingsKey::SavedSpanningQueue));
         advanced->saveQueue->button(1)->click();
-        QVERIFY(settings->contains(u"CVSavedSpanningQueue"_s));
+        QVERIFY(settings->contains(CVSettingsKey::SavedSpanningQueue));
         // Off and on again with the queue unchanged: saved again all the same.
         advanced->saveQueue->button(0)->click();
-        QVERIFY(!settings->contains(u"CVSavedSpanningQueue"_s));
+        QVERIFY(!settings->contains(CVSettingsKey::SavedSpanningQueue));
         advanced->saveQueue->button(1)->click();
-        QVERIFY(settings->contains(u"CVSavedSpanningQueue"_s));
+        QVERIFY(settings->contains(CVSettingsKey::SavedSpanningQueue));
         const QString folder = session.home.filePath(u"Out"_s);
         QDir().mkpath(folder);
         window->setSpanLocation(folder, false);
         advanced->saveSpanLocation->button(0)->click();
-        QVERIFY(!settings->contains(u"CVSavedSpanLocation"_s));
+        QVERIFY(!settings->contains(CVSettingsKey::SavedSpanLocation));
         advanced->saveSpanLocation->button(1)->click();
-        QCOMPARE(settings->stringValue(u"CVSavedSpanLocation"_s), folder);
+        QCOMPARE(settings->stringValue(CVSettingsKey::SavedSpanLocation), folder);
 
         // The Settings menu stays open to a run; the Help button opens the pane's help.
         QVERIFY(w->action(u"preferences"_s)->isEnabled());
@@ -223,7 +223,7 @@ private Q_SLOTS:
         const auto restoreHandler = qScopeGuard([] { QDesktopServices::unsetUrlHandler(u"https"_s); });
 
         // Without a feed: said so, nothing fetched.
-        session.app().settings()->setValue(u"SUFeedURL"_s, QString());
+        session.app().settings()->setValue(CVSettingsKey::SUFeedURL, QString());
         check->trigger();
         CVAlert sheet = waitForSheet(session);
         QVERIFY2(sheet.title.contains(u"checks for no updates"_s), qPrintable(sheet.title));
@@ -231,7 +231,7 @@ private Q_SLOTS:
 
         CVFeedServer server;
         QVERIFY(server.listen(QHostAddress::LocalHost));
-        session.app().settings()->setValue(u"SUFeedURL"_s, server.url());
+        session.app().settings()->setValue(CVSettingsKey::SUFeedURL, server.url());
         const QString current = QCoreApplication::applicationVersion();
         server.body = CVFeedServer::appcast(CVFeedServer::item("99.0", "99.0"));
         check->trigger();
@@ -241,7 +241,7 @@ private Q_SLOTS:
         QCOMPARE(sheet.defaultButton, u"Show Release Notes"_s);
         presenter->answerSheet(CVPresenter::DefaultReturn);
         QCOMPARE(web.urls, QList<QUrl> { QUrl(u"https://corvana.org/notes/99.0.html"_s) });
-        QVERIFY(session.app().settings()->integerValue(u"SULastCheckTime"_s) > 0);
+        QVERIFY(session.app().settings()->integerValue(CVSettingsKey::SULastCheckTime) > 0);
 
         // "Later" opens nothing.
         check->trigger();

@@ -137,7 +137,7 @@ void TestQueue::dropsAddAndRemove()
 
     // Without drop sounds there is no feedback at all.
     window->browseSpanningQueue(true);
-    session.app().settings()->setValue(u"CVPlaySpanQueueDropSounds"_s, false);
+    session.app().settings()->setValue(CVSettingsKey::PlaySpanQueueDropSounds, false);
     QVERIFY(dropPredicate(window, u"( MediaType == 'Movies' )"_s));
     QCOMPARE(window->spanQueue().size(), movies);
     QCOMPARE(sounds.size(), 3);
@@ -209,7 +209,8 @@ void TestQueue::queuePredicatesListTheQueueInOrder()
     window->setWantsRemoveDropSet(true);
     window->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
     window->setWantsRemoveDropSet(false);
-    const auto saved = CVPredicateArchive::unarchive(session.app().settings()->dataValue(u"CVSavedSpanningQueue"_s));
+    const auto saved
+        = CVPredicateArchive::unarchive(session.app().settings()->dataValue(CVSettingsKey::SavedSpanningQueue));
     QVERIFY(saved);
     QCOMPARE(saved->persistentIDs().size(), window->spanQueue().size());
     QCOMPARE(*saved, window->getSpanQueuePredicateForField(u"PersistentID"_s));
@@ -294,7 +295,7 @@ void TestQueue::clearingAsksAndKeepsBrowsing()
     QVERIFY(window->isBrowsingSpanningQueue());
     QCOMPARE(window->browserDelegate()->trackModel()->rowCount(), 0);
     QCOMPARE(window->corvanaWindow()->spanQueueDropZone->summary(), u"No Media Selected"_s);
-    QVERIFY(!session.app().settings()->value(u"CVSavedSpanningQueue"_s).toByteArray().contains("PersistentID"));
+    QVERIFY(!session.app().settings()->value(CVSettingsKey::SavedSpanningQueue).toByteArray().contains("PersistentID"));
     // Leaving browse mode is always possible; entering it with an empty queue is not.
     window->browseSpanningQueue(true);
     QVERIFY(!window->isBrowsingSpanningQueue());
@@ -378,7 +379,7 @@ void TestQueue::selectLastTracksAddsOrReplaces()
     // The last run was a restore of the books.
     {
         CVSettings settings;
-        settings.setValue(u"CVLastSpanLocation"_s, u"CVRestoreMode"_s);
+        settings.setValue(CVSettingsKey::LastSpanLocation, u"CVRestoreMode"_s);
         settings.synchronize();
     }
     session.awake();
@@ -415,12 +416,12 @@ void TestQueue::queueIsSavedOnlyWithAutosave()
     CVWindowDelegate *window = session.app().windowDelegate();
     CVSettings *settings = session.app().settings();
     window->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
-    QVERIFY(settings->contains(u"CVSavedSpanningQueue"_s));
+    QVERIFY(settings->contains(CVSettingsKey::SavedSpanningQueue));
     // Switched off: the saved queue goes at once, and the next start begins empty.
-    settings->setValue(u"CVAutosaveSpanningQueue"_s, false);
-    QVERIFY(!settings->contains(u"CVSavedSpanningQueue"_s));
+    settings->setValue(CVSettingsKey::AutosaveSpanningQueue, false);
+    QVERIFY(!settings->contains(CVSettingsKey::SavedSpanningQueue));
     window->performDrop(CVPredicate::fromText(u"( MediaType == 'Books' )"_s));
-    QVERIFY(!settings->contains(u"CVSavedSpanningQueue"_s));
+    QVERIFY(!settings->contains(CVSettingsKey::SavedSpanningQueue));
     session.app().terminate();
     session.restart();
     QVERIFY(session.app().windowDelegate()->spanQueue().isEmpty());

@@ -2,6 +2,7 @@
 // through the window with the library-file link (to a folder and to a drive), pause, resume and
 // skip, quitting during a run, the menus a run takes away, the results view and the Trash.
 #include "Browsing/CVBrowserDelegate.h"
+#include "CVSheetAnswer.h"
 #include "CVTestMounts.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
@@ -205,8 +206,8 @@ void TestRun::refusalsBeforeARun()
     presenter->answerSheet(CVPresenter::AlternateReturn);
     window->performDrop(text(u"( TrackID == %1 )"_s.arg(music[1]->integer(CVAttr::TrackID))));
     window->spanLibrary();
-    QVERIFY(presenter->openSheet().title.startsWith(u"Are you sure you want to span the 2 selected tracks?"_s));
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(presenter, u"Are you sure you want to span the 2 selected tracks?"_s,
+        CVPresenter::AlternateReturn, CVSheetTitle::Start));
     QVERIFY(!session.app().isRunThreadActive());
     QVERIFY(window->mainViewIsVisible());
 }
@@ -227,8 +228,8 @@ void TestRun::restoreModeIgnoresTheLocation()
     presenter->answerSheet(CVPresenter::AlternateReturn);
     window->clearSpanLocation();
     window->spanLibrary();
-    QVERIFY(presenter->openSheet().title.startsWith(u"Are you sure you want to restore the "_s));
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"Are you sure you want to restore the "_s, CVPresenter::AlternateReturn, CVSheetTitle::Start));
 }
 
 void TestRun::filesNotFoundOfferLocateAndAnyway()
@@ -249,8 +250,8 @@ void TestRun::filesNotFoundOfferLocateAndAnyway()
     QCOMPARE(presenter->openSheet().otherButton, u"Span Anyway"_s);
     presenter->answerSheet(CVPresenter::OtherReturn);
     // One pass without the check: the confirmation; then the check is back.
-    QVERIFY(presenter->openSheet().title.startsWith(u"Are you sure you want to span the "_s));
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"Are you sure you want to span the "_s, CVPresenter::AlternateReturn, CVSheetTitle::Start));
     window->spanLibrary();
     QCOMPARE(presenter->openSheet().title, u"Files for 1 of the selected tracks could not be found."_s);
 
@@ -314,22 +315,22 @@ void TestRun::spaceIsStrictAndAskedBeforeMissingFiles()
     presenter->answerSheet(CVPresenter::DefaultReturn);
     queueOnly({ pids[1] });
     window->spanLibrary();
-    QVERIFY(presenter->openSheet().title.startsWith(u"Are you sure you want to span the 1 selected track?"_s));
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(presenter, u"Are you sure you want to span the 1 selected track?"_s,
+        CVPresenter::AlternateReturn, CVSheetTitle::Start));
 
     // Space short and a file missing: the space first, then the files, then the confirmation.
     queueOnly({ pids[0], pids[2] });
     window->spanLibrary();
-    QVERIFY(presenter->openSheet().title.startsWith(u"Cannot span all the selected tracks"_s));
-    presenter->answerSheet(CVPresenter::OtherReturn);
-    QCOMPARE(presenter->openSheet().title, u"Files for 1 of the selected tracks could not be found."_s);
-    presenter->answerSheet(CVPresenter::OtherReturn);
-    QVERIFY(presenter->openSheet().title.startsWith(u"Are you sure you want to span the 2 selected tracks?"_s));
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"Cannot span all the selected tracks"_s, CVPresenter::OtherReturn, CVSheetTitle::Start));
+    QVERIFY(
+        answerSheet(presenter, u"Files for 1 of the selected tracks could not be found."_s, CVPresenter::OtherReturn));
+    QVERIFY(answerSheet(presenter, u"Are you sure you want to span the 2 selected tracks?"_s,
+        CVPresenter::AlternateReturn, CVSheetTitle::Start));
     // The overrides are spent: the next pass asks again from the start.
     window->spanLibrary();
-    QVERIFY(presenter->openSheet().title.startsWith(u"Cannot span all the selected tracks"_s));
-    presenter->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(
+        presenter, u"Cannot span all the selected tracks"_s, CVPresenter::DefaultReturn, CVSheetTitle::Start));
 }
 
 void TestRun::asRootTheRunIsOfferedAnyway()
@@ -352,8 +353,8 @@ void TestRun::asRootTheRunIsOfferedAnyway()
     window->spanLibrary();
     presenter->answerSheet(CVPresenter::OtherReturn);
     QVERIFY(session.app().spanner()->allowRoot());
-    QVERIFY(presenter->openSheet().title.startsWith(u"Are you sure you want to span the "_s));
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"Are you sure you want to span the "_s, CVPresenter::AlternateReturn, CVSheetTitle::Start));
 }
 
 void TestRun::spanAndRestoreThroughTheWindow()
@@ -405,8 +406,8 @@ void TestRun::spanAndRestoreThroughTheWindow()
     for (auto [pid, path] : before.asKeyValueRange())
         QVERIFY(after.value(pid).startsWith(folder + u'/'));
     QVERIFY(window->spanLocation().isEmpty());
-    QCOMPARE(session.app().settings()->stringListValue(u"CVSpanLocationHistory"_s).value(0), folder);
-    QVERIFY(!session.app().settings()->boolValue(u"CVIsSpanning"_s));
+    QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::SpanLocationHistory).value(0), folder);
+    QVERIFY(!session.app().settings()->boolValue(CVSettingsKey::IsSpanning));
     QVERIFY(session.log.contains(u"Completed span with %1 tracks: %1 tracks fully spanned"_s.arg(n)));
 
     // After the reload the history shows them spanned, and the queue is empty.
@@ -657,7 +658,7 @@ void TestRun::resultsViewActions()
     Q_EMIT results->donateClicked();
     QCOMPARE(web.urls, QStringList { CVWindowDelegate::donationPageUrl() });
     QCOMPARE(results->donateText(), u"Thanks for using Corvana!"_s);
-    QVERIFY(session.app().settings()->boolValue(u"CVUserClickedDonate"_s));
+    QVERIFY(session.app().settings()->boolValue(CVSettingsKey::UserClickedDonate));
 
     // Emptying the Trash, after its question; then the line says so and the button goes.
     QCOMPARE(trashedFiles(), n + session.app().spanner()->trashedFolderCount());

@@ -26,7 +26,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         m_library = std::make_unique<CVLibraryManager>(m_settings.get());
         m_presenter = std::make_unique<CVSheetPresenter>();
         m_presenter->setAnswering(true);
@@ -126,7 +125,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, lastLocation);
         QFETCH(QString, title);
-        m_settings->setValue(u"CVLastSpanLocation"_s, lastLocation);
+        m_settings->setValue(CVSettingsKey::LastSpanLocation, lastLocation);
         m_presenter->queueAnswer(CVPresenter::OtherReturn);
         m_run->showCrashWhileRunningSheet();
         QTRY_COMPARE(m_bugReports, 1);

@@ -1,6 +1,7 @@
 // A run killed in the middle (SIGKILL, as a crash or a pulled plug would end it) and what the
 // next start does about it: the crash-while-running sheet, the queue refilled with the
 // interrupted run's tracks and its location, the recovery run; and the plain crash sheet.
+#include "CVSheetAnswer.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVMediaSpanner.h"
@@ -82,9 +83,9 @@ void TestRunCrash::killedRunIsRecoveredAtTheNextStart()
     QVERIFY(child.waitForFinished(kRunTimeoutMs));
     QCOMPARE(child.exitStatus(), QProcess::CrashExit);
     QCOMPARE(child.exitCode(), int(SIGKILL));
-    const QVariantMap inFlight = CVSettings().mapValue(u"CVLastTracksSpanned"_s);
+    const QVariantMap inFlight = CVSettings().mapValue(CVSettingsKey::LastTracksSpanned);
     QVERIFY(inFlight.size() >= 3);
-    QVERIFY(CVSettings().boolValue(u"CVIsSpanning"_s));
+    QVERIFY(CVSettings().boolValue(CVSettingsKey::IsSpanning));
 
     session.awake();
     CVApplicationDelegate &app = session.app();
@@ -115,14 +116,13 @@ void TestRunCrash::killedRunIsRecoveredAtTheNextStart()
 
     // "Respan Now": the normal checks and the confirmation, then the run finishes the job.
     presenter->answerSheet(CVPresenter::DefaultReturn);
-    QVERIFY(presenter->openSheet().title.startsWith(
-        u"Are you sure you want to span the %1 selected tracks?"_s.arg(inFlight.size())));
-    presenter->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(presenter, u"Are you sure you want to span the %1 selected tracks?"_s.arg(inFlight.size()),
+        CVPresenter::DefaultReturn, CVSheetTitle::Start));
     QTRY_VERIFY_WITH_TIMEOUT(window->isResultsViewOnScreen(), kRunTimeoutMs);
     QTRY_VERIFY_WITH_TIMEOUT(!app.isRunThreadActive(), kRunTimeoutMs);
     QCOMPARE(app.spanner()->lastResults().successes, int(inFlight.size()));
     QVERIFY(!app.crashedWhileSpanningLastRun());
-    QVERIFY(!CVSettings().boolValue(u"CVIsSpanning"_s));
+    QVERIFY(!CVSettings().boolValue(CVSettingsKey::IsSpanning));
     // Every track's file is at its new place, once; the player points there.
     const QHash<QString, QString> after = session.libraryLocations();
     for (auto it = inFlight.cbegin(); it != inFlight.cend(); ++it) {
@@ -144,10 +144,9 @@ void TestRunCrash::crashOutsideARunOffersABugReportThenTheDependentTracks()
     session.makeDependentBeforeStart(spanned.mid(0, 1));
     {
         CVSettings settings;
-        settings.registerStandardDefaults();
-        settings.setValue(u"CVFirstRun"_s, false);
-        settings.setValue(u"CVDidCrashLastRun"_s, true);
-        settings.setValue(u"CVIsSpanning"_s, false);
+        settings.setValue(CVSettingsKey::FirstRun, false);
+        settings.setValue(CVSettingsKey::DidCrashLastRun, true);
+        settings.setValue(CVSettingsKey::IsSpanning, false);
         settings.synchronize();
     }
     session.awake();
@@ -158,8 +157,8 @@ void TestRunCrash::crashOutsideARunOffersABugReportThenTheDependentTracks()
     QVERIFY(presenter->openSheet().text.contains(CVBugReport::address()));
     presenter->answerSheet(CVPresenter::AlternateReturn);
     // Closing it leads to the offer; one track reads "track".
-    QCOMPARE(presenter->openSheet().title, u"\nYou have 1 dependent track that can now be fully spanned!\n"_s);
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"\nYou have 1 dependent track that can now be fully spanned!\n"_s, CVPresenter::AlternateReturn));
     QVERIFY(!presenter->hasOpenSheet());
     QVERIFY(session.app().windowDelegate()->mainViewIsVisible());
 }

@@ -1,5 +1,6 @@
 // A run through the window with a player on the session bus (the D-Bus test player), and what
 // the desktop hears of a run: the task bar entry's progress and a notification at the end.
+#include "CVSheetAnswer.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVDBusPlayerLink.h"
@@ -153,8 +154,8 @@ void TestRunDesktop::spanWithTheBusPlayerShowsProgressAndNotifies()
         },
         Qt::DirectConnection);
     window->spanLibrary();
-    QVERIFY(app.presenter()->openSheet().title.startsWith(u"Are you sure you want to span"_s));
-    app.presenter()->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(
+        app.presenter(), u"Are you sure you want to span"_s, CVPresenter::DefaultReturn, CVSheetTitle::Start));
     QTRY_VERIFY_WITH_TIMEOUT(window->isSpanningViewOnScreen() && spanner->pauseSpan(), kRunTimeoutMs);
     QWidget elsewhere;
     elsewhere.show();

@@ -45,7 +45,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         m_library = std::make_unique<CVLibraryManager>(m_settings.get());
         m_model = std::make_unique<CVSelectionModel>(m_library.get());
         m_library->setPanes(m_model.get());

@@ -1,6 +1,7 @@
 // The span location: what may be one, the advice about a newly chosen folder and each answer,
 // the folder chooser, a folder dropped from the file manager, the history of five with its menu,
 // the context menu, and the location and mode kept across starts.
+#include "CVSheetAnswer.h"
 #include "CVTestMounts.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
@@ -205,9 +206,8 @@ void TestSpanLocation::chooserStartsBesideTheLocationAndChecksTheChoice()
     QDir().mkpath(inside);
     Q_EMIT dialog->fileSelected(inside);
     dialog->close();
-    QCOMPARE(session.app().presenter()->openSheet().title,
-        u"\nLocation cannot be within the default iTunes Media location."_s);
-    session.app().presenter()->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(session.app().presenter(), u"\nLocation cannot be within the default iTunes Media location."_s,
+        CVPresenter::DefaultReturn));
     // In restore mode the view's clicks choose nothing.
     window->doSetRestoreMode();
     Q_EMIT window->corvanaWindow()->spanLocationView->clicked();
@@ -233,9 +233,8 @@ void TestSpanLocation::droppedFolderIsChosenAndChecked()
     const QString inside = session.home.filePath(u"Music/iTunes/iTunes Media/Dropped"_s);
     QDir().mkpath(inside);
     QVERIFY(dropOn(view, { QUrl::fromLocalFile(inside) }));
-    QCOMPARE(session.app().presenter()->openSheet().title,
-        u"\nLocation cannot be within the default iTunes Media location."_s);
-    session.app().presenter()->answerSheet(CVPresenter::DefaultReturn);
+    QVERIFY(answerSheet(session.app().presenter(), u"\nLocation cannot be within the default iTunes Media location."_s,
+        CVPresenter::DefaultReturn));
     // Not in restore mode, and not while a crash is to be recovered.
     window->doSetRestoreMode();
     QVERIFY(!dropOn(view, { QUrl::fromLocalFile(folder) }));
@@ -268,7 +267,7 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     window->spanLocationController()->addLocationToHistory(folders[4]);
     const QStringList expected { folders[4], folders[6], folders[5], folders[3], folders[2] };
     QCOMPARE(window->spanLocationController()->spanLocationHistory(), expected);
-    QCOMPARE(session.app().settings()->stringListValue(u"CVSpanLocationHistory"_s), expected);
+    QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::SpanLocationHistory), expected);
     // In the history: the context menu offers to remove it.
     window->setSpanLocation(folders[6], false);
     window->spanLocationController()->addOrRemoveLocationToHistory();
@@ -289,12 +288,12 @@ void TestSpanLocation::historyKeepsFiveAndItsMenu()
     QVERIFY(!presenter->hasOpenSheet());
 
     menu.actions().constLast()->trigger();
-    QCOMPARE(presenter->openSheet().title, u"\nAre you sure you want to clear the span location history?"_s);
-    presenter->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        presenter, u"\nAre you sure you want to clear the span location history?"_s, CVPresenter::AlternateReturn));
     QCOMPARE(window->spanLocationController()->spanLocationHistory().size(), 4);
     menu.actions().constLast()->trigger();
     presenter->answerSheet(CVPresenter::DefaultReturn);
-    QVERIFY(!session.app().settings()->contains(u"CVSpanLocationHistory"_s));
+    QVERIFY(!session.app().settings()->contains(CVSettingsKey::SpanLocationHistory));
 }
 
 void TestSpanLocation::contextMenuOfALocation()
@@ -326,21 +325,21 @@ void TestSpanLocation::locationAndModeAcrossStarts()
     const QString folder = session.home.filePath(u"Kept"_s);
     QDir().mkpath(folder);
     window->setSpanLocation(folder, false);
-    QCOMPARE(session.app().settings()->stringValue(u"CVSavedSpanLocation"_s), folder);
+    QCOMPARE(session.app().settings()->stringValue(CVSettingsKey::SavedSpanLocation), folder);
     session.app().terminate();
     session.restart();
     QCOMPARE(session.app().windowDelegate()->spanLocation(), folder);
 
     // Restore mode is saved in its place.
     session.app().windowDelegate()->setRestoreMode();
-    QCOMPARE(session.app().settings()->stringValue(u"CVSavedSpanLocation"_s), u"CVRestoreMode"_s);
+    QCOMPARE(session.app().settings()->stringValue(CVSettingsKey::SavedSpanLocation), u"CVRestoreMode"_s);
     session.app().terminate();
     session.restart();
     QVERIFY(session.app().windowDelegate()->restoreMode());
     QVERIFY(session.app().windowDelegate()->corvanaWindow()->spanLocationView->restoreMode());
     // Without autosaving nothing is kept.
-    session.app().settings()->setValue(u"CVAutosaveSpanLocation"_s, false);
-    QVERIFY(!session.app().settings()->contains(u"CVSavedSpanLocation"_s));
+    session.app().settings()->setValue(CVSettingsKey::AutosaveSpanLocation, false);
+    QVERIFY(!session.app().settings()->contains(CVSettingsKey::SavedSpanLocation));
     session.app().terminate();
     session.restart();
     QVERIFY(!session.app().windowDelegate()->restoreMode());

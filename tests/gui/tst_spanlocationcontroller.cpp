@@ -21,7 +21,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         m_library = std::make_unique<CVLibraryManager>(m_settings.get());
         m_presenter = std::make_unique<CVSheetPresenter>();
         m_presenter->setAnswering(true);
@@ -73,16 +72,16 @@ private Q_SLOTS:
 
     void savedWhenAutosaveIsOnAndNeverChosenInRestoreMode()
     {
-        m_settings->setValue(u"CVAutosaveSpanLocation"_s, true);
+        m_settings->setValue(CVSettingsKey::AutosaveSpanLocation, true);
         const QString folder = folderNamed(u"Films"_s);
         m_controller->spanLocationDropped(folder);
-        QCOMPARE(m_settings->stringValue(u"CVSavedSpanLocation"_s), folder);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::SavedSpanLocation), folder);
         m_restore = true;
         m_controller->spanLocationDropped(folderNamed(u"Other"_s));
         QCOMPARE(m_controller->spanLocation(), folder);
         // A location set in restore mode (the settings at start) saves the mode, not the folder.
         m_controller->setSpanLocation(folderNamed(u"Other"_s), false);
-        QCOMPARE(m_settings->stringValue(u"CVSavedSpanLocation"_s), u"CVRestoreMode"_s);
+        QCOMPARE(m_settings->stringValue(CVSettingsKey::SavedSpanLocation), u"CVRestoreMode"_s);
     }
 
     void historyKeepsTheFiveNewestOnce()

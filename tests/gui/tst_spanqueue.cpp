@@ -22,7 +22,6 @@ private Q_SLOTS:
     {
         m_home = std::make_unique<CVTestHome>();
         m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
         m_library = std::make_unique<CVLibraryManager>(m_settings.get());
         m_library->setPanes(&m_panes);
         const QString file = m_home->filePath(u"library.xml"_s);
@@ -75,16 +74,16 @@ private Q_SLOTS:
 
     void savesItsPredicateWhenAutosaveIsOn()
     {
-        m_settings->setValue(u"CVAutosaveSpanningQueue"_s, true);
+        m_settings->setValue(CVSettingsKey::AutosaveSpanningQueue, true);
         m_queue->fill(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s), false);
-        const auto saved = CVPredicateArchive::unarchive(m_settings->dataValue(u"CVSavedSpanningQueue"_s));
+        const auto saved = CVPredicateArchive::unarchive(m_settings->dataValue(CVSettingsKey::SavedSpanningQueue));
         QVERIFY(saved);
         QCOMPARE(*saved, m_queue->predicate());
         QCOMPARE(saved->persistentIDs().size(), m_queue->count());
-        m_settings->setValue(u"CVAutosaveSpanningQueue"_s, false);
-        m_settings->remove(u"CVSavedSpanningQueue"_s);
+        m_settings->setValue(CVSettingsKey::AutosaveSpanningQueue, false);
+        m_settings->remove(CVSettingsKey::SavedSpanningQueue);
         m_queue->clear();
-        QVERIFY(!m_settings->contains(u"CVSavedSpanningQueue"_s));
+        QVERIFY(!m_settings->contains(CVSettingsKey::SavedSpanningQueue));
         QCOMPARE(m_queue->predicate(), CVPredicate::fromText(u"EMPTY"_s));
     }
 

@@ -1,4 +1,5 @@
 // Start-up, the load sequence, crash detection, the guarded quit, and the window on its screen.
+#include "CVSheetAnswer.h"
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVMediaSpanner.h"
@@ -22,11 +23,11 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // Settings as the last run left them, written before the program starts.
-void writeSettings(const QVariantMap &values)
+void writeSettings(std::initializer_list<std::pair<CVSettingsKey, QVariant>> values)
 {
     CVSettings settings;
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        settings.setValue(it.key(), it.value());
+    for (const auto &[key, value] : values)
+        settings.setValue(key, value);
     settings.synchronize();
 }
 
@@ -106,9 +107,9 @@ void TestStartup::loadShowsItsStepsThenTheMainView()
     QVERIFY(!app.isLoadingCorvana());
     QVERIFY(app.liveRefreshPrefs());
     QCOMPARE(window->loadingView->statusText(), u"Preparing to Load iTunes Library Database"_s);
-    QVERIFY(!app.settings()->boolValue(u"CVFirstRun"_s));
+    QVERIFY(!app.settings()->boolValue(CVSettingsKey::FirstRun));
     // The flag stays on disk until an orderly quit.
-    QVERIFY(storedSettings().boolValue(u"CVDidCrashLastRun"_s));
+    QVERIFY(storedSettings().boolValue(CVSettingsKey::DidCrashLastRun));
     QCOMPARE(int(app.libraryManager()->allTracks().size()), session.generated.fileTracks);
 }
 
@@ -142,22 +143,22 @@ void TestStartup::crashFromFlags()
     QFETCH(bool, crashed);
     QFETCH(bool, crashedWhileSpanning);
     CVWindowSession session({ .tracks = 50, .start = false });
-    writeSettings({ { u"CVDidCrashLastRun"_s, didCrash }, { u"CVIsSpanning"_s, isSpanning } });
+    writeSettings({ { CVSettingsKey::DidCrashLastRun, didCrash }, { CVSettingsKey::IsSpanning, isSpanning } });
     session.awake();
     QCOMPARE(session.app().crashedLastRun(), crashed);
     QCOMPARE(session.app().crashedWhileSpanningLastRun(), crashedWhileSpanning);
     // Written at once: the spanning flag survives only while a crash is still to be recovered.
     const CVSettings stored;
-    QVERIFY(stored.boolValue(u"CVDidCrashLastRun"_s));
-    QCOMPARE(stored.boolValue(u"CVIsSpanning"_s), crashedWhileSpanning);
+    QVERIFY(stored.boolValue(CVSettingsKey::DidCrashLastRun));
+    QCOMPARE(stored.boolValue(CVSettingsKey::IsSpanning), crashedWhileSpanning);
     session.launch();
 }
 
 void TestStartup::windowLeftAtLoadingSizeIsACrash()
 {
     CVWindowSession session({ .tracks = 50, .start = false });
-    const QString frameKey = QString::fromLatin1(CVWindowDelegate::FrameKey);
-    writeSettings({ { u"CVDidCrashLastRun"_s, false }, { frameKey, u"100 100 480 200"_s } });
+    const CVSettingsKey frameKey = CVWindowDelegate::FrameKey;
+    writeSettings({ { CVSettingsKey::DidCrashLastRun, false }, { frameKey, u"100 100 480 200"_s } });
     session.awake();
     QVERIFY(session.app().crashedLastRun());
     QVERIFY(!session.app().crashedWhileSpanningLastRun());
@@ -167,16 +168,16 @@ void TestStartup::windowLeftAtLoadingSizeIsACrash()
 void TestStartup::normalQuitClearsTheCrashFlagAndKeepsTheFrame()
 {
     CVWindowSession session({ .tracks = 50 });
-    const QString frameKey = QString::fromLatin1(CVWindowDelegate::FrameKey);
+    const CVSettingsKey frameKey = CVWindowDelegate::FrameKey;
     session.app().terminate();
     QCOMPARE(session.quits, 1);
     QVERIFY(session.log.contains(u"Quitting on my own terms..."_s));
     const CVSettings stored;
-    QVERIFY(!stored.boolValue(u"CVDidCrashLastRun"_s));
-    QVERIFY(!stored.boolValue(u"CVIsSpanning"_s));
+    QVERIFY(!stored.boolValue(CVSettingsKey::DidCrashLastRun));
+    QVERIFY(!stored.boolValue(CVSettingsKey::IsSpanning));
     // The next start finds a full-size window: no crash.
     session.restart();
-    QVERIFY(!session.app().crashedLastRun() || !session.app().settings()->boolValue(u"CVFirstRun"_s));
+    QVERIFY(!session.app().crashedLastRun() || !session.app().settings()->boolValue(CVSettingsKey::FirstRun));
     const QStringList frame = session.app().settings()->stringValue(frameKey).split(u' ');
     QCOMPARE(frame.size(), 4);
 }
@@ -198,16 +199,17 @@ void TestStartup::quitDuringFirstLoadQuitsWhenTheLoadEnds()
     QCOMPARE(session.quits, 1);
     QVERIFY(session.log.contains(u"Quitting on my own terms..."_s));
     const CVSettings stored;
-    QVERIFY(!stored.boolValue(u"CVDidCrashLastRun"_s));
+    QVERIFY(!stored.boolValue(CVSettingsKey::DidCrashLastRun));
     // The frame on disk is the main view's, not the loading size.
-    const QStringList frame = stored.stringValue(QString::fromLatin1(CVWindowDelegate::FrameKey)).split(u' ');
+    const QStringList frame = stored.stringValue(CVWindowDelegate::FrameKey).split(u' ');
     QVERIFY(frame.value(3).toInt() >= CVMainWindow::MinimumMainSize.height());
 }
 
 void TestStartup::quitDuringFirstLoadAfterCrashWhileSpanningIsRefused()
 {
     CVWindowSession session({ .tracks = 50, .start = false });
-    writeSettings({ { u"CVDidCrashLastRun"_s, true }, { u"CVIsSpanning"_s, true }, { u"CVFirstRun"_s, false } });
+    writeSettings({ { CVSettingsKey::DidCrashLastRun, true }, { CVSettingsKey::IsSpanning, true },
+        { CVSettingsKey::FirstRun, false } });
     session.awake();
     CVApplicationDelegate &app = session.app();
     QSignalSpy finished(&app, &CVApplicationDelegate::loadFinished);
@@ -275,13 +277,14 @@ void TestStartup::quitAfterCrashWhileSpanning()
     QFETCH(bool, isSpanningAfter);
     QFETCH(bool, didCrashAfter);
     CVWindowSession session({ .tracks = 50, .start = false });
-    writeSettings({ { u"CVDidCrashLastRun"_s, true }, { u"CVIsSpanning"_s, true }, { u"CVFirstRun"_s, false } });
+    writeSettings({ { CVSettingsKey::DidCrashLastRun, true }, { CVSettingsKey::IsSpanning, true },
+        { CVSettingsKey::FirstRun, false } });
     session.awake();
     session.launch();
     CVApplicationDelegate &app = session.app();
     // The crash sheet of the load comes first: closed.
-    QVERIFY(app.presenter()->openSheet().title.startsWith(u"\nCorvana Crashed While Spanning!"_s));
-    app.presenter()->answerSheet(CVPresenter::AlternateReturn);
+    QVERIFY(answerSheet(
+        app.presenter(), u"\nCorvana Crashed While Spanning!"_s, CVPresenter::AlternateReturn, CVSheetTitle::Start));
     app.terminate();
     const CVAlert &sheet = app.presenter()->openSheet();
     QCOMPARE(sheet.title, u"It is not recommended to quit without recovering from the last crash."_s);
@@ -291,8 +294,8 @@ void TestStartup::quitAfterCrashWhileSpanning()
     app.presenter()->answerSheet(answer);
     QCOMPARE(session.quits, quits);
     const CVSettings stored;
-    QCOMPARE(stored.boolValue(u"CVIsSpanning"_s), isSpanningAfter);
-    QCOMPARE(stored.boolValue(u"CVDidCrashLastRun"_s), didCrashAfter);
+    QCOMPARE(stored.boolValue(CVSettingsKey::IsSpanning), isSpanningAfter);
+    QCOMPARE(stored.boolValue(CVSettingsKey::DidCrashLastRun), didCrashAfter);
     if (answer == CVPresenter::AlternateReturn) {
         // The next start recovers exactly as after the crash.
         session.restart();
@@ -314,7 +317,7 @@ void TestStartup::secondInstanceQuitsWithoutSaving()
     QVERIFY(first.log.contains(u"QUITTING WITHOUT SAVING!"_s));
     QVERIFY(!first.log.contains(u"Quitting on my own terms..."_s));
     // The first instance's flag is as it left it.
-    QVERIFY(CVSettings().boolValue(u"CVDidCrashLastRun"_s));
+    QVERIFY(CVSettings().boolValue(CVSettingsKey::DidCrashLastRun));
 }
 
 void TestStartup::savedQueueIsRefilled()
@@ -337,11 +340,12 @@ void TestStartup::savedQueueIsRefilled()
 void TestStartup::savedQueueThatIsNoRecordIsRemoved()
 {
     CVWindowSession session({ .tracks = 50, .start = false });
-    writeSettings({ { u"CVSavedSpanningQueue"_s, CVPredicateArchive::archive(CVPredicate::fromText(u"EMPTY"_s)) } });
+    writeSettings(
+        { { CVSettingsKey::SavedSpanningQueue, CVPredicateArchive::archive(CVPredicate::fromText(u"EMPTY"_s)) } });
     session.awake();
     session.launch();
     QVERIFY(session.app().windowDelegate()->spanQueue().isEmpty());
-    QVERIFY(!session.app().settings()->contains(u"CVSavedSpanningQueue"_s));
+    QVERIFY(!session.app().settings()->contains(CVSettingsKey::SavedSpanningQueue));
     QCOMPARE(session.app().windowDelegate()->corvanaWindow()->spanQueueDropZone->summary(), u"No Media Selected"_s);
 }
 
@@ -356,8 +360,8 @@ void TestStartup::interruptedRunRefillsTheQueue()
     // Another saved queue is ignored after a crash during a run.
     session.app().windowDelegate()->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
     session.app().terminate();
-    writeSettings(
-        { { u"CVDidCrashLastRun"_s, true }, { u"CVIsSpanning"_s, true }, { u"CVLastTracksSpanned"_s, inFlight } });
+    writeSettings({ { CVSettingsKey::DidCrashLastRun, true }, { CVSettingsKey::IsSpanning, true },
+        { CVSettingsKey::LastTracksSpanned, inFlight } });
     session.restart();
     CVWindowDelegate *window = session.app().windowDelegate();
     QVERIFY(session.app().crashedWhileSpanningLastRun());
@@ -413,7 +417,7 @@ void TestStartup::windowGrowsAndRunsOnScreen()
     QVERIFY2(expected, "the test's screens (tests/data/screens.json) are not in use");
     CVWindowSession session({ .tracks = 50, .start = false });
     if (!saved.isEmpty())
-        writeSettings({ { QString::fromLatin1(CVWindowDelegate::FrameKey), saved } });
+        writeSettings({ { CVWindowDelegate::FrameKey, saved } });
     const QStringList parts = saved.split(u' ');
     const QPoint savedCentre = saved.isEmpty()
         ? QPoint()

@@ -1,7 +1,7 @@
 // The update check against a feed served on loopback by the test: newer, same and older versions,
 // a feed that is no feed, a server that is not there and one that does not answer in time.
 #include "CVFeedServer.h"
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Platform/CVSettings.h"
 #include "Preferences/CVUpdateChecker.h"
 
@@ -40,18 +40,16 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>(CVSettings::defaultFilePath());
-        m_settings->registerStandardDefaults();
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
         QVERIFY(m_server.listen(QHostAddress::LocalHost));
-        m_settings->setValue(u"SUFeedURL"_s, u"http://127.0.0.1:%1/appcast.xml"_s.arg(m_server.serverPort()));
+        m_settings->setValue(CVSettingsKey::SUFeedURL, u"http://127.0.0.1:%1/appcast.xml"_s.arg(m_server.serverPort()));
     }
 
     void cleanup()
     {
         m_server.close();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void versionsOfTheFeed_data()
@@ -77,7 +75,7 @@ private Q_SLOTS:
         QFETCH(int, outcome);
         QFETCH(QString, message);
         m_server.body = appcast(items);
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         const CVUpdateChecker::Result result = check(checker);
         QCOMPARE(int(result.outcome), outcome);
         QCOMPARE(result.message, message);
@@ -86,7 +84,7 @@ private Q_SLOTS:
             QCOMPARE(result.newest->releaseNotes, QUrl(u"https://corvana.org/notes/0.12.1.html"_s));
             QCOMPARE(result.newest->download, QUrl(u"https://corvana.org/corvana-0.12.1.tar.xz"_s));
         }
-        QVERIFY(m_settings->integerValue(u"SULastCheckTime"_s) > 0);
+        QVERIFY(m_settings->integerValue(CVSettingsKey::SULastCheckTime) > 0);
     }
 
     void feedsThatFail_data()
@@ -107,7 +105,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         QFETCH(QString, message);
         m_server.body = body;
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         if (QByteArray(QTest::currentDataTag()) == "server down")
             m_server.close();
         if (QByteArray(QTest::currentDataTag()) == "too slow") {
@@ -121,8 +119,8 @@ private Q_SLOTS:
 
     void withoutAFeedNothingIsFetched()
     {
-        m_settings->setValue(u"SUFeedURL"_s, QString());
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        m_settings->setValue(CVSettingsKey::SUFeedURL, QString());
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         const CVUpdateChecker::Result result = check(checker);
         QCOMPARE(result.outcome, CVUpdateChecker::Outcome::Failed);
         QVERIFY(result.message.startsWith(u"This build of Corvana checks for no updates"_s));
@@ -132,17 +130,17 @@ private Q_SLOTS:
 
     void theScheduleFollowsTheSettings()
     {
-        CVUpdateChecker checker(m_settings.get(), u"0.1.0"_s);
+        CVUpdateChecker checker(m_settings, u"0.1.0"_s);
         const qint64 now = QDateTime::currentSecsSinceEpoch();
-        m_settings->setValue(u"SULastCheckTime"_s, now - 3000);
-        m_settings->setValue(u"SUScheduledCheckInterval"_s, 86400);
+        m_settings->setValue(CVSettingsKey::SULastCheckTime, now - 3000);
+        m_settings->setValue(CVSettingsKey::SUScheduledCheckInterval, 86400);
         checker.startScheduling();
         QVERIFY(qAbs(checker.nextCheck().toSecsSinceEpoch() - (now - 3000 + 86400)) < 5);
         // A check that is overdue comes a minute after the start, never during the load.
-        m_settings->setValue(u"SULastCheckTime"_s, now - 90000);
+        m_settings->setValue(CVSettingsKey::SULastCheckTime, now - 90000);
         checker.startScheduling();
         QVERIFY(qAbs(checker.nextCheck().toSecsSinceEpoch() - (now + 60)) < 5);
-        m_settings->setValue(u"SUEnableAutomaticChecks"_s, false);
+        m_settings->setValue(CVSettingsKey::SUEnableAutomaticChecks, false);
         QVERIFY(!checker.nextCheck().isValid());
     }
 
@@ -156,8 +154,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     CVFeedServer m_server;
 };
 

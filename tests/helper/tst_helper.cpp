@@ -99,7 +99,7 @@ private:
         return list;
     }
 
-    void setDefault(const QString &key, const QVariant &value)
+    void setDefault(CVHSettingsKey key, const QVariant &value)
     {
         CVHUserDefaults defaults;
         defaults.setObject(value, key);
@@ -197,8 +197,8 @@ private Q_SLOTS:
 
     void suppressedWarningsAreNotSent()
     {
-        setDefault(u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s, true);
-        setDefault(u"CVHLoginItemAlertSupress"_s, true);
+        setDefault(CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress, true);
+        setDefault(CVHSettingsKey::LoginItemAlertSupress, true);
         QVERIFY(writeTestHistory(storePath(), { { u"G"_s, path(u"Music/g.mp3"_s), path(u"span/g.mp3"_s) } }));
         QVERIFY(startHelper());
         QCOMPARE(status().value(u"TracksUnavailable"_s).toUInt(), 1u);
@@ -208,7 +208,7 @@ private Q_SLOTS:
 
     void oneHelperAtATimeAndQuitOnRequest()
     {
-        setDefault(u"CVHAllowedToAlwaysRun"_s, 1);
+        setDefault(CVHSettingsKey::AllowedToAlwaysRun, 1);
         QVERIFY(!m_control.isCorvanaHelperRunning());
         QVERIFY(startHelper());
         QVERIFY(m_control.isCorvanaHelperRunning());
@@ -230,7 +230,7 @@ private Q_SLOTS:
 
     void installLaunchUpdateFromTheMainProgram()
     {
-        setDefault(u"CVHAllowedToAlwaysRun"_s, 1);
+        setDefault(CVHSettingsKey::AllowedToAlwaysRun, 1);
         QVERIFY2(m_control.isPackagedHelperPresent(), qPrintable(m_control.packagedHelperPath()));
         CVTestPresenter presenter;
         QCOMPARE(m_control.installOrUpdateCorvanaHelper(&presenter, {}),
@@ -270,7 +270,7 @@ private Q_SLOTS:
         QVERIFY(m_notifications.sent.isEmpty());
 
         // Needed before, not now: it says so and quits.
-        setDefault(u"CVHHadDependentTracks"_s, true);
+        setDefault(CVHSettingsKey::HadDependentTracks, true);
         helper.start(QStringLiteral(CORVANA_HELPER), QStringList());
         // It waits for the notification to be taken before it quits: keep answering.
         QVERIFY(QTest::qWaitFor([&helper] { return helper.state() == QProcess::NotRunning; }, 30000));
@@ -279,9 +279,9 @@ private Q_SLOTS:
         QVERIFY(m_notifications.sent[0].body.endsWith(u"Corvana Helper quits now."_s));
 
         // Allowed to always run: it stays, and the alert can be suppressed.
-        setDefault(u"CVHHadDependentTracks"_s, true);
-        setDefault(u"CVHAllowedToAlwaysRun"_s, 1);
-        setDefault(u"CVHNotNecessaryAlertSupress"_s, true);
+        setDefault(CVHSettingsKey::HadDependentTracks, true);
+        setDefault(CVHSettingsKey::AllowedToAlwaysRun, 1);
+        setDefault(CVHSettingsKey::NotNecessaryAlertSupress, true);
         m_notifications.sent.clear();
         QVERIFY(startHelper());
         QVERIFY(m_control.isCorvanaHelperRunning());
@@ -317,8 +317,8 @@ private Q_SLOTS:
 
     void warnsWhenAPlayerStarts()
     {
-        setDefault(u"CVHLoginItemAlertSupress"_s, true);
-        setDefault(u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s, true);
+        setDefault(CVHSettingsKey::LoginItemAlertSupress, true);
+        setDefault(CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress, true);
         QVERIFY(QDir().mkpath(path(u"Music/iTunes"_s)));
         writeFile(path(u"Music/iTunes/iTunes Library.xml"_s), "<plist/>");
         QVERIFY(writeTestHistory(storePath(),
@@ -338,8 +338,8 @@ private Q_SLOTS:
 
     void warnsWhenThePlayerReadsItsLibraryUnlessSuppressed()
     {
-        setDefault(u"CVHLoginItemAlertSupress"_s, true);
-        setDefault(u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s, true);
+        setDefault(CVHSettingsKey::LoginItemAlertSupress, true);
+        setDefault(CVHSettingsKey::TracksUnavailableWhenFilesMissingAlertSupress, true);
         QVERIFY(QDir().mkpath(path(u"Music/iTunes"_s)));
         writeFile(path(u"Music/iTunes/iTunes Library.xml"_s), "<plist/>");
         QVERIFY(writeTestHistory(storePath(), { { u"G"_s, path(u"Music/g.mp3"_s), path(u"span/g.mp3"_s) } }));
@@ -351,7 +351,7 @@ private Q_SLOTS:
         m_control.tellCorvanaHelperToQuit();
         QVERIFY(m_helper->waitForFinished(10000));
 
-        setDefault(u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s, true);
+        setDefault(CVHSettingsKey::TracksUnavailableWhenITunesLaunchesAlertSupress, true);
         QVERIFY(startHelper());
         readAll(path(u"Music/iTunes/iTunes Library.xml"_s));
         m_control.repairCorvanaHelperLinksNow();
@@ -363,8 +363,8 @@ private Q_SLOTS:
     {
         if (!CVTestMounts::available())
             QSKIP(qPrintable(CVTestMounts::unavailableReason()));
-        setDefault(u"CVHLoginItemAlertSupress"_s, true);
-        setDefault(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s, false);
+        setDefault(CVHSettingsKey::LoginItemAlertSupress, true);
+        setDefault(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress, false);
         makeDriveWithSpanFiles({ u"a.mp3"_s, u"b.mp3"_s });
         QVERIFY(writeTestHistory(storePath(),
             { { u"A"_s, path(u"Music/a.mp3"_s), u"/mnt/Drive/Music/a.mp3"_s },
@@ -390,7 +390,7 @@ private Q_SLOTS:
         QCOMPARE(m_notifications.sent.size(), 1);
 
         // The drive warning is off by default.
-        CVHUserDefaults().removeObjectForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s);
+        CVHUserDefaults().removeObjectForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress);
         QCOMPARE(::umount2("/mnt/Drive", MNT_DETACH), 0);
         QTRY_COMPARE_WITH_TIMEOUT(status().value(u"TracksUnavailable"_s).toUInt(), 2u, 20000);
         settle();

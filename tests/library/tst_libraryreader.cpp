@@ -1,6 +1,6 @@
 #include "CVLibraryGenerator.h"
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVLibraryHost.h"
@@ -123,20 +123,15 @@ class TestLibraryReader : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
         QLocale::setDefault(QLocale::c());
     }
-    void cleanup()
-    {
-        m_settings.reset();
-        m_home.reset();
-    }
+    void cleanup() { m_env.reset(); }
 
     void readsTrackAttributes()
     {
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         QVERIFY(!library.loadingDatabase());
@@ -190,7 +185,7 @@ private Q_SLOTS:
 
     void decidesMediaTypesDiscsAndRatings()
     {
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
 
@@ -224,7 +219,7 @@ private Q_SLOTS:
 
     void turnsLocationsIntoPaths()
     {
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         // Decoded once: "%2520" is a literal "%20"; decomposed letters stay decomposed.
@@ -242,7 +237,7 @@ private Q_SLOTS:
 
     void buildsPlaylistsAndRollsUpFolders()
     {
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
 
@@ -279,12 +274,12 @@ private Q_SLOTS:
 
     void emptyTracksStillReadsPlaylists()
     {
-        const QString file = m_home->filePath(u"empty.xml"_s);
+        const QString file = m_env->filePath(u"empty.xml"_s);
         writeFile(file,
             "<plist version=\"1.0\"><dict><key>Tracks</key><dict/><key>Playlists</key><array><dict>"
             "<key>Name</key><string>Only</string><key>Playlist Persistent ID</key><string>01</string>"
             "</dict></array></dict></plist>");
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setLibraryFilePath(file);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         QVERIFY(library.allTracks().empty());
@@ -297,11 +292,11 @@ private Q_SLOTS:
     {
         QVariantMap last;
         last.insert(u"1111111111111111"_s, u"/Users/ann/Old Place/Hey Jude.m4a"_s);
-        m_settings->setValue(u"CVLastTracksSpanned"_s, last);
+        m_settings->setValue(CVSettingsKey::LastTracksSpanned, last);
         Host host;
         host.crashed = true;
         CVTestPresenter presenter;
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setHost(&host);
         library.setPresenter(&presenter);
         library.setLibraryFilePath(kEdgeLibrary);
@@ -324,7 +319,7 @@ private Q_SLOTS:
 
     void choosesBetweenTheTwoDefaultFiles()
     {
-        const QString home = m_home->path();
+        const QString home = m_env->path();
         const QString library = home + u"/Music/iTunes/iTunes Library.xml"_s;
         const QString musicLibrary = home + u"/Music/iTunes/iTunes Music Library.xml"_s;
         QCOMPARE(CVLibraryManager::chooseLibraryFile(home), QString());
@@ -339,7 +334,7 @@ private Q_SLOTS:
         setModified(musicLibrary, 500000);
         QCOMPARE(CVLibraryManager::chooseLibraryFile(home), library);
 
-        CVLibraryManager manager(m_settings.get());
+        CVLibraryManager manager(m_settings);
         QCOMPARE(manager.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         QCOMPARE(manager.iTunesPersistentID().value(), u"LIBRARY"_s);
     }
@@ -348,7 +343,7 @@ private Q_SLOTS:
     {
         Host host;
         CVTestPresenter presenter;
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setHost(&host);
         library.setPresenter(&presenter);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Quit);
@@ -374,7 +369,7 @@ private Q_SLOTS:
                 return AlternateReturn;
             }
         } appearing;
-        appearing.home = m_home->path();
+        appearing.home = m_env->path();
         host.quitNow = false;
         library.setPresenter(&appearing);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -388,10 +383,10 @@ private Q_SLOTS:
         QFile edge(kEdgeLibrary);
         QVERIFY(edge.open(QIODevice::ReadOnly));
         const QByteArray whole = edge.readAll();
-        const QString file = m_home->filePath(u"cut.xml"_s);
+        const QString file = m_env->filePath(u"cut.xml"_s);
         writeFile(file, whole.left(whole.indexOf("<key>104</key>")));
         CVTestPresenter presenter;
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setPresenter(&presenter);
         library.setLibraryFilePath(file);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Failed);
@@ -408,11 +403,11 @@ private Q_SLOTS:
         CVLibraryGeneratorOptions options;
         options.tracks = 3000;
         options.seed = 42;
-        const QString file = m_home->filePath(u"generated.xml"_s);
+        const QString file = m_env->filePath(u"generated.xml"_s);
         CVLibraryGeneratorResult result;
         QVERIFY(CVLibraryGenerator(options).write(file, &result));
         CVTestPresenter presenter;
-        CVLibraryManager library(m_settings.get());
+        CVLibraryManager library(m_settings);
         library.setPresenter(&presenter);
         library.setLibraryFilePath(file);
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -437,9 +432,9 @@ private Q_SLOTS:
     void readsInTwoPartsAsInOne()
     {
         for (int tracks : { 40, 700, 2500 }) {
-            const QByteArray doc = generatedDocument(tracks, 7, m_home->path());
+            const QByteArray doc = generatedDocument(tracks, 7, m_env->path());
             QVERIFY(!doc.isEmpty());
-            const QString file = m_home->filePath(u"two.xml"_s);
+            const QString file = m_env->filePath(u"two.xml"_s);
             writeFile(file, doc);
             const Read one = readLibrary(doc, false);
             QVERIFY2(one.ok, qPrintable(one.error));
@@ -467,8 +462,8 @@ private Q_SLOTS:
     // line and column as one reader finds it.
     void reportsDamageInEitherPartAsOneReaderDoes()
     {
-        const QByteArray doc = generatedDocument(1500, 11, m_home->path());
-        const QString file = m_home->filePath(u"damaged.xml"_s);
+        const QByteArray doc = generatedDocument(1500, 11, m_env->path());
+        const QString file = m_env->filePath(u"damaged.xml"_s);
         for (double where : { 0.2, 0.55, 0.8, 0.97 }) {
             for (const char *damage : { "<integer>x", "<key>Name</key><key>", "</dict></dict>" }) {
                 QByteArray damaged = doc;
@@ -517,8 +512,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
 };
 
 QTEST_GUILESS_MAIN(TestLibraryReader)

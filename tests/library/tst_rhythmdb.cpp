@@ -285,8 +285,7 @@ private Q_SLOTS:
     void theLoadFindsRhythmboxWhenThereIsNoOtherLibrary()
     {
         CVSettings settings(CVSettings::defaultFilePath());
-        settings.registerStandardDefaults();
-        QCOMPARE(settings.stringValue(u"Player"_s), u"auto"_s);
+        QCOMPARE(settings.stringValue(CVSettingsKey::Player), u"auto"_s);
         CVLibraryManager library(&settings);
         QCOMPARE(library.findLibraryFile(), database());
         QCOMPARE(library.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -295,7 +294,7 @@ private Q_SLOTS:
         const QString iTunes = m_home->filePath(u"Music/iTunes/iTunes Library.xml"_s);
         writeFile(iTunes, "<plist version=\"1.0\"><dict><key>Tracks</key><dict/></dict></plist>");
         QCOMPARE(library.findLibraryFile(), iTunes);
-        settings.setValue(u"Player"_s, u"rhythmbox"_s);
+        settings.setValue(CVSettingsKey::Player, u"rhythmbox"_s);
         QCOMPARE(library.findLibraryFile(), database());
         library.setPlayer(u"itunes-file"_s);
         QCOMPARE(library.findLibraryFile(), iTunes);

@@ -1,4 +1,4 @@
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSelectionPanes.h"
 #include "Platform/CVSettings.h"
@@ -57,18 +57,16 @@ class TestSelection : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
-        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_library = std::make_unique<CVLibraryManager>(m_settings);
         m_library->setPanes(&m_panes);
         m_panes = CVFixedSelectionPanes();
     }
     void cleanup()
     {
         m_library.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void buildsTheStackInItsFixedOrder()
@@ -110,7 +108,7 @@ private Q_SLOTS:
         noSearch.setNoSearch(true);
         QCOMPARE(texts(m_library->getPredicateStack(noSearch)).first(), u""_s);
 
-        m_settings->setTransientValue(u"CVSearchFields"_s, QStringList { u"Name"_s, u"Bogus"_s });
+        m_settings->setTransientValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s, u"Bogus"_s });
         QCOMPARE(m_library->getSearchPredicate(), u"( Name LIKE[cd] '*it\\'s*a\\\\*b*' )"_s);
         m_library->setSearchString(u""_s);
         QCOMPARE(m_library->getSearchPredicate(), u""_s);
@@ -168,8 +166,8 @@ private Q_SLOTS:
         QCOMPARE(artists.rows,
             (QStringList { u"All (3 Artists)"_s, u"Compilations"_s, u"Band"_s, u"Cure"_s, u"The Cure"_s }));
 
-        m_settings->setTransientValue(u"CVGroupCompilationsInBrowser"_s, false);
-        m_settings->setTransientValue(u"CVUseAlbumArtistsInBrowser"_s, false);
+        m_settings->setTransientValue(CVSettingsKey::GroupCompilationsInBrowser, false);
+        m_settings->setTransientValue(CVSettingsKey::UseAlbumArtistsInBrowser, false);
         const CVBrowserList ungrouped = m_library->getBrowserListForField(u"Artist"_s, u"A"_s, u"SortArtist"_s);
         QCOMPARE(ungrouped.rows,
             (QStringList { u"All (4 Artists)"_s, u"Cure"_s, u"Solo"_s, u"The Cure"_s, u"Various 1"_s }));
@@ -324,10 +322,10 @@ private Q_SLOTS:
         const QStringList typed { u"e"_s, u"e "_s, u"e b"_s, u"o'"_s, u"o'b"_s, u"a*"_s, u"a*b"_s, u"e"_s };
         for (qsizetype i = 0; i < typed.size(); ++i) {
             if (i == 6)
-                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s });
+                m_settings->setValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s });
             m_library->setSearchString(typed[i]);
             const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
-            CVLibraryManager fresh(m_settings.get());
+            CVLibraryManager fresh(m_settings);
             fresh.setPanes(&m_panes);
             fresh.setLibraryFilePath(kEdgeLibrary);
             QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -347,7 +345,7 @@ private Q_SLOTS:
         // before that the current one extends, is what a search from scratch finds.
         m_library->setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(m_library->loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
-        CVLibraryManager fresh(m_settings.get());
+        CVLibraryManager fresh(m_settings);
         fresh.setPanes(&m_panes);
         fresh.setLibraryFilePath(kEdgeLibrary);
         QCOMPARE(fresh.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
@@ -362,7 +360,7 @@ private Q_SLOTS:
             else
                 text += keys[qsizetype(random.bounded(quint32(keys.size())))];
             if (step == 200)
-                m_settings->setValue(u"CVSearchFields"_s, QStringList { u"Name"_s, u"Artist"_s });
+                m_settings->setValue(CVSettingsKey::SearchFields, QStringList { u"Name"_s, u"Artist"_s });
             m_library->setSearchString(text);
             const QStringList narrowed = ids(m_library->smartSelectPredicate(none));
             fresh.clearMemoization();
@@ -376,7 +374,7 @@ private Q_SLOTS:
 private:
     void load(const QByteArray &xml)
     {
-        const QString file = m_home->filePath(u"library.xml"_s);
+        const QString file = m_env->filePath(u"library.xml"_s);
         QFile f(file);
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write(xml);
@@ -386,8 +384,8 @@ private:
         m_library->compileAllKeyedLocationInformation();
     }
 
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVLibraryManager> m_library;
     CVFixedSelectionPanes m_panes;
 };

@@ -1,12 +1,11 @@
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Library/CVFileURL.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSpanHistory.h"
 #include "Library/CVSpanHistoryStore.h"
 #include "Library/CVSpanRunState.h"
-#include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
 
 #include <QtTest>
@@ -72,20 +71,12 @@ class TestSpanHistory : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_settings->registerStandardDefaults();
-        m_logged.clear();
-        CVLog::setSink([this](const QString &line) { m_logged.append(line); });
-        m_media = m_home->filePath(u"Music/iTunes/iTunes Media"_s);
-        m_drive = m_home->filePath(u"Archive"_s);
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_media = m_env->filePath(u"Music/iTunes/iTunes Media"_s);
+        m_drive = m_env->filePath(u"Archive"_s);
     }
-    void cleanup()
-    {
-        CVLog::setSink({});
-        m_settings.reset();
-        m_home.reset();
-    }
+    void cleanup() { m_env.reset(); }
 
     void handsOutTheStoreByNameOnly()
     {
@@ -97,7 +88,7 @@ private Q_SLOTS:
         QVERIFY(!history.managedObjectContext(u"span"_s));
         // Without a library's persistent ID there is no store.
         QVERIFY(!history.persistentStoreCoordinator(u"Span"_s));
-        QVERIFY(m_logged.contains(u"No iTunes Persistent ID"_s));
+        QVERIFY(m_env->log.contains(u"No iTunes Persistent ID"_s));
         history.setLibraryPersistentID([] { return std::optional<QString>(); });
         QVERIFY(!history.managedObjectContext(u"Span"_s));
     }
@@ -105,9 +96,9 @@ private Q_SLOTS:
     void freshUserGetsAPrivateStore()
     {
         const QString folder = CVSpanHistory::applicationSupportFolder();
-        QCOMPARE(folder, m_home->path() + u"/.local/share/Corvana"_s);
+        QCOMPARE(folder, m_env->path() + u"/.local/share/Corvana"_s);
         QVERIFY(!QDir(folder).exists());
-        Run run(library({}), m_settings.get());
+        Run run(library({}), m_settings);
         QVERIFY(run.loaded);
         QCOMPARE(run.join.records, 0);
         QVERIFY(QFile::exists(folder + u"/SpanRestoreHistory.cvcddb"_s));
@@ -120,7 +111,7 @@ private Q_SLOTS:
     {
         const QString folder = CVSpanHistory::applicationSupportFolder();
         {
-            Run first(library({ track(1, u"/x/a.mp3"_s) }), m_settings.get());
+            Run first(library({ track(1, u"/x/a.mp3"_s) }), m_settings);
             first.library.addItemToSpanStore(first.track(u"P1"_s), u"/Volumes/D/a.mp3"_s);
             QVERIFY(first.history.saveAction());
         }
@@ -128,13 +119,13 @@ private Q_SLOTS:
         QFile::remove(folder + u"/SpanRestoreHistory.cvcddb-wal"_s);
         QFile::remove(folder + u"/SpanRestoreHistory.cvcddb-shm"_s);
         {
-            Run second(library({ track(1, u"/x/a.mp3"_s) }), m_settings.get());
+            Run second(library({ track(1, u"/x/a.mp3"_s) }), m_settings);
             QCOMPARE(second.join.records, 1);
         }
         QVERIFY(!QFile::exists(folder + u"/SpannedItemHistory.cvcddb"_s));
         // Both present: the old one stays untouched, the new one is used.
         writeFile(folder + u"/SpannedItemHistory.cvcddb"_s, "old bytes");
-        Run third(library({ track(1, u"/x/a.mp3"_s) }), m_settings.get());
+        Run third(library({ track(1, u"/x/a.mp3"_s) }), m_settings);
         QCOMPARE(third.join.records, 1);
         QCOMPARE(readAll(folder + u"/SpannedItemHistory.cvcddb"_s), QByteArray("old bytes"));
     }
@@ -168,7 +159,7 @@ private Q_SLOTS:
             QSKIP("root reads every file");
         const QByteArray before = readAll(path);
         const QDateTime modified = QFileInfo(path).lastModified();
-        Run run(library({ track(1, u"/x/a.mp3"_s) }), m_settings.get());
+        Run run(library({ track(1, u"/x/a.mp3"_s) }), m_settings);
         QVERIFY(run.loaded);
         QVERIFY(run.history.storeFailed());
         QCOMPARE(run.presenter.errors.size(), 1);
@@ -190,7 +181,7 @@ private Q_SLOTS:
     {
         // A store with records, and a save of another process caught in the middle: its journal
         // is on disk and changed pages are in the file, as a crash or a pulled plug leaves them.
-        const QString folder = m_home->filePath(u"crashed"_s);
+        const QString folder = m_env->filePath(u"crashed"_s);
         QDir().mkpath(folder);
         const QString path = folder + u"/SpanRestoreHistory.cvcddb"_s;
         {
@@ -205,7 +196,7 @@ private Q_SLOTS:
             }
             QVERIFY(store.save(changed));
         }
-        const QString crashed = m_home->filePath(u"copy/SpanRestoreHistory.cvcddb"_s);
+        const QString crashed = m_env->filePath(u"copy/SpanRestoreHistory.cvcddb"_s);
         QDir().mkpath(QFileInfo(crashed).path());
         sqlite3 *db = nullptr;
         QCOMPARE(sqlite3_open(QFile::encodeName(path).constData(), &db), SQLITE_OK);
@@ -231,18 +222,18 @@ private Q_SLOTS:
 
     void writesRecordsThatSurviveARestart()
     {
-        const QString home = m_home->filePath(u"home/a.mp3"_s);
+        const QString home = m_env->filePath(u"home/a.mp3"_s);
         CVFixedSpanRunState state;
         state.running = true;
         state.location = m_drive;
         {
-            Run run(library({ track(1, home), track(2, m_home->filePath(u"home/b.mp3"_s)) }), m_settings.get(), &state);
+            Run run(library({ track(1, home), track(2, m_env->filePath(u"home/b.mp3"_s)) }), m_settings, &state);
             CVTrack *full = run.track(u"P1"_s);
             run.library.addItemToSpanStore(full, home); // the player already points at the new place
             run.library.addItemToSpanStore(run.track(u"P2"_s), m_drive + u"/b.mp3"_s);
             QVERIFY(run.history.saveAction());
         }
-        Run again(library({ track(1, home), track(2, m_home->filePath(u"home/b.mp3"_s)) }), m_settings.get());
+        Run again(library({ track(1, home), track(2, m_env->filePath(u"home/b.mp3"_s)) }), m_settings);
         QCOMPARE(again.join.records, 2);
         QCOMPARE(again.join.joined, 2);
         CVSpanRecord *one = again.record(u"P1"_s);
@@ -274,11 +265,11 @@ private Q_SLOTS:
 
     void updatesSpansAndRestores()
     {
-        const QString orig = m_home->filePath(u"home/a.mp3"_s);
+        const QString orig = m_env->filePath(u"home/a.mp3"_s);
         CVFixedSpanRunState state;
         state.running = true;
         state.location = m_drive;
-        Run run(library({ track(1, orig) }), m_settings.get(), &state);
+        Run run(library({ track(1, orig) }), m_settings, &state);
         CVTrack *t = run.track(u"P1"_s);
         run.library.addItemToSpanStore(t, m_drive + u"/a.mp3"_s);
         CVSpanRecord *r = run.record(u"P1"_s);
@@ -307,18 +298,18 @@ private Q_SLOTS:
 
     void joinCorrectsTheFactsFromTheFiles()
     {
-        QDir().mkpath(m_home->filePath(u"home"_s));
+        QDir().mkpath(m_env->filePath(u"home"_s));
         QDir().mkpath(m_drive);
-        const QString homeA = m_home->filePath(u"home/a.mp3"_s), spanA = m_drive + u"/a.mp3"_s;
-        const QString homeB = m_home->filePath(u"home/b.mp3"_s), spanB = m_drive + u"/b.mp3"_s;
-        const QString homeC = m_home->filePath(u"home/c.mp3"_s), spanC = m_drive + u"/c.mp3"_s;
-        const QString otherC = m_home->filePath(u"moved/c.mp3"_s);
+        const QString homeA = m_env->filePath(u"home/a.mp3"_s), spanA = m_drive + u"/a.mp3"_s;
+        const QString homeB = m_env->filePath(u"home/b.mp3"_s), spanB = m_drive + u"/b.mp3"_s;
+        const QString homeC = m_env->filePath(u"home/c.mp3"_s), spanC = m_drive + u"/c.mp3"_s;
+        const QString otherC = m_env->filePath(u"moved/c.mp3"_s);
         CVFixedSpanRunState state;
         state.running = true;
         state.location = m_drive;
         {
             Run run(library({ track(1, homeA), track(2, homeB), track(3, homeC), track(4, u"/gone.mp3"_s) }),
-                m_settings.get(), &state);
+                m_settings, &state);
             run.library.addItemToSpanStore(run.track(u"P1"_s), spanA);
             run.library.addItemToSpanStore(run.track(u"P2"_s), spanB);
             run.library.addItemToSpanStore(run.track(u"P3"_s), spanC);
@@ -331,7 +322,7 @@ private Q_SLOTS:
         writeFile(spanB, "b");
         QVERIFY(QFile::link(spanB, homeB));
         writeFile(otherC, "c");
-        Run again(library({ track(1, homeA), track(2, homeB), track(3, otherC) }), m_settings.get());
+        Run again(library({ track(1, homeA), track(2, homeB), track(3, otherC) }), m_settings);
         QCOMPARE(again.join.records, 4);
         QCOMPARE(again.join.joined, 3);
         QCOMPARE(again.join.removedFromITunes, 1);
@@ -355,24 +346,24 @@ private Q_SLOTS:
         QCOMPARE(c->text(CVAttr::OriginalLocation), homeC);
 
         // Saved: a third run reads the corrected facts.
-        Run third(library({ track(1, homeA), track(2, homeB), track(3, otherC) }), m_settings.get());
+        Run third(library({ track(1, homeA), track(2, homeB), track(3, otherC) }), m_settings);
         QVERIFY(third.record(u"P1"_s)->flag(CVSpanAttr::ItemIsRestored));
         QCOMPARE(third.record(u"P3"_s)->text(CVSpanAttr::SpanLocation), otherC);
     }
 
     void inFlightTracksKeepTheirFactsAfterACrash()
     {
-        const QString home = m_home->filePath(u"home/a.mp3"_s);
+        const QString home = m_env->filePath(u"home/a.mp3"_s);
         writeFile(home, "a");
         {
-            Run run(library({ track(1, home) }), m_settings.get());
+            Run run(library({ track(1, home) }), m_settings);
             run.library.addItemToSpanStore(run.track(u"P1"_s), m_drive + u"/a.mp3"_s);
             QVERIFY(run.history.saveAction());
         }
-        m_settings->setValue(u"CVLastTracksSpanned"_s, QVariantMap { { u"P1"_s, home } });
+        m_settings->setValue(CVSettingsKey::LastTracksSpanned, QVariantMap { { u"P1"_s, home } });
         CVFixedSpanRunState crashed;
         crashed.crashed = true;
-        Run run(library({ track(1, home) }), m_settings.get(), &crashed);
+        Run run(library({ track(1, home) }), m_settings, &crashed);
         // The real file at home would otherwise make it restored.
         QVERIFY(run.track(u"P1"_s)->flag(CVAttr::ItemIsSpanned));
         QCOMPARE(run.record(u"P1"_s)->text(CVSpanAttr::SpanLocation), m_drive + u"/a.mp3"_s);
@@ -380,12 +371,12 @@ private Q_SLOTS:
 
     void contendedLockIsLoggedAndIgnored()
     {
-        Run run(library({ track(1, u"/x/a.mp3"_s) }), m_settings.get());
+        Run run(library({ track(1, u"/x/a.mp3"_s) }), m_settings);
         run.history.spanManagedObjectContext()->lock().lock();
         std::thread([&] { run.library.addItemToSpanStore(run.track(u"P1"_s), u"/y/a.mp3"_s); }).join();
         run.history.spanManagedObjectContext()->lock().unlock();
         QVERIFY(
-            m_logged.contains(u"Unsuccessful spanManagedObjectContext tryLock (addItemToSpanStore:withSpanPath:)"_s));
+            m_env->log.contains(u"Unsuccessful spanManagedObjectContext tryLock (addItemToSpanStore:withSpanPath:)"_s));
         QVERIFY(run.record(u"P1"_s));
     }
 
@@ -400,7 +391,7 @@ private:
     }
     QString library(const QStringList &tracks)
     {
-        const QString file = m_home->filePath(u"library.xml"_s);
+        const QString file = m_env->filePath(u"library.xml"_s);
         writeFile(file,
             (u"<plist version=\"1.0\"><dict><key>Library Persistent ID</key><string>LIB</string>"
              "<key>Music Folder</key><string>%1</string><key>Tracks</key><dict>"_s.arg(
@@ -410,9 +401,8 @@ private:
         return file;
     }
 
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
-    QStringList m_logged;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     QString m_media, m_drive;
 };
 

@@ -1,15 +1,15 @@
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "CVTestPresenter.h"
 #include "Library/CVSpanHistory.h"
 #include "Platform/CVAuthorization.h"
 #include "Platform/CVHUserDefaults.h"
 #include "Platform/CVHelperApplicationControl.h"
-#include "Platform/CVLog.h"
 #include "Platform/CVLoginItems.h"
 #include "Platform/CVPrivilegedFileOperations.h"
 
 #include <QProcess>
+#include <QSet>
 #include <QStandardPaths>
 #include <QtTest>
 
@@ -27,7 +27,7 @@ class TestHelperControl : public QObject {
 private:
     QString makePackagedHelper(const QByteArray &info)
     {
-        const QString folder = m_home->filePath(u"bundle/Corvana Helper"_s);
+        const QString folder = m_env->filePath(u"bundle/Corvana Helper"_s);
         writeFile(folder + u"/corvana-helper"_s, "#!/bin/sh\nexit 0\n");
         QFile::setPermissions(folder + u"/corvana-helper"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         writeFile(folder + u"/Info.ini"_s, info);
@@ -44,58 +44,58 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
+        m_env = std::make_unique<CVTestEnvironment>();
         m_presenter = CVTestPresenter();
         m_status.clear();
-        m_log.clear();
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
     }
 
     void cleanup()
     {
         CVPrivilegedFileOperations::dropAuthorization();
         CVAuthorization::setLauncher({});
-        CVLog::setSink({});
-        m_home.reset();
+        m_env.reset();
     }
 
     void sharedSettingsKeepDefaultsInMemoryAndWriteAtOnce()
     {
         CVHUserDefaults defaults;
-        QCOMPARE(defaults.filePath(), m_home->path() + u"/.config/Corvana/Corvana Helper.conf"_s);
-        QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
-        QCOMPARE(defaults.integerForKey(u"CVHAllowedToAlwaysRun"_s), 0);
-        QVERIFY(defaults.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
-        for (const QString &key : { u"CVHLoginItemAlertSupress"_s, u"CVHNotNecessaryAlertSupress"_s,
-                 u"CVHTracksUnavailableWhenITunesLaunchesAlertSupress"_s,
-                 u"CVHTracksUnavailableWhenFilesMissingAlertSupress"_s })
-            QVERIFY2(!defaults.boolForKey(key), qPrintable(key));
+        QCOMPARE(defaults.filePath(), m_env->path() + u"/.config/Corvana/Corvana Helper.conf"_s);
+        QCOMPARE(CVHUserDefaults::keyTable().size(), std::size_t(CVHSettingsKey::Count));
+        QSet<QString> names;
+        for (std::size_t i = 0; i < CVHUserDefaults::keyTable().size(); ++i) {
+            const CVHUserDefaults::KeyInfo &entry = CVHUserDefaults::keyTable()[i];
+            QCOMPARE(std::size_t(entry.key), i); // name() indexes the table by key
+            QVERIFY2(!names.contains(entry.name), qPrintable(entry.name));
+            names.insert(entry.name);
+            QCOMPARE(defaults.objectForKey(entry.key), entry.defaultValue);
+        }
         QVERIFY(defaults.dictionaryValue().isEmpty());
         QVERIFY(!QFileInfo::exists(defaults.filePath()));
 
         // The other program sees a change at once, typed as written.
-        defaults.setObject(0, u"CVHShowInMenubar"_s);
-        defaults.setObject(false, u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s);
+        defaults.setObject(0, CVHSettingsKey::ShowInMenubar);
+        defaults.setObject(false, CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress);
         CVHUserDefaults other;
-        QCOMPARE(other.integerForKey(u"CVHShowInMenubar"_s), 0);
-        QVERIFY(!other.boolForKey(u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s));
+        QCOMPARE(other.integerForKey(CVHSettingsKey::ShowInMenubar), 0);
+        QVERIFY(!other.boolForKey(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress));
         QCOMPARE(other.dictionaryValue().keys(),
-            (QStringList { u"CVHShowInMenubar"_s, u"CVHTracksUnavailableWhenDrivesUnmountAlertSupress"_s }));
+            (QStringList { CVHUserDefaults::name(CVHSettingsKey::ShowInMenubar),
+                CVHUserDefaults::name(CVHSettingsKey::TracksUnavailableWhenDrivesUnmountAlertSupress) }));
 
         // An equal value is not written again; a change made elsewhere is read afresh.
         const QDateTime written = QFileInfo(defaults.filePath()).lastModified();
         QTest::qSleep(20);
-        other.setObject(0, u"CVHShowInMenubar"_s);
+        other.setObject(0, CVHSettingsKey::ShowInMenubar);
         QCOMPARE(QFileInfo(defaults.filePath()).lastModified(), written);
-        other.setObject(true, u"CVHLoginItemAlertSupress"_s);
-        QVERIFY(defaults.boolForKey(u"CVHLoginItemAlertSupress"_s));
-        other.removeObjectForKey(u"CVHShowInMenubar"_s);
-        QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
+        other.setObject(true, CVHSettingsKey::LoginItemAlertSupress);
+        QVERIFY(defaults.boolForKey(CVHSettingsKey::LoginItemAlertSupress));
+        other.removeObjectForKey(CVHSettingsKey::ShowInMenubar);
+        QCOMPARE(defaults.integerForKey(CVHSettingsKey::ShowInMenubar), 1);
 
         defaults.setIdentifier(u"Another"_s);
-        QCOMPARE(defaults.filePath(), m_home->path() + u"/.config/Corvana/Another.conf"_s);
-        QCOMPARE(defaults.integerForKey(u"CVHShowInMenubar"_s), 1);
-        QVERIFY(!defaults.boolForKey(u"CVHLoginItemAlertSupress"_s));
+        QCOMPARE(defaults.filePath(), m_env->path() + u"/.config/Corvana/Another.conf"_s);
+        QCOMPARE(defaults.integerForKey(CVHSettingsKey::ShowInMenubar), 1);
+        QVERIFY(!defaults.boolForKey(CVHSettingsKey::LoginItemAlertSupress));
     }
 
     void packagedHelperIsFoundBesideOrInTheInstalledLayout()
@@ -113,7 +113,7 @@ private Q_SLOTS:
     void missingPackagedHelperQuitsWithoutSaving()
     {
         CVHelperApplicationControl control;
-        control.setPackagedHelperPath(m_home->filePath(u"nowhere"_s));
+        control.setPackagedHelperPath(m_env->filePath(u"nowhere"_s));
         QCOMPARE(install(control), Result::QuitWithoutSaving);
         QCOMPARE(m_presenter.alerts.size(), 1);
         QCOMPARE(m_presenter.alerts[0].title, u"\nCorvana Helper not in bundle"_s);
@@ -130,7 +130,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(CVSpanHistory::applicationSupportFolder()));
         QCOMPARE(install(control), Result::Installed);
         QCOMPARE(m_status, QStringList { u"Installing Corvana Helper"_s });
-        QVERIFY(m_log.contains(u"Installing Corvana Helper..."_s));
+        QVERIFY(m_env->log.contains(u"Installing Corvana Helper..."_s));
         QVERIFY(control.isInstalledHelperCurrent());
         QVERIFY(QFileInfo(CVHelperApplicationControl::installedHelperExecutable()).isExecutable());
         QVERIFY(m_presenter.alerts.isEmpty());
@@ -234,10 +234,9 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
+    std::unique_ptr<CVTestEnvironment> m_env;
     CVTestPresenter m_presenter;
     QStringList m_status;
-    QStringList m_log;
 };
 
 QTEST_GUILESS_MAIN(TestHelperControl)

@@ -1,7 +1,6 @@
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "Platform/CVAuthorization.h"
-#include "Platform/CVLog.h"
 #include "Platform/CVOneLineTasks.h"
 #include "Platform/CVPrivilegedFileOperations.h"
 
@@ -19,29 +18,28 @@ class TestPrivileged : public QObject {
     Q_OBJECT
 
 private:
-    int timesAsked() const { return int(readAll(m_home->filePath(u"asked"_s)).count('\n')); }
+    int timesAsked() const { return int(readAll(m_env->filePath(u"asked"_s)).count('\n')); }
 
     void useLauncher(const QString &body)
     {
-        const QString script = m_home->filePath(u"launcher"_s);
+        const QString script = m_env->filePath(u"launcher"_s);
         writeFile(script,
-            ("#!/bin/sh\necho asked >> '" + QFile::encodeName(m_home->filePath(u"asked"_s)) + "'\n") + body.toUtf8()
+            ("#!/bin/sh\necho asked >> '" + QFile::encodeName(m_env->filePath(u"asked"_s)) + "'\n") + body.toUtf8()
                 + '\n');
         QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         CVAuthorization::setLauncher({ script });
     }
 
 private Q_SLOTS:
-    QString installed() const { return m_home->filePath(u"Support/Deep/Corvana Helper"_s); }
-    QString packaged() const { return m_home->filePath(u"Package/Corvana Helper"_s); }
+    QString installed() const { return m_env->filePath(u"Support/Deep/Corvana Helper"_s); }
+    QString packaged() const { return m_env->filePath(u"Package/Corvana Helper"_s); }
 
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
+        m_env = std::make_unique<CVTestEnvironment>();
         useLauncher(u"exec '%1' \"$@\""_s.arg(QStringLiteral(CORVANA_RUNNER)));
         CVAuthorization::setScope(installed(), packaged());
         writeFile(packaged() + u"/Contents/Info.plist"_s, "plist");
-        CVLog::setSink([this](const QString &line) { m_log.append(line); });
     }
 
     void cleanup()
@@ -49,9 +47,7 @@ private Q_SLOTS:
         Ops::dropAuthorization();
         CVAuthorization::setLauncher({});
         CVAuthorization::setScope({}, {});
-        CVLog::setSink({});
-        m_log.clear();
-        m_home.reset();
+        m_env.reset();
     }
 
     void copyCreatesMissingFoldersAndAsksOnce()
@@ -84,7 +80,7 @@ private Q_SLOTS:
 
     void removingWhatIsGoneNeverAsks()
     {
-        QVERIFY(Ops::authorizedRemoveItemAtPath(m_home->filePath(u"never there"_s)));
+        QVERIFY(Ops::authorizedRemoveItemAtPath(m_env->filePath(u"never there"_s)));
         QCOMPARE(timesAsked(), 0);
         QVERIFY(!Ops::sharedAuthorization());
     }
@@ -92,11 +88,11 @@ private Q_SLOTS:
     void refusalIsLoggedAndAskedAgain()
     {
         useLauncher(u"exit 126"_s);
-        writeFile(m_home->filePath(u"f"_s), "f");
-        QVERIFY(!Ops::authorizedRemoveItemAtPath(m_home->filePath(u"f"_s)));
-        QVERIFY(QFileInfo::exists(m_home->filePath(u"f"_s)));
-        QCOMPARE(m_log.size(), 1);
-        QVERIFY2(m_log[0].startsWith(u"SFAuthorization error: "_s), qPrintable(m_log[0]));
+        writeFile(m_env->filePath(u"f"_s), "f");
+        QVERIFY(!Ops::authorizedRemoveItemAtPath(m_env->filePath(u"f"_s)));
+        QVERIFY(QFileInfo::exists(m_env->filePath(u"f"_s)));
+        QCOMPARE(m_env->log.size(), 1);
+        QVERIFY2(m_env->log[0].startsWith(u"SFAuthorization error: "_s), qPrintable(m_env->log[0]));
         QVERIFY(!Ops::getAuthorization());
         QCOMPARE(timesAsked(), 2);
     }
@@ -110,7 +106,7 @@ private Q_SLOTS:
             return !CVOneLineTasks::stringByLaunchingPath(tool, arguments, authorization, &error)
                 && error.endsWith(u"is not allowed"_s);
         };
-        const QString marker = m_home->filePath(u"marker"_s);
+        const QString marker = m_env->filePath(u"marker"_s);
         QVERIFY(!CVOneLineTasks::stringByLaunchingPath(
             u"/bin/sh"_s, { u"-c"_s, u"touch "_s + marker }, authorization, &error));
         QVERIFY(error.startsWith(QLatin1StringView(CVOneLineTasks::ErrorDomain)));
@@ -120,17 +116,17 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(marker));
 
         // Nothing outside the install folder, not by "..", not through a link, not copied from elsewhere.
-        writeFile(m_home->filePath(u"precious"_s), "mine");
-        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, m_home->filePath(u"precious"_s) }));
+        writeFile(m_env->filePath(u"precious"_s), "mine");
+        QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, m_env->filePath(u"precious"_s) }));
         QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, installed() + u"/../../../precious"_s }));
-        QVERIFY(refused(u"/bin/mkdir"_s, { u"-p"_s, m_home->filePath(u"elsewhere"_s) }));
-        QVERIFY(refused(u"/bin/cp"_s, { u"-R"_s, m_home->filePath(u"precious"_s), installed() + u"/p"_s }));
-        QVERIFY(refused(u"/bin/mv"_s, { u"-n"_s, m_home->filePath(u"precious"_s), installed() + u"/p"_s }));
+        QVERIFY(refused(u"/bin/mkdir"_s, { u"-p"_s, m_env->filePath(u"elsewhere"_s) }));
+        QVERIFY(refused(u"/bin/cp"_s, { u"-R"_s, m_env->filePath(u"precious"_s), installed() + u"/p"_s }));
+        QVERIFY(refused(u"/bin/mv"_s, { u"-n"_s, m_env->filePath(u"precious"_s), installed() + u"/p"_s }));
         QVERIFY(QDir().mkpath(installed()));
-        QVERIFY(QFile::link(m_home->path(), installed() + u"/link"_s));
+        QVERIFY(QFile::link(m_env->path(), installed() + u"/link"_s));
         QVERIFY(refused(u"/bin/rm"_s, { u"-d"_s, u"-R"_s, installed() + u"/link/precious"_s }));
-        QCOMPARE(readAll(m_home->filePath(u"precious"_s)), QByteArray("mine"));
-        QVERIFY(!QFileInfo::exists(m_home->filePath(u"elsewhere"_s)));
+        QCOMPARE(readAll(m_env->filePath(u"precious"_s)), QByteArray("mine"));
+        QVERIFY(!QFileInfo::exists(m_env->filePath(u"elsewhere"_s)));
 
         int status = -1;
         const auto output = CVOneLineTasks::stringByLaunchingPath(
@@ -143,9 +139,9 @@ private Q_SLOTS:
     void runnerRefusesAFolderThatIsNotTheHelpers()
     {
         // Named otherwise, or below no folder of the asking user's: the runner does not start.
-        CVAuthorization::setScope(m_home->filePath(u"Support/Anything"_s), packaged());
+        CVAuthorization::setScope(m_env->filePath(u"Support/Anything"_s), packaged());
         QVERIFY(!Ops::getAuthorization());
-        QVERIFY(m_log.last().contains(u"refused"_s));
+        QVERIFY(m_env->log.last().contains(u"refused"_s));
         CVAuthorization::setScope(u"/Corvana Helper"_s, packaged());
         useLauncher(u"PKEXEC_UID=65534 exec '%1' \"$@\""_s.arg(QStringLiteral(CORVANA_RUNNER)));
         QVERIFY(!Ops::getAuthorization());
@@ -157,7 +153,7 @@ private Q_SLOTS:
             QSKIP("needs root to see ownership change");
         useLauncher(u"PKEXEC_UID=65534 exec '%1' \"$@\""_s.arg(QStringLiteral(CORVANA_RUNNER)));
         // The asking user's own folder holds the install folder and the package.
-        const QString own = m_home->filePath(u"nobody"_s);
+        const QString own = m_env->filePath(u"nobody"_s);
         QVERIFY(QDir().mkpath(own));
         QVERIFY(::chown(QFile::encodeName(own).constData(), 65534, 65534) == 0);
         const QString source = own + u"/Corvana Helper"_s;
@@ -177,14 +173,13 @@ private Q_SLOTS:
     {
         QCOMPARE(CVOneLineTasks::stringByLaunchingPathAndWaitingUntilExit(u"/bin/echo"_s, { u"ünï"_s, u"two"_s }),
             u"ünï two\n"_s);
-        const QString file = m_home->filePath(u"touched"_s);
+        const QString file = m_env->filePath(u"touched"_s);
         CVOneLineTasks::launchPathAndWaitUntilExit(u"/usr/bin/touch"_s, { file });
         QVERIFY(QFileInfo::exists(file));
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    QStringList m_log;
+    std::unique_ptr<CVTestEnvironment> m_env;
 };
 
 QTEST_GUILESS_MAIN(TestPrivileged)

@@ -1,5 +1,5 @@
+#include "CVTestEnvironment.h"
 #include "CVTestFiles.h"
-#include "CVTestHome.h"
 #include "Platform/CVTrash.h"
 
 #include <QProcess>
@@ -50,26 +50,14 @@ private:
     }
 
 private Q_SLOTS:
-    void init()
-    {
-        m_home = std::make_unique<CVTestHome>();
-        const QString home = m_home->path();
-        // Only our own volumes: the machine's real trash is never looked into or emptied.
-        CVTrash::setMountPointFilter([home](const QString &point) { return point.startsWith(home); });
-    }
+    // Only our own volumes: the machine's real trash is never looked into or emptied.
+    void init() { m_env = std::make_unique<CVTestEnvironment>(); }
 
-    void cleanup()
-    {
-        if (!m_mounted.isEmpty())
-            ::umount2(QFile::encodeName(m_mounted).constData(), MNT_DETACH);
-        m_mounted.clear();
-        CVTrash::setMountPointFilter({});
-        m_home.reset();
-    }
+    void cleanup() { m_env.reset(); }
 
     void trashesOnTheHomeDriveForEveryClient()
     {
-        const QString music = m_home->filePath(u"Music"_s);
+        const QString music = m_env->filePath(u"Music"_s);
         const QStringList names = { u"100% pure.mp3"_s, u"Señor Ünïcødé ß.flac"_s, u"quote \"and\" 'single'.m4a"_s,
             u"back\\slash #1.mp3"_s };
         for (const QString &name : names)
@@ -109,7 +97,7 @@ private Q_SLOTS:
 
     void sameNameTwiceKeepsBoth()
     {
-        const QString file = m_home->filePath(u"a.mp3"_s);
+        const QString file = m_env->filePath(u"a.mp3"_s);
         writeFile(file, "first");
         const CVTrash::Result first = CVTrash::moveToTrash(file);
         writeFile(file, "second");
@@ -123,7 +111,7 @@ private Q_SLOTS:
     void longNamesStillFit()
     {
         const QString name = QString(120, u'é') + u".mp3"_s; // 244 bytes
-        const QString file = m_home->filePath(name);
+        const QString file = m_env->filePath(name);
         writeFile(file, "long");
         const CVTrash::Result result = CVTrash::moveToTrash(file);
         QVERIFY2(result.ok, qPrintable(result.error));
@@ -132,7 +120,7 @@ private Q_SLOTS:
 
     void missingFileIsAnErrorAndCreatesNothing()
     {
-        const CVTrash::Result result = CVTrash::moveToTrash(m_home->filePath(u"nothing.mp3"_s));
+        const CVTrash::Result result = CVTrash::moveToTrash(m_env->filePath(u"nothing.mp3"_s));
         QVERIFY(!result.ok);
         QVERIFY(result.error.contains(u"nothing.mp3"_s));
         QVERIFY(CVTrash::isEmpty());
@@ -140,10 +128,10 @@ private Q_SLOTS:
 
     void otherDriveUsesItsOwnTrash()
     {
-        const QString drive = m_home->filePath(u"drive"_s);
+        const QString drive = m_env->filePath(u"drive"_s);
         if (!mountDrive(drive))
             QSKIP("this machine does not let the test mount a second drive");
-        m_mounted = drive;
+        m_env->unmountAtEnd(drive);
         const QString file = drive + u"/Music/50% off é.mp3"_s;
         writeFile(file, "on the drive");
         const CVTrash::Result result = CVTrash::moveToTrash(file);
@@ -164,10 +152,10 @@ private Q_SLOTS:
 
     void readOnlyDriveRefusesAndKeepsTheFile()
     {
-        const QString drive = m_home->filePath(u"ro"_s);
+        const QString drive = m_env->filePath(u"ro"_s);
         if (!mountDrive(drive))
             QSKIP("this machine does not let the test mount a second drive");
-        m_mounted = drive;
+        m_env->unmountAtEnd(drive);
         const QString file = drive + u"/keep.mp3"_s;
         writeFile(file, "keep");
         QVERIFY(::mount(nullptr, QFile::encodeName(drive).constData(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0);
@@ -179,11 +167,11 @@ private Q_SLOTS:
 
     void emptyingRemovesEntriesAndTheirInfo()
     {
-        const QString folder = m_home->filePath(u"Old"_s);
+        const QString folder = m_env->filePath(u"Old"_s);
         writeFile(folder + u"/a.mp3"_s, "a");
-        writeFile(m_home->filePath(u".hidden.mp3"_s), "h");
+        writeFile(m_env->filePath(u".hidden.mp3"_s), "h");
         QVERIFY(CVTrash::moveToTrash(folder).ok);
-        QVERIFY(CVTrash::moveToTrash(m_home->filePath(u".hidden.mp3"_s)).ok);
+        QVERIFY(CVTrash::moveToTrash(m_env->filePath(u".hidden.mp3"_s)).ok);
         QVERIFY(!CVTrash::isEmpty());
         QStringList errors;
         QCOMPARE(CVTrash::emptyTrash(&errors), 2);
@@ -191,12 +179,11 @@ private Q_SLOTS:
         QVERIFY(CVTrash::isEmpty());
         QVERIFY(QDir(CVTrash::homeTrashFolder() + u"/info"_s).isEmpty());
         if (haveTrashCli())
-            QVERIFY(listed(m_home->path()).isEmpty());
+            QVERIFY(listed(m_env->path()).isEmpty());
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    QString m_mounted;
+    std::unique_ptr<CVTestEnvironment> m_env;
 };
 
 QTEST_GUILESS_MAIN(TestTrash)

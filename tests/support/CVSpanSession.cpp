@@ -24,7 +24,6 @@ CVSpanSession::CVSpanSession(const QString &libraryFile, bool crashed)
     , library(&settings)
     , spanner(nullptr, &files, &presenter)
 {
-    settings.registerStandardDefaults();
     host.crashed = crashed;
     host.history = &history;
     library.setPresenter(&presenter);
