@@ -21,7 +21,10 @@ CVLibraryManager::CVLibraryManager(CVSettings *settings, QObject *parent)
     m_trees.setPlaylists(&m_contents->playlists);
 }
 
-CVLibraryManager::~CVLibraryManager() = default;
+CVLibraryManager::~CVLibraryManager()
+{
+    finishCompilingAllKeyedLocationInformation();
+}
 
 QString CVLibraryManager::chooseLibraryFile(const QString &homePath)
 {
@@ -72,6 +75,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
         m_host->quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
     }
 
+    finishCompilingAllKeyedLocationInformation();
     m_loadingDatabase = true;
     m_contents = std::make_unique<CVLibraryContents>();
     m_selection.reset({});
@@ -140,6 +144,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
 
 void CVLibraryManager::compileAllKeyedLocationInformation()
 {
+    finishCompilingAllKeyedLocationInformation();
     if (m_presenter) {
         m_presenter->setProgressIndeterminate(false);
         m_presenter->setStatusText(u"Compiling Location Information"_s);
@@ -149,6 +154,37 @@ void CVLibraryManager::compileAllKeyedLocationInformation()
         if (presenter)
             presenter->setProgress(maximum, value);
     });
+}
+
+void CVLibraryManager::beginCompilingAllKeyedLocationInformation()
+{
+    finishCompilingAllKeyedLocationInformation();
+    if (m_presenter) {
+        m_presenter->setProgressIndeterminate(false);
+        m_presenter->setStatusText(u"Compiling Location Information"_s);
+    }
+    m_reportLocationProgress = m_presenter != nullptr;
+    m_locationThread = std::thread([this] {
+        m_trees.compileAllKeyedLocationInformation([this](double maximum, double value) {
+            // Under the lock: a value sent after the load has taken the bar over would undo it.
+            const std::lock_guard lock(m_locationProgressLock);
+            if (m_reportLocationProgress)
+                m_presenter->setProgress(maximum, value);
+        });
+    });
+}
+
+void CVLibraryManager::endLocationProgress()
+{
+    const std::lock_guard lock(m_locationProgressLock);
+    m_reportLocationProgress = false;
+}
+
+void CVLibraryManager::finishCompilingAllKeyedLocationInformation()
+{
+    if (m_locationThread.joinable())
+        m_locationThread.join();
+    endLocationProgress();
 }
 
 QString CVLibraryManager::humanReadableSizeFromBytes(double bytes)
