@@ -16,6 +16,7 @@
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
+#include "Platform/CVThreadHeap.h"
 #include "Preferences/CVUpdateChecker.h"
 #include "Views/CVIcons.h"
 #include "Views/CVLoadingView.h"
@@ -346,6 +347,8 @@ void CVApplicationDelegate::runLoadSequence()
     }
 
     m_library->finishCompilingAllKeyedLocationInformation();
+    // The load's threads grew their heaps ahead: what they freed on the way is given back now.
+    CVThreadHeap::giveBackFreePages();
     m_presenter->setProgress(1, 0);
     m_presenter->setStatusText(u"Preparing to Load iTunes Library Database"_s);
     onMainThread([this] {

@@ -121,9 +121,10 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
                                qint64 done, qint64 total) { presenter->setProgress(double(total), double(done)); };
     }
 
-    // A load thread reads the first part of the file into its own heap.
+    // A load thread reads the first part of the file into its own heaps.
+    CVThreadHeap::Reservation heap;
     if (QThread::currentThread() != thread())
-        CVThreadHeap::growAhead(std::size_t(QFileInfo(file).size()));
+        heap = CVThreadHeap::growAhead(std::size_t(QFileInfo(file).size()));
     auto contents = std::make_unique<CVLibraryContents>();
     if (!CVPlayerLibraryFile::read(file, *contents, std::move(options), &m_lastError)) {
         if (m_presenter)
@@ -171,7 +172,7 @@ void CVLibraryManager::beginCompilingAllKeyedLocationInformation()
     m_reportLocationProgress = m_presenter != nullptr;
     m_locationThread = std::thread([this] {
         // About 400 bytes a track of nodes, keys and lower-case paths.
-        CVThreadHeap::growAhead(m_selection.allTracks()->tracks.size() * 400);
+        const CVThreadHeap::Reservation heap = CVThreadHeap::growAhead(m_selection.allTracks()->tracks.size() * 400);
         m_trees.compileAllKeyedLocationInformation([this](double maximum, double value) {
             // Under the lock: a value sent after the load has taken the bar over would undo it.
             const std::lock_guard lock(m_locationProgressLock);

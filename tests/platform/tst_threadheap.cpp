@@ -38,6 +38,26 @@ Mapping mappingOf(const void *address)
     return {};
 }
 
+// Writable bytes of the heaps of glibc's thread arenas: mappings that begin on a 64 MB boundary.
+quint64 writableHeapBytes()
+{
+    QFile maps(u"/proc/self/maps"_s);
+    if (!maps.open(QIODevice::ReadOnly))
+        return 0;
+    quint64 bytes = 0;
+    for (const QByteArray &line : maps.readAll().split('\n')) {
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() != 5 || !fields[1].startsWith("rw"))
+            continue;
+        const QList<QByteArray> range = fields[0].split('-');
+        const quint64 start = range.value(0).toULongLong(nullptr, 16);
+        const quint64 end = range.value(1).toULongLong(nullptr, 16);
+        if (start % (64u << 20) == 0)
+            bytes += end - start;
+    }
+    return bytes;
+}
+
 qint64 residentKB()
 {
     QFile status(u"/proc/self/status"_s);
@@ -65,11 +85,11 @@ private Q_SLOTS:
             // The thread's heap exists once it has allocated something.
             void *first = std::malloc(64);
             const qint64 before = residentKB();
-            CVThreadHeap::growAhead(grown);
+            const CVThreadHeap::Reservation heap = CVThreadHeap::growAhead(grown);
             residentGrowthKB = residentKB() - before;
-            const Mapping heap = mappingOf(first);
-            if (heap.writable)
-                writableAfterPiece = heap.end - quintptr(first);
+            const Mapping mapping = mappingOf(first);
+            if (mapping.writable)
+                writableAfterPiece = mapping.end - quintptr(first);
             // The memory is there to be used, in small pieces as in one.
             char *piece = static_cast<char *>(std::malloc(grown / 2));
             if (piece) {
@@ -79,13 +99,38 @@ private Q_SLOTS:
             }
             std::free(piece);
             std::free(first);
-            CVThreadHeap::growAhead(0);
+            const CVThreadHeap::Reservation none = CVThreadHeap::growAhead(0);
         }).join();
         QVERIFY(usable);
         // Writable well past what the thread had used, in one mapping...
         QVERIFY2(writableAfterPiece >= grown - (1u << 20), qPrintable(QString::number(writableAfterPiece)));
         // ...without its pages taken: the pieces were given back untouched but for their headers.
         QVERIFY2(residentGrowthKB < 4096, qPrintable(QString::number(residentGrowthKB)));
+    }
+
+    void growsPastOneHeap()
+    {
+        // glibc's heaps hold 64 MB each: more than that takes further heaps, kept while the
+        // reservation lasts, given back once it ends and nothing else of theirs is in use.
+        constexpr quint64 grown = 150u << 20;
+        quint64 during = 0, after = 0, before = 0;
+        qint64 residentGrowthKB = -1;
+        std::thread([&] {
+            std::free(std::malloc(64));
+            before = writableHeapBytes();
+            const qint64 residentBefore = residentKB();
+            {
+                const CVThreadHeap::Reservation heap = CVThreadHeap::growAhead(grown);
+                during = writableHeapBytes();
+                residentGrowthKB = residentKB() - residentBefore;
+            }
+            after = writableHeapBytes();
+        }).join();
+        // (An arena left by an earlier thread may be reused, with what it had grown already.)
+        QVERIFY2(during >= grown && during > before, qPrintable(QString::number(during)));
+        QVERIFY2(after < during, qPrintable(QString::number(after)));
+        // A page for each 120 kB piece was touched, and given back with the rest.
+        QVERIFY2(residentGrowthKB >= 0 && residentGrowthKB < 1024, qPrintable(QString::number(residentGrowthKB)));
     }
 };
 
