@@ -8,7 +8,24 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define CV_SANITIZER_HEAP 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define CV_SANITIZER_HEAP 1
+#endif
+#endif
+
 namespace CVThreadHeap {
+
+bool isGlibcHeap()
+{
+#ifdef CV_SANITIZER_HEAP
+    return false;
+#else
+    return true;
+#endif
+}
 
 Reservation::~Reservation()
 {
@@ -22,6 +39,8 @@ Reservation growAhead(std::size_t bytes)
     // last one is kept: it holds the last heap, and the freed pieces of the heaps below it stay
     // with the thread's arena for its next allocations.
     constexpr std::size_t piece = 120 * 1024;
+    if (!isGlibcHeap())
+        return {};
     std::vector<void *> pieces;
     pieces.reserve(bytes / piece + 1);
     for (std::size_t taken = 0; taken < bytes; taken += piece) {
@@ -60,7 +79,8 @@ Reservation growAhead(std::size_t bytes)
 
 void giveBackFreePages()
 {
-    malloc_trim(0);
+    if (isGlibcHeap())
+        malloc_trim(0);
 }
 
 } // namespace CVThreadHeap

@@ -36,6 +36,9 @@ private:
     void *m_kept = nullptr;
 };
 
+// Whether the heaps are glibc's own: under a sanitizer's allocator there is nothing to grow.
+bool isGlibcHeap();
+
 // Grows this thread's heaps by about bytes and gives the memory back at once: its pages stay
 // untouched (but for a header every 120 kB), only the permission to use them is kept.
 [[nodiscard]] Reservation growAhead(std::size_t bytes);
