@@ -17,6 +17,7 @@
 #include "Platform/CVInstanceLock.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
+#include "Platform/CVThreadHeap.h"
 #include "Preferences/CVUpdateChecker.h"
 #include "Views/CVIcons.h"
 #include "Views/CVLoadingView.h"
@@ -27,6 +28,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
@@ -275,16 +277,17 @@ void CVApplicationDelegate::runLoadSequence()
     m_history->managedObjectContext(u"Span"_s);
     m_library->joinSpanHistory();
 
-    // Two cores: the main thread works out the first lists while this one builds the location
-    // table. From here on the selections are the main thread's alone (the next wait is behind it).
-    QMetaObject::invokeMethod(
-        this, [window] { window->warmSelections(); }, Qt::QueuedConnection);
-    m_library->compileAllKeyedLocationInformation();
-    m_presenter->setProgressIndeterminate(true);
+    // A thread of the library's builds the location table, which nothing reads before the
+    // interface is prepared, while this one goes on with the helper and the queue, and the main
+    // thread works out the first lists during the pause before the main view.
+    m_library->beginCompilingAllKeyedLocationInformation();
 
     bool dependent = false;
     onMainThread(
         [&] { dependent = !m_library->selectPredicate(CVPredicate::fromText(u"( SymSpan == 1 )"_s))->tracks.empty(); });
+    // The bar is the load's again from here.
+    m_library->endLocationProgress();
+    m_presenter->setProgressIndeterminate(true);
     if (dependent)
         m_presenter->setStatusText(u"Relaunching Corvana Helper"_s);
     onMainThread([this] { tellCorvanaHelperToQuit(); });
@@ -299,6 +302,8 @@ void CVApplicationDelegate::runLoadSequence()
     onMainThread([this] { launchCorvanaHelper(); });
 
     if (!m_waitingToQuit) {
+        if (m_crashedWhileSpanningLastRun || m_settings->contains(u"CVSavedSpanningQueue"_s))
+            m_library->finishCompilingAllKeyedLocationInformation();
         onMainThread([&] {
             if (m_crashedWhileSpanningLastRun && !m_settings->boolValue(CVSettingsKey::FirstRun)) {
                 CVPredicate interrupted
@@ -320,9 +325,19 @@ void CVApplicationDelegate::runLoadSequence()
             }
         });
         m_presenter->setStatusText(u"Preparing Corvana Interface"_s);
+        // The pause before the main view is counted from this text: the rest of the location
+        // table, the first lists and the interface's preparation take place within it.
+        QElapsedTimer pause;
+        pause.start();
+        // From here on the selections are the main thread's alone (the next wait is behind it).
+        QMetaObject::invokeMethod(
+            this, [window] { window->warmSelections(); }, Qt::QueuedConnection);
+        m_library->finishCompilingAllKeyedLocationInformation();
         onMainThread([&] { window->prepareContentAfterLoad(); });
         m_presenter->setProgress(1, 1);
-        QThread::msleep(ulong(qMax(0, m_options.mainViewDelayMs)));
+        const qint64 left = qint64(qMax(0, m_options.mainViewDelayMs)) - pause.elapsed();
+        if (left > 0)
+            QThread::msleep(ulong(left));
         onMainThread([&] {
             window->corvanaWindow()->raise();
             window->corvanaWindow()->activateWindow();
@@ -330,6 +345,9 @@ void CVApplicationDelegate::runLoadSequence()
         });
     }
 
+    m_library->finishCompilingAllKeyedLocationInformation();
+    // The load's threads grew their heaps ahead: what they freed on the way is given back now.
+    CVThreadHeap::giveBackFreePages();
     m_presenter->setProgress(1, 0);
     m_presenter->setStatusText(u"Preparing to Load iTunes Library Database"_s);
     onMainThread([this] {

@@ -5,6 +5,7 @@
 #include "Library/CVPlistReader.h"
 #include "Library/CVSharedTexts.h"
 #include "Library/CVStringInterner.h"
+#include "Platform/CVThreadHeap.h"
 
 #include <QFile>
 
@@ -510,6 +511,8 @@ void CVLibraryFileReader::startSecondPart(const CVPlistReader &reader, Part &fir
     second->part.done = &second->done;
     second->part.start = *at;
     second->thread = std::thread([this, second, nesting = first.handOverNesting] {
+        // Its part and the playlists: most of the tracks' texts are shared with the first part.
+        const CVThreadHeap::Reservation heap = CVThreadHeap::growAhead(std::size_t(m_total) * 3 / 4);
         std::unique_ptr<QIODevice> device;
         const std::unique_ptr<CVPlistReader> resumed = openSecondReader(device);
         if (!resumed || !resumed->resume(second->part.start, nesting)) {

@@ -5,9 +5,11 @@
 #include "Library/CVPlayerLibraryFile.h"
 #include "Platform/CVPresenter.h"
 #include "Platform/CVSettings.h"
+#include "Platform/CVThreadHeap.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QThread>
 
 using namespace Qt::StringLiterals;
 
@@ -21,7 +23,10 @@ CVLibraryManager::CVLibraryManager(CVSettings *settings, QObject *parent)
     m_trees.setPlaylists(&m_contents->playlists);
 }
 
-CVLibraryManager::~CVLibraryManager() = default;
+CVLibraryManager::~CVLibraryManager()
+{
+    finishCompilingAllKeyedLocationInformation();
+}
 
 QString CVLibraryManager::chooseLibraryFile(const QString &homePath)
 {
@@ -72,6 +77,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
         m_host->quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
     }
 
+    finishCompilingAllKeyedLocationInformation();
     m_loadingDatabase = true;
     m_contents = std::make_unique<CVLibraryContents>();
     m_selection.reset({});
@@ -115,6 +121,10 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
                                qint64 done, qint64 total) { presenter->setProgress(double(total), double(done)); };
     }
 
+    // A load thread reads the first part of the file into its own heaps.
+    CVThreadHeap::Reservation heap;
+    if (QThread::currentThread() != thread())
+        heap = CVThreadHeap::growAhead(std::size_t(QFileInfo(file).size()));
     auto contents = std::make_unique<CVLibraryContents>();
     if (!CVPlayerLibraryFile::read(file, *contents, std::move(options), &m_lastError)) {
         if (m_presenter)
@@ -140,6 +150,7 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
 
 void CVLibraryManager::compileAllKeyedLocationInformation()
 {
+    finishCompilingAllKeyedLocationInformation();
     if (m_presenter) {
         m_presenter->setProgressIndeterminate(false);
         m_presenter->setStatusText(u"Compiling Location Information"_s);
@@ -149,6 +160,39 @@ void CVLibraryManager::compileAllKeyedLocationInformation()
         if (presenter)
             presenter->setProgress(maximum, value);
     });
+}
+
+void CVLibraryManager::beginCompilingAllKeyedLocationInformation()
+{
+    finishCompilingAllKeyedLocationInformation();
+    if (m_presenter) {
+        m_presenter->setProgressIndeterminate(false);
+        m_presenter->setStatusText(u"Compiling Location Information"_s);
+    }
+    m_reportLocationProgress = m_presenter != nullptr;
+    m_locationThread = std::thread([this] {
+        // About 400 bytes a track of nodes, keys and lower-case paths.
+        const CVThreadHeap::Reservation heap = CVThreadHeap::growAhead(m_selection.allTracks()->tracks.size() * 400);
+        m_trees.compileAllKeyedLocationInformation([this](double maximum, double value) {
+            // Under the lock: a value sent after the load has taken the bar over would undo it.
+            const std::lock_guard lock(m_locationProgressLock);
+            if (m_reportLocationProgress)
+                m_presenter->setProgress(maximum, value);
+        });
+    });
+}
+
+void CVLibraryManager::endLocationProgress()
+{
+    const std::lock_guard lock(m_locationProgressLock);
+    m_reportLocationProgress = false;
+}
+
+void CVLibraryManager::finishCompilingAllKeyedLocationInformation()
+{
+    if (m_locationThread.joinable())
+        m_locationThread.join();
+    endLocationProgress();
 }
 
 QString CVLibraryManager::humanReadableSizeFromBytes(double bytes)

@@ -9,7 +9,9 @@
 #include <QSet>
 
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 class CVLibraryHost;
@@ -102,6 +104,12 @@ public:
 
     // Location and playlist trees.
     void compileAllKeyedLocationInformation();
+    // The same table built on a thread of its own while the load goes on with steps that do not
+    // read it. Its status text is shown at once; its progress reaches the presenter until
+    // endLocationProgress(). Nothing may read the trees before finishCompiling... returns.
+    void beginCompilingAllKeyedLocationInformation();
+    void endLocationProgress();
+    void finishCompilingAllKeyedLocationInformation();
     QList<CVPredicate> getPredicateStackForLocations() const { return m_trees.getPredicateStackForLocations(); }
     QList<CVPredicate> getPredicateStackForPlaylists() const { return m_trees.getPredicateStackForPlaylists(); }
     std::shared_ptr<const std::vector<int>> filterEmptyLocations() { return m_trees.filterEmptyLocations(); }
@@ -161,4 +169,7 @@ private:
     bool m_loadingDatabase = true;
     CVSelection m_selection;
     CVLibraryTrees m_trees;
+    std::thread m_locationThread;
+    std::mutex m_locationProgressLock;
+    bool m_reportLocationProgress = false;
 };

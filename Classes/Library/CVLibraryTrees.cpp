@@ -147,7 +147,8 @@ int CVLibraryTrees::addNode(const QString &path, int parent, bool isFile)
         node.lcPath = lowered(path);
     }
     node.isFile = isFile;
-    node.key = keyFor(node.lcPath, parent, parent >= 0 ? m_nodes[std::size_t(parent)].path.size() : 0);
+    // The name starts where the parent's lower-case path ends: lowering may change a length ("İ").
+    node.key = keyFor(node.lcPath, parent, parent >= 0 ? m_nodes[std::size_t(parent)].lcPath.size() : 0);
     m_links.push_back({ node.key, node.parentKey, node.isFile });
     m_nodes.push_back(std::move(node));
     return int(m_nodes.size() - 1);

@@ -65,7 +65,7 @@ CVApplicationDelegate &CVWindowSession::app()
     if (!m_app) {
         CVApplicationDelegate::Options options;
         options.answerDialogs = true;
-        options.mainViewDelayMs = 0;
+        options.mainViewDelayMs = m_options.mainViewDelayMs;
         m_app = std::make_unique<CVApplicationDelegate>(options);
         m_app->setQuitHandler([this] { ++quits; });
     }

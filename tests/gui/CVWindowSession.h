@@ -22,6 +22,8 @@ public:
         qint64 mediaFileBytes = 0;
         // Where the media folder lies in the home ("<mediaFolder>/iTunes Media").
         QString mediaFolder = QStringLiteral("Music/iTunes");
+        // The program's pause before the main view (none, to keep the tests quick).
+        int mainViewDelayMs = 0;
     };
 
     explicit CVWindowSession(Options options);

@@ -14,6 +14,7 @@
 #include "Views/CVScreenFit.h"
 #include "Views/CVSpanQueueDropZone.h"
 
+#include <QElapsedTimer>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QtTest>
@@ -61,6 +62,7 @@ class TestStartup : public QObject {
 
 private Q_SLOTS:
     void loadShowsItsStepsThenTheMainView();
+    void mainViewComesAfterThePauseWithItsLocations();
     void firstRunCountsAsCrashButNotWhileSpanning();
     void crashFromFlags_data();
     void crashFromFlags();
@@ -111,6 +113,38 @@ void TestStartup::loadShowsItsStepsThenTheMainView()
     // The flag stays on disk until an orderly quit.
     QVERIFY(storedSettings().boolValue(CVSettingsKey::DidCrashLastRun));
     QCOMPARE(int(app.libraryManager()->allTracks().size()), session.generated.fileTracks);
+}
+
+void TestStartup::mainViewComesAfterThePauseWithItsLocations()
+{
+    // The work before the main view runs within the pause: the pause still holds from the
+    // text on, and the location table is complete by the time the view shows.
+    CVWindowSession session({ .tracks = 1500, .start = false, .mainViewDelayMs = 300 });
+    session.awake();
+    CVApplicationDelegate &app = session.app();
+    QElapsedTimer sincePreparing;
+    connect(
+        app.presenter(), &CVSheetPresenter::statusTextChanged, this,
+        [&](const QString &text) {
+            if (text == u"Preparing Corvana Interface"_s)
+                sincePreparing.start();
+        },
+        Qt::DirectConnection);
+    qint64 pause = -1;
+    qsizetype rows = 0;
+    int tracksWithoutNodes = -1;
+    connect(app.windowDelegate(), &CVWindowDelegate::mainViewShown, this, [&] {
+        pause = sincePreparing.elapsed();
+        CVLibraryManager *library = app.libraryManager();
+        rows = qsizetype(library->filterEmptyLocations()->size());
+        tracksWithoutNodes = 0;
+        for (const CVTrack *t : library->allTracks())
+            tracksWithoutNodes += library->trees().keyedLocation(*t).empty() ? 1 : 0;
+    });
+    session.launch();
+    QVERIFY2(pause >= 300, qPrintable(QString::number(pause)));
+    QCOMPARE(tracksWithoutNodes, 0);
+    QVERIFY(rows > session.generated.fileTracks);
 }
 
 void TestStartup::firstRunCountsAsCrashButNotWhileSpanning()
