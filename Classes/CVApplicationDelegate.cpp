@@ -302,7 +302,7 @@ void CVApplicationDelegate::runLoadSequence()
     onMainThread([this] { launchCorvanaHelper(); });
 
     if (!m_waitingToQuit) {
-        if (m_crashedWhileSpanningLastRun || m_settings->contains(u"CVSavedSpanningQueue"_s))
+        if (m_crashedWhileSpanningLastRun || m_settings->contains(CVSettingsKey::SavedSpanningQueue))
             m_library->finishCompilingAllKeyedLocationInformation();
         onMainThread([&] {
             if (m_crashedWhileSpanningLastRun && !m_settings->boolValue(CVSettingsKey::FirstRun)) {

@@ -304,9 +304,9 @@ private Q_SLOTS:
         const QStringList inPlace = snapshot(*m_library);
         QVERIFY(inPlace.size() > 400);
 
-        CVLibraryManager beside(m_settings.get());
+        CVLibraryManager beside(m_settings);
         beside.setPanes(&m_panes);
-        beside.setLibraryFilePath(m_home->filePath(u"library.xml"_s));
+        beside.setLibraryFilePath(m_env->filePath(u"library.xml"_s));
         QCOMPARE(beside.loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
         beside.beginCompilingAllKeyedLocationInformation();
         beside.finishCompilingAllKeyedLocationInformation();
