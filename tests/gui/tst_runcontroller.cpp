@@ -1,7 +1,7 @@
 // The run controller with a bare main window and no engine: which view is on screen, the menus
 // a run takes away and gives back, the way back from the results, and the sheets after a load.
 // Runs themselves, with the engine, are in tst_run.
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVRunController.h"
@@ -24,13 +24,13 @@ class TestRunController : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_library = std::make_unique<CVLibraryManager>(m_settings);
         m_presenter = std::make_unique<CVSheetPresenter>();
         m_presenter->setAnswering(true);
         m_window = std::make_unique<CVMainWindow>();
-        m_queue = std::make_unique<CVSpanQueue>(m_library.get(), m_settings.get());
+        m_queue = std::make_unique<CVSpanQueue>(m_library.get(), m_settings);
         m_sounds = std::make_unique<CVSounds>();
         m_loading = m_crashed = false;
         m_reloads = m_bugReports = 0;
@@ -44,7 +44,7 @@ private Q_SLOTS:
         context.reload = [this] { ++m_reloads; };
         context.reportBug = [this] { ++m_bugReports; };
         context.quit = [] {};
-        m_run = std::make_unique<CVRunController>(m_settings.get(), m_library.get(), m_presenter.get(), m_window.get(),
+        m_run = std::make_unique<CVRunController>(m_settings, m_library.get(), m_presenter.get(), m_window.get(),
             m_queue.get(), m_sounds.get(), std::move(context));
     }
     void cleanup()
@@ -55,8 +55,7 @@ private Q_SLOTS:
         m_window.reset();
         m_presenter.reset();
         m_library.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void theViewOnScreenIsKnownFromAnyThread()
@@ -139,8 +138,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSheetPresenter> m_presenter;
     std::unique_ptr<CVMainWindow> m_window;

@@ -1,7 +1,7 @@
 // The selection model alone, without a window: who refreshes in which order, what a change made
 // during a refresh becomes, and the predicate stack it serves.
 #include "Browsing/CVSelectionModel.h"
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Library/CVLibraryManager.h"
 #include "Platform/CVSettings.h"
 
@@ -43,9 +43,9 @@ class TestSelectionModel : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_library = std::make_unique<CVLibraryManager>(m_settings);
         m_model = std::make_unique<CVSelectionModel>(m_library.get());
         m_library->setPanes(m_model.get());
         m_live = true;
@@ -63,8 +63,7 @@ private Q_SLOTS:
         m_library->setPanes(nullptr);
         m_model.reset();
         m_library.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void everyNarrowingRefreshesTheBrowserFirstAndThePathBarLast_data()
@@ -218,8 +217,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSelectionModel> m_model;
     bool m_live = true;

@@ -1,6 +1,6 @@
 // The span location's controller with its view alone, without the main window: which folders
 // become the location, what is saved, the history, and the confirmation of a change.
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSpanLocationController.h"
@@ -19,9 +19,9 @@ class TestSpanLocationController : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_library = std::make_unique<CVLibraryManager>(m_settings);
         m_presenter = std::make_unique<CVSheetPresenter>();
         m_presenter->setAnswering(true);
         m_view = std::make_unique<CVSpanLocationView>();
@@ -33,7 +33,7 @@ private Q_SLOTS:
         context.mainViewVisible = [] { return true; };
         context.fileManager = [] { return nullptr; };
         m_controller = std::make_unique<CVSpanLocationController>(
-            m_settings.get(), m_library.get(), m_presenter.get(), m_view.get(), m_view.get(), std::move(context));
+            m_settings, m_library.get(), m_presenter.get(), m_view.get(), m_view.get(), std::move(context));
     }
     void cleanup()
     {
@@ -41,8 +41,7 @@ private Q_SLOTS:
         m_view.reset();
         m_presenter.reset();
         m_library.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void containersAreNoLocationAndTheViewFollows()
@@ -125,13 +124,13 @@ private Q_SLOTS:
 private:
     QString folderNamed(const QString &name)
     {
-        const QString path = m_home->filePath(name);
+        const QString path = m_env->filePath(name);
         QDir().mkpath(path);
         return path;
     }
 
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSheetPresenter> m_presenter;
     std::unique_ptr<CVSpanLocationView> m_view;

@@ -1,7 +1,7 @@
 // The spanning queue alone, over a generated library and without a window: adding and removing,
 // what it saves, its predicates and its summary line.
 #include "CVLibraryGenerator.h"
-#include "CVTestHome.h"
+#include "CVTestEnvironment.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPredicateArchive.h"
 #include "Library/CVSelectionPanes.h"
@@ -20,26 +20,25 @@ class TestSpanQueue : public QObject {
 private Q_SLOTS:
     void init()
     {
-        m_home = std::make_unique<CVTestHome>();
-        m_settings = std::make_unique<CVSettings>();
-        m_library = std::make_unique<CVLibraryManager>(m_settings.get());
+        m_env = std::make_unique<CVTestEnvironment>();
+        m_settings = &m_env->settings();
+        m_library = std::make_unique<CVLibraryManager>(m_settings);
         m_library->setPanes(&m_panes);
-        const QString file = m_home->filePath(u"library.xml"_s);
+        const QString file = m_env->filePath(u"library.xml"_s);
         CVLibraryGeneratorOptions options;
         options.tracks = 300;
         options.seed = 11;
         QVERIFY(CVLibraryGenerator(options).write(file));
         m_library->setLibraryFilePath(file);
         QCOMPARE(m_library->loadiTunesXMLDatabase(), CVLibraryManager::LoadResult::Loaded);
-        m_queue = std::make_unique<CVSpanQueue>(m_library.get(), m_settings.get());
+        m_queue = std::make_unique<CVSpanQueue>(m_library.get(), m_settings);
     }
     void cleanup()
     {
         m_queue.reset();
         m_library->setPanes(nullptr);
         m_library.reset();
-        m_settings.reset();
-        m_home.reset();
+        m_env.reset();
     }
 
     void addingAndRemovingChangesOnlyWhatChanges()
@@ -120,8 +119,8 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestHome> m_home;
-    std::unique_ptr<CVSettings> m_settings;
+    std::unique_ptr<CVTestEnvironment> m_env;
+    CVSettings *m_settings = nullptr;
     std::unique_ptr<CVLibraryManager> m_library;
     CVFixedSelectionPanes m_panes;
     std::unique_ptr<CVSpanQueue> m_queue;
