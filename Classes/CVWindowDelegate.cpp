@@ -66,8 +66,8 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     , m_sounds(new CVSounds(this))
     , m_run(new CVRunController(settings, library, presenter, m_window, m_queue, m_sounds,
           { [app] { return app->isLoadingCorvana(); }, [app] { return app->crashedWhileSpanningLastRun(); },
-              [this] { return m_restoreMode; }, [this] { return spanLocation(); },
-              [this] { return mainViewIsVisible(); },
+              [this] { return m_restoreMode; }, [this] { return spanLocation(); }, [this] { doSetSpanMode(); },
+              [this] { clearSpanLocation(); }, [this] { return mainViewIsVisible(); },
               [this](bool resizable, bool closable) { setWindow(resizable, closable); },
               [app] { app->loadCorvanaAndDisplayMainView(); }, [app] { app->reportBugAction(); },
               [app] { app->terminate(); } },
@@ -537,21 +537,6 @@ void CVWindowDelegate::attachEngine(CVMediaSpanner *spanner)
 void CVWindowDelegate::spanLibrary()
 {
     m_run->spanLibrary();
-}
-
-void CVWindowDelegate::showSpanningView()
-{
-    m_run->showSpanningView();
-}
-
-void CVWindowDelegate::showResultsAfterRun(const CVRunResults &results)
-{
-    m_run->showResultsAfterRun(results);
-}
-
-void CVWindowDelegate::showReloadingView()
-{
-    m_run->showReloadingView();
 }
 
 bool CVWindowDelegate::isSpanningViewOnScreen() const

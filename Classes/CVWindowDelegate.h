@@ -145,10 +145,6 @@ public:
 
     // Runs (the run controller's, here for the application delegate and the tests).
     void spanLibrary();
-    void showSpanningView();
-    void showResultsAfterRun(const CVRunResults &results);
-    void showReloadingView();
-    // Safe from any thread (the engine asks from its worker).
     bool isSpanningViewOnScreen() const;
     bool isResultsViewOnScreen() const;
     bool isRunThreadActive() const;
