@@ -1,6 +1,7 @@
 #include "CVWindowDelegate.h"
 
 #include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVFilterPathDelegate.h"
 #include "Browsing/CVItemInformationDelegate.h"
 #include "Browsing/CVPlaylistsDelegate.h"
 #include "CVApplicationDelegate.h"
@@ -79,6 +80,9 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     m_selection->setLiveCheck([this] { return mainViewIsVisible(); });
     // The model's listeners here come after the panes', which connected as they were made.
     connect(m_selection, &CVSelectionModel::changed, this, &CVWindowDelegate::selectionModelChanged);
+    m_filterPath = new CVFilterPathDelegate(
+        m_selection, settings, m_window->filterPathBar, m_window->filterPathPopover, m_window->action(u"browseQueue"_s),
+        [this] { return m_queue->isEmpty(); }, this);
     // The information window shows the track list's selected track: its buttons act on it.
     connect(m_information, &CVItemInformationDelegate::showInFinderRequested, m_browser,
         &CVBrowserDelegate::showSelectionInFinder);
@@ -154,9 +158,7 @@ void CVWindowDelegate::wirePanes()
 
 void CVWindowDelegate::selectionModelChanged(CVSelectionModel::Pane, CVSelectionModel::Pane listener)
 {
-    if (listener == CVSelectionModel::Pane::FilterPathBar)
-        refreshFilterPathBar();
-    else if (listener == CVSelectionModel::Pane::WalkThrough)
+    if (listener == CVSelectionModel::Pane::WalkThrough)
         setWalkThroughTextToProperStep();
 }
 
@@ -191,13 +193,10 @@ void CVWindowDelegate::wireViews()
             m_browser->addOrRemoveClickedMediaTypeFromQueue(item->text());
     });
     connect(w->searchField, &QLineEdit::textChanged, this, &CVWindowDelegate::filterSourcesWithSearch);
-    connect(w->filterPathBar, &CVFilterPathBar::clicked, this, [this] {
-        refreshFilterPathBar();
-        m_window->filterPathPopover->popUpUnder(m_window->filterPathBar);
-    });
-    connect(w->filterPathBar, &CVFilterPathBar::mouseOverChanged, this, &CVWindowDelegate::setIsMouseOverFilterPathBar);
     connect(
-        w->filterPathPopover, &CVFilterPathPopover::segmentClicked, this, &CVWindowDelegate::filterPathMenuItemAction);
+        m_filterPath, &CVFilterPathDelegate::browseQueueToggleRequested, this, [this] { browseSpanningQueue(true); });
+    connect(
+        m_filterPath, &CVFilterPathDelegate::searchClearRequested, this, [this] { doFilterSourcesWithSearch(u""_s); });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::clicked, this, [this] { browseSpanningQueue(true); });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::mouseOverChanged, this,
         &CVWindowDelegate::setIsMouseOverSpanQueueDropZone);
@@ -447,7 +446,7 @@ void CVWindowDelegate::prepareContentAfterLoad()
     m_browser->refreshLibraryBrowser();
     m_browser->adjustBrowserForNewSize();
     updateSpanSummary();
-    refreshFilterPathBar();
+    m_filterPath->refreshFilterPathBar();
     // Get Info points at the information panel again, and the menus a run took away come back.
     const bool recovering = m_app->crashedWhileSpanningLastRun();
     m_run->enableMenusAfterRun();

@@ -23,6 +23,7 @@ class CVHelpWindow;
 class CVPrefsWindowController;
 class CVBrowserDelegate;
 class CVFileManagerLink;
+class CVFilterPathDelegate;
 class CVItemInformationDelegate;
 class CVLibraryManager;
 class CVLocationsDelegate;
@@ -159,17 +160,13 @@ public:
     void setIsMouseOverSpanQueueDropZone(bool over);
     QString walkThroughText() const;
 
-    // Search and the filter path.
+    // Search.
     void filterSourcesWithSearch(const QString &text) { doFilterSourcesWithSearch(text); }
     void doFilterSourcesWithSearch(const std::optional<QString> &text);
     void focusSearch();
     void editSearchFields(const QString &field, bool on);
-    void refreshFilterPathBar();
-    void filterPathMenuItemAction(int tag, int segment);
-    void clearFilter(const QString &name);
-    void moveFilter(const QString &name, int offset);
     QStringList recentSearches() const { return m_recentSearches; }
-    void setIsMouseOverFilterPathBar(bool over);
+    CVFilterPathDelegate *filterPathDelegate() const { return m_filterPath; }
 
     // Window events (the application delegate forwards them).
     void windowDidBecomeMain();
@@ -183,10 +180,9 @@ private:
     void wireMenus();
     void wireViews();
     void wirePanes();
-    // The selection model's listeners that live here: the filter path bar and the walk-through line.
+    // The selection model's listener that lives here: the walk-through line.
     void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
     void refreshBrowserDependentText();
-    QString filterDescription(const QString &name, bool *inForce) const;
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
     // The queue becomes (or gains) the predicate's tracks, saved and summed up.
     void fillQueueWithPredicate(const CVPredicate &predicate, bool replace);
@@ -203,6 +199,7 @@ private:
     CVSheetPresenter *m_presenter;
     CVMainWindow *m_window;
     CVSelectionModel *m_selection;
+    CVFilterPathDelegate *m_filterPath = nullptr;
     CVSpanQueue *m_queue;
     CVBrowserDelegate *m_browser;
     CVPlaylistsDelegate *m_playlists;
@@ -222,7 +219,6 @@ private:
     bool m_wantsRemoveDropSet = false;
     bool m_mouseOverDropZone = false;
     bool m_dragOverDropZone = false;
-    bool m_mouseOverFilterPathBar = false;
     bool m_frameSaving = true;
     QSize m_mainViewSize;
     QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
