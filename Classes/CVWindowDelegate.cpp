@@ -16,6 +16,7 @@
 #include "MainWindow/CVSounds.h"
 #include "MainWindow/CVSpanLocationController.h"
 #include "MainWindow/CVSpanQueue.h"
+#include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVLauncherEntry.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -78,11 +79,13 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     m_library->setPanes(m_selection);
     // Changes are announced once the main view is up; the load fills the panes before that.
     m_selection->setLiveCheck([this] { return mainViewIsVisible(); });
-    // The model's listeners here come after the panes', which connected as they were made.
-    connect(m_selection, &CVSelectionModel::changed, this, &CVWindowDelegate::selectionModelChanged);
     m_filterPath = new CVFilterPathDelegate(
         m_selection, settings, m_window->filterPathBar, m_window->filterPathPopover, m_window->action(u"browseQueue"_s),
         [this] { return m_queue->isEmpty(); }, this);
+    m_walkThrough = new CVWalkThrough(m_selection, m_window->spanQueueDropZone,
+        { [this] { return m_restoreMode; }, [this] { return !spanLocation().isEmpty(); },
+            [this] { return m_queue->isEmpty(); } },
+        this);
     // The information window shows the track list's selected track: its buttons act on it.
     connect(m_information, &CVItemInformationDelegate::showInFinderRequested, m_browser,
         &CVBrowserDelegate::showSelectionInFinder);
@@ -142,8 +145,8 @@ void CVWindowDelegate::wirePanes()
     connect(m_locations, &CVLocationsDelegate::spanLocationRequested, m_spanLocation,
         &CVSpanLocationController::changeSpanLocationWithConfirmation);
     connect(m_spanLocation, &CVSpanLocationController::locationChanged, this, [this] {
-        setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
-                                 m_library->createDisplayTitleForPath(spanLocation())),
+        m_walkThrough->setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
+                                                m_library->createDisplayTitleForPath(spanLocation())),
             u"ReadyToSpan"_s);
     });
     connect(m_queue, &CVSpanQueue::changed, this, &CVWindowDelegate::queueChanged);
@@ -154,12 +157,6 @@ void CVWindowDelegate::wirePanes()
         if (m_information->window())
             m_information->window()->hide();
     });
-}
-
-void CVWindowDelegate::selectionModelChanged(CVSelectionModel::Pane, CVSelectionModel::Pane listener)
-{
-    if (listener == CVSelectionModel::Pane::WalkThrough)
-        setWalkThroughTextToProperStep();
 }
 
 void CVWindowDelegate::wireViews()
@@ -198,12 +195,6 @@ void CVWindowDelegate::wireViews()
     connect(
         m_filterPath, &CVFilterPathDelegate::searchClearRequested, this, [this] { doFilterSourcesWithSearch(u""_s); });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::clicked, this, [this] { browseSpanningQueue(true); });
-    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::mouseOverChanged, this,
-        &CVWindowDelegate::setIsMouseOverSpanQueueDropZone);
-    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::dragActiveChanged, this, [this](bool active) {
-        m_dragOverDropZone = active;
-        setWalkThroughTextToProperStep();
-    });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::wantsRemoveDropChanged, this,
         &CVWindowDelegate::setWantsRemoveDropSet);
     connect(
@@ -585,8 +576,8 @@ void CVWindowDelegate::clearSpanLocation()
 
 void CVWindowDelegate::refreshBrowserDependentText()
 {
-    setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
-    setWalkThroughTextTo(u"Drag Media Here to Select for Restoration"_s, u"DragTracksRestore"_s);
+    m_walkThrough->setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
+    m_walkThrough->setWalkThroughTextTo(u"Drag Media Here to Select for Restoration"_s, u"DragTracksRestore"_s);
 }
 
 bool CVWindowDelegate::mainViewIsVisible() const

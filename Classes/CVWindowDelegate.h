@@ -40,6 +40,7 @@ class CVSounds;
 class CVSpanLocationController;
 class CVSpanQueue;
 class CVTrack;
+class CVWalkThrough;
 class QMenu;
 
 // The main window's controller: the loading and main views, the search and the filter path bar,
@@ -155,10 +156,7 @@ public:
     static QString donationPageUrl();
 
     // The walk-through line on the queue's background.
-    void setWalkThroughTextTo(const QString &text, const QString &step);
-    void setWalkThroughTextToProperStep();
-    void setIsMouseOverSpanQueueDropZone(bool over);
-    QString walkThroughText() const;
+    CVWalkThrough *walkThrough() const { return m_walkThrough; }
 
     // Search.
     void filterSourcesWithSearch(const QString &text) { doFilterSourcesWithSearch(text); }
@@ -180,8 +178,6 @@ private:
     void wireMenus();
     void wireViews();
     void wirePanes();
-    // The selection model's listener that lives here: the walk-through line.
-    void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
     void refreshBrowserDependentText();
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
     // The queue becomes (or gains) the predicate's tracks, saved and summed up.
@@ -200,6 +196,7 @@ private:
     CVMainWindow *m_window;
     CVSelectionModel *m_selection;
     CVFilterPathDelegate *m_filterPath = nullptr;
+    CVWalkThrough *m_walkThrough = nullptr;
     CVSpanQueue *m_queue;
     CVBrowserDelegate *m_browser;
     CVPlaylistsDelegate *m_playlists;
@@ -217,13 +214,10 @@ private:
     bool m_manualReload = false;
     bool m_restoreMode = false;
     bool m_wantsRemoveDropSet = false;
-    bool m_mouseOverDropZone = false;
-    bool m_dragOverDropZone = false;
     bool m_frameSaving = true;
     QSize m_mainViewSize;
     QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
     bool m_shouldRoundOffTime = true;
-    QHash<QString, QString> m_walkThroughTextOptions;
     QStringList m_recentSearches;
     QTimer m_recentSearchesWrite;
 };

@@ -20,6 +20,7 @@
 #include "MainWindow/CVLocationsModel.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -481,7 +482,7 @@ void TestBrowsing::contextMenuTitlesFollowTheQueueMode()
     QCOMPARE(browser->trackModel()->rowCount(), 1);
     QCOMPARE(browser->queueMenuTitle(CVBrowserDelegate::TrackList, 0), u"Remove Track from Spanning Queue…"_s);
     QCOMPARE(window->corvanaWindow()->filterPathBar->lineOneString(), u"Browsing Spanning Queue"_s);
-    QCOMPARE(window->walkThroughText(), u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
 }
 
 void TestBrowsing::informationPanelSections()
