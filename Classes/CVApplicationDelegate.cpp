@@ -589,67 +589,17 @@ void CVApplicationDelegate::launchCorvanaHelper()
         m_helper.launchCorvanaHelper();
 }
 
-// ---- The engine's host -------------------------------------------------------------------
-
 bool CVApplicationDelegate::isRunThreadActive() const
 {
     return m_windowDelegate && m_windowDelegate->isRunThreadActive();
 }
 
-bool CVApplicationDelegate::restoreMode() const
-{
-    return m_windowDelegate && m_windowDelegate->restoreMode();
-}
-
-QString CVApplicationDelegate::spanLocation() const
-{
-    return m_windowDelegate ? m_windowDelegate->spanLocation() : QString();
-}
-
-bool CVApplicationDelegate::isResultsViewOnScreen() const
-{
-    return m_windowDelegate && m_windowDelegate->isResultsViewOnScreen();
-}
-
-bool CVApplicationDelegate::isSpanningViewOnScreen() const
-{
-    return m_windowDelegate && m_windowDelegate->isSpanningViewOnScreen();
-}
-
-void CVApplicationDelegate::showView(View view)
-{
-    if (!m_windowDelegate)
-        return;
-    switch (view) {
-    case View::Spanning:
-        m_windowDelegate->showSpanningView();
-        break;
-    case View::Results:
-        // The worker waits for this: its results are ours to read.
-        m_windowDelegate->showResultsAfterRun(m_spanner->lastResults());
-        break;
-    case View::Loading:
-        m_windowDelegate->showReloadingView();
-        break;
-    }
-}
+// ---- The engine's host -------------------------------------------------------------------
 
 void CVApplicationDelegate::telliTunesToQuit()
 {
     if (m_playerLink)
         m_playerLink->quit();
-}
-
-void CVApplicationDelegate::doSetSpanMode()
-{
-    if (m_windowDelegate)
-        m_windowDelegate->doSetSpanMode();
-}
-
-void CVApplicationDelegate::clearSpanLocation()
-{
-    if (m_windowDelegate)
-        m_windowDelegate->clearSpanLocation();
 }
 
 bool CVApplicationDelegate::saveAction()

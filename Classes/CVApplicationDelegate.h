@@ -105,15 +105,8 @@ public:
     // A run is under way on the run controller's worker thread.
     bool isRunThreadActive() const;
 
-    // CVSpannerHost
-    bool restoreMode() const override;
-    QString spanLocation() const override;
-    bool isResultsViewOnScreen() const override;
-    bool isSpanningViewOnScreen() const override;
-    void showView(View view) override;
+    // CVSpannerHost (a run's views and the window's mode and location are the run controller's)
     void telliTunesToQuit() override;
-    void doSetSpanMode() override;
-    void clearSpanLocation() override;
     bool saveAction() override;
 
     // CVLibraryHost

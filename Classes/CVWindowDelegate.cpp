@@ -1,6 +1,7 @@
 #include "CVWindowDelegate.h"
 
 #include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVFilterPathDelegate.h"
 #include "Browsing/CVItemInformationDelegate.h"
 #include "Browsing/CVPlaylistsDelegate.h"
 #include "CVApplicationDelegate.h"
@@ -15,6 +16,7 @@
 #include "MainWindow/CVSounds.h"
 #include "MainWindow/CVSpanLocationController.h"
 #include "MainWindow/CVSpanQueue.h"
+#include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVLauncherEntry.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -66,8 +68,8 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     , m_sounds(new CVSounds(this))
     , m_run(new CVRunController(settings, library, presenter, m_window, m_queue, m_sounds,
           { [app] { return app->isLoadingCorvana(); }, [app] { return app->crashedWhileSpanningLastRun(); },
-              [this] { return m_restoreMode; }, [this] { return spanLocation(); },
-              [this] { return mainViewIsVisible(); },
+              [this] { return m_restoreMode; }, [this] { return spanLocation(); }, [this] { doSetSpanMode(); },
+              [this] { clearSpanLocation(); }, [this] { return mainViewIsVisible(); },
               [this](bool resizable, bool closable) { setWindow(resizable, closable); },
               [app] { app->loadCorvanaAndDisplayMainView(); }, [app] { app->reportBugAction(); },
               [app] { app->terminate(); } },
@@ -77,8 +79,13 @@ CVWindowDelegate::CVWindowDelegate(CVApplicationDelegate *app, CVSettings *setti
     m_library->setPanes(m_selection);
     // Changes are announced once the main view is up; the load fills the panes before that.
     m_selection->setLiveCheck([this] { return mainViewIsVisible(); });
-    // The model's listeners here come after the panes', which connected as they were made.
-    connect(m_selection, &CVSelectionModel::changed, this, &CVWindowDelegate::selectionModelChanged);
+    m_filterPath = new CVFilterPathDelegate(
+        m_selection, settings, m_window->filterPathBar, m_window->filterPathPopover, m_window->action(u"browseQueue"_s),
+        [this] { return m_queue->isEmpty(); }, this);
+    m_walkThrough = new CVWalkThrough(m_selection, m_window->spanQueueDropZone,
+        { [this] { return m_restoreMode; }, [this] { return !spanLocation().isEmpty(); },
+            [this] { return m_queue->isEmpty(); } },
+        this);
     // The information window shows the track list's selected track: its buttons act on it.
     connect(m_information, &CVItemInformationDelegate::showInFinderRequested, m_browser,
         &CVBrowserDelegate::showSelectionInFinder);
@@ -138,8 +145,8 @@ void CVWindowDelegate::wirePanes()
     connect(m_locations, &CVLocationsDelegate::spanLocationRequested, m_spanLocation,
         &CVSpanLocationController::changeSpanLocationWithConfirmation);
     connect(m_spanLocation, &CVSpanLocationController::locationChanged, this, [this] {
-        setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
-                                 m_library->createDisplayTitleForPath(spanLocation())),
+        m_walkThrough->setWalkThroughTextTo(u"When Ready, Click 'Span…' to Move Selected Tracks to '%1'"_s.arg(
+                                                m_library->createDisplayTitleForPath(spanLocation())),
             u"ReadyToSpan"_s);
     });
     connect(m_queue, &CVSpanQueue::changed, this, &CVWindowDelegate::queueChanged);
@@ -150,14 +157,6 @@ void CVWindowDelegate::wirePanes()
         if (m_information->window())
             m_information->window()->hide();
     });
-}
-
-void CVWindowDelegate::selectionModelChanged(CVSelectionModel::Pane, CVSelectionModel::Pane listener)
-{
-    if (listener == CVSelectionModel::Pane::FilterPathBar)
-        refreshFilterPathBar();
-    else if (listener == CVSelectionModel::Pane::WalkThrough)
-        setWalkThroughTextToProperStep();
 }
 
 void CVWindowDelegate::wireViews()
@@ -191,20 +190,11 @@ void CVWindowDelegate::wireViews()
             m_browser->addOrRemoveClickedMediaTypeFromQueue(item->text());
     });
     connect(w->searchField, &QLineEdit::textChanged, this, &CVWindowDelegate::filterSourcesWithSearch);
-    connect(w->filterPathBar, &CVFilterPathBar::clicked, this, [this] {
-        refreshFilterPathBar();
-        m_window->filterPathPopover->popUpUnder(m_window->filterPathBar);
-    });
-    connect(w->filterPathBar, &CVFilterPathBar::mouseOverChanged, this, &CVWindowDelegate::setIsMouseOverFilterPathBar);
     connect(
-        w->filterPathPopover, &CVFilterPathPopover::segmentClicked, this, &CVWindowDelegate::filterPathMenuItemAction);
+        m_filterPath, &CVFilterPathDelegate::browseQueueToggleRequested, this, [this] { browseSpanningQueue(true); });
+    connect(
+        m_filterPath, &CVFilterPathDelegate::searchClearRequested, this, [this] { doFilterSourcesWithSearch(u""_s); });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::clicked, this, [this] { browseSpanningQueue(true); });
-    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::mouseOverChanged, this,
-        &CVWindowDelegate::setIsMouseOverSpanQueueDropZone);
-    connect(w->spanQueueDropZone, &CVSpanQueueDropZone::dragActiveChanged, this, [this](bool active) {
-        m_dragOverDropZone = active;
-        setWalkThroughTextToProperStep();
-    });
     connect(w->spanQueueDropZone, &CVSpanQueueDropZone::wantsRemoveDropChanged, this,
         &CVWindowDelegate::setWantsRemoveDropSet);
     connect(
@@ -447,7 +437,7 @@ void CVWindowDelegate::prepareContentAfterLoad()
     m_browser->refreshLibraryBrowser();
     m_browser->adjustBrowserForNewSize();
     updateSpanSummary();
-    refreshFilterPathBar();
+    m_filterPath->refreshFilterPathBar();
     // Get Info points at the information panel again, and the menus a run took away come back.
     const bool recovering = m_app->crashedWhileSpanningLastRun();
     m_run->enableMenusAfterRun();
@@ -539,21 +529,6 @@ void CVWindowDelegate::spanLibrary()
     m_run->spanLibrary();
 }
 
-void CVWindowDelegate::showSpanningView()
-{
-    m_run->showSpanningView();
-}
-
-void CVWindowDelegate::showResultsAfterRun(const CVRunResults &results)
-{
-    m_run->showResultsAfterRun(results);
-}
-
-void CVWindowDelegate::showReloadingView()
-{
-    m_run->showReloadingView();
-}
-
 bool CVWindowDelegate::isSpanningViewOnScreen() const
 {
     return m_run->isSpanningViewOnScreen();
@@ -601,8 +576,8 @@ void CVWindowDelegate::clearSpanLocation()
 
 void CVWindowDelegate::refreshBrowserDependentText()
 {
-    setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
-    setWalkThroughTextTo(u"Drag Media Here to Select for Restoration"_s, u"DragTracksRestore"_s);
+    m_walkThrough->setWalkThroughTextTo(u"Drag Media Here to Select for Spanning"_s, u"DragTracksSpan"_s);
+    m_walkThrough->setWalkThroughTextTo(u"Drag Media Here to Select for Restoration"_s, u"DragTracksRestore"_s);
 }
 
 bool CVWindowDelegate::mainViewIsVisible() const

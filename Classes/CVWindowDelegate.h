@@ -23,6 +23,7 @@ class CVHelpWindow;
 class CVPrefsWindowController;
 class CVBrowserDelegate;
 class CVFileManagerLink;
+class CVFilterPathDelegate;
 class CVItemInformationDelegate;
 class CVLibraryManager;
 class CVLocationsDelegate;
@@ -39,6 +40,7 @@ class CVSounds;
 class CVSpanLocationController;
 class CVSpanQueue;
 class CVTrack;
+class CVWalkThrough;
 class QMenu;
 
 // The main window's controller: the loading and main views, the search and the filter path bar,
@@ -145,10 +147,6 @@ public:
 
     // Runs (the run controller's, here for the application delegate and the tests).
     void spanLibrary();
-    void showSpanningView();
-    void showResultsAfterRun(const CVRunResults &results);
-    void showReloadingView();
-    // Safe from any thread (the engine asks from its worker).
     bool isSpanningViewOnScreen() const;
     bool isResultsViewOnScreen() const;
     bool isRunThreadActive() const;
@@ -158,22 +156,15 @@ public:
     static QString donationPageUrl();
 
     // The walk-through line on the queue's background.
-    void setWalkThroughTextTo(const QString &text, const QString &step);
-    void setWalkThroughTextToProperStep();
-    void setIsMouseOverSpanQueueDropZone(bool over);
-    QString walkThroughText() const;
+    CVWalkThrough *walkThrough() const { return m_walkThrough; }
 
-    // Search and the filter path.
+    // Search.
     void filterSourcesWithSearch(const QString &text) { doFilterSourcesWithSearch(text); }
     void doFilterSourcesWithSearch(const std::optional<QString> &text);
     void focusSearch();
     void editSearchFields(const QString &field, bool on);
-    void refreshFilterPathBar();
-    void filterPathMenuItemAction(int tag, int segment);
-    void clearFilter(const QString &name);
-    void moveFilter(const QString &name, int offset);
     QStringList recentSearches() const { return m_recentSearches; }
-    void setIsMouseOverFilterPathBar(bool over);
+    CVFilterPathDelegate *filterPathDelegate() const { return m_filterPath; }
 
     // Window events (the application delegate forwards them).
     void windowDidBecomeMain();
@@ -187,10 +178,7 @@ private:
     void wireMenus();
     void wireViews();
     void wirePanes();
-    // The selection model's listeners that live here: the filter path bar and the walk-through line.
-    void selectionModelChanged(CVSelectionModel::Pane origin, CVSelectionModel::Pane listener);
     void refreshBrowserDependentText();
-    QString filterDescription(const QString &name, bool *inForce) const;
     void confirmQueueSheet(const QString &message, const CVPredicate &predicate, const QString &alternateTitle);
     // The queue becomes (or gains) the predicate's tracks, saved and summed up.
     void fillQueueWithPredicate(const CVPredicate &predicate, bool replace);
@@ -207,6 +195,8 @@ private:
     CVSheetPresenter *m_presenter;
     CVMainWindow *m_window;
     CVSelectionModel *m_selection;
+    CVFilterPathDelegate *m_filterPath = nullptr;
+    CVWalkThrough *m_walkThrough = nullptr;
     CVSpanQueue *m_queue;
     CVBrowserDelegate *m_browser;
     CVPlaylistsDelegate *m_playlists;
@@ -224,14 +214,10 @@ private:
     bool m_manualReload = false;
     bool m_restoreMode = false;
     bool m_wantsRemoveDropSet = false;
-    bool m_mouseOverDropZone = false;
-    bool m_dragOverDropZone = false;
-    bool m_mouseOverFilterPathBar = false;
     bool m_frameSaving = true;
     QSize m_mainViewSize;
     QPoint m_mainViewCentre; // where the main view stood when the loading view took its place
     bool m_shouldRoundOffTime = true;
-    QHash<QString, QString> m_walkThroughTextOptions;
     QStringList m_recentSearches;
     QTimer m_recentSearchesWrite;
 };

@@ -13,6 +13,7 @@
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
 #include "MainWindow/CVSpanQueue.h"
+#include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVSpanLocationView.h"
 #include "Views/CVSpanQueueDropZone.h"
@@ -70,7 +71,8 @@ void CVWindowDelegate::queueChanged()
 void CVWindowDelegate::performDrop(const CVPredicate &predicate)
 {
     m_queue->addOrRemove(predicate, m_wantsRemoveDropSet);
-    setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
+    m_walkThrough->setWalkThroughTextTo(
+        u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
     m_selection->queueContentsChanged();
 }
 
@@ -150,14 +152,14 @@ void CVWindowDelegate::browseSpanningQueue(bool fromInterface)
     m_window->action(u"addSelection"_s)->setVisible(browsing);
     m_window->action(u"removeSelection"_s)->setVisible(!browsing);
     if (!browsing)
-        m_walkThroughTextOptions.insert(
-            u"BrowseSpanQueue"_s, u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
+        m_walkThrough->setWalkThroughTextTo(
+            u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s, u"BrowseSpanQueue"_s);
     m_selection->setBrowsingQueue(!browsing);
     // A search that finds nothing in the queue is let go.
     if (!browsing && m_browser->trackSource() && m_browser->trackSource()->tracks.empty()
         && !m_library->searchString().isEmpty())
         doFilterSourcesWithSearch(u""_s);
-    setWalkThroughTextToProperStep();
+    m_walkThrough->setWalkThroughTextToProperStep();
     m_window->spanQueueDropZone->setBrowsing(!browsing);
 }
 
@@ -254,7 +256,7 @@ void CVWindowDelegate::clearSpanningQueue()
         if (returnCode != CVPresenter::DefaultReturn)
             return;
         m_queue->clear();
-        setWalkThroughTextToProperStep();
+        m_walkThrough->setWalkThroughTextToProperStep();
         m_selection->queueContentsChanged();
         playQueueFeedback(true, QCursor::pos());
     });
@@ -300,7 +302,8 @@ void CVWindowDelegate::selectAllTracksToConsolidateFiles()
         if (returnCode != CVPresenter::DefaultReturn)
             return;
         fillQueueWithPredicate(CVPredicate::fromText(u""_s), true);
-        setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
+        m_walkThrough->setWalkThroughTextTo(
+            u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
         m_selection->queueContentsChanged();
         doSetSpanMode();
     });
@@ -313,7 +316,8 @@ void CVWindowDelegate::selectLastTracksSpannedRestored()
     const QStringList last = m_settings->mapValue(CVSettingsKey::LastTracksSpanned).keys();
     const auto add = [this, last](bool replace) {
         fillQueueWithPredicate(CVPredicate::forPersistentIDs(last), replace);
-        setWalkThroughTextTo(u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
+        m_walkThrough->setWalkThroughTextTo(
+            u"Select Span Location by Clicking or Dropping a Folder Below"_s, u"ChooseLocation"_s);
         m_selection->queueContentsChanged();
     };
     if (m_queue->isEmpty()) {
@@ -368,12 +372,12 @@ void CVWindowDelegate::doSetSpanMode()
         m_settings->setValue(CVSettingsKey::SavedSpanLocation, spanLocation());
         m_settings->synchronize();
     }
-    setWalkThroughTextToProperStep();
+    m_walkThrough->setWalkThroughTextToProperStep();
 }
 
 void CVWindowDelegate::doSetRestoreMode()
 {
-    setWalkThroughTextTo(
+    m_walkThrough->setWalkThroughTextTo(
         u"When Ready, Click 'Restore…' to Move Selected Tracks to Original Locations"_s, u"ReadyToRestore"_s);
     m_window->spanLocationView->setRestoreMode(true);
     m_window->restoreModeButton->setChecked(true);
@@ -384,49 +388,5 @@ void CVWindowDelegate::doSetRestoreMode()
         m_settings->setValue(CVSettingsKey::SavedSpanLocation, u"CVRestoreMode"_s);
         m_settings->synchronize();
     }
-    setWalkThroughTextToProperStep();
-}
-
-// ---- The walk-through line ---------------------------------------------------------------
-
-void CVWindowDelegate::setWalkThroughTextTo(const QString &text, const QString &step)
-{
-    m_walkThroughTextOptions.insert(step, text);
-    setWalkThroughTextToProperStep();
-}
-
-QString CVWindowDelegate::walkThroughText() const
-{
-    return m_window->spanQueueDropZone->walkthroughString();
-}
-
-void CVWindowDelegate::setWalkThroughTextToProperStep()
-{
-    QString step;
-    if (m_mouseOverDropZone && !m_dragOverDropZone)
-        step = u"SpanQueueButtonText"_s;
-    else if (isBrowsingSpanningQueue())
-        step = u"BrowseSpanQueue"_s;
-    else if (m_restoreMode && !m_queue->isEmpty())
-        step = u"ReadyToRestore"_s;
-    else if (!spanLocation().isEmpty() && !m_queue->isEmpty())
-        step = u"ReadyToSpan"_s;
-    else if (!m_queue->isEmpty())
-        step = u"ChooseLocation"_s;
-    else if (m_walkThroughTextOptions.contains(u"DragTracksSpan"_s)
-        || m_walkThroughTextOptions.contains(u"DragTracksRestore"_s))
-        step = m_restoreMode ? u"DragTracksRestore"_s : u"DragTracksSpan"_s;
-    m_window->spanQueueDropZone->setWalkthroughString(m_walkThroughTextOptions.value(step));
-}
-
-void CVWindowDelegate::setIsMouseOverSpanQueueDropZone(bool over)
-{
-    m_mouseOverDropZone = over;
-    if (over) {
-        m_walkThroughTextOptions.insert(u"SpanQueueButtonText"_s,
-            isBrowsingSpanningQueue() ? u"Browsing Spanning Queue \u2013 Click to Browse Library"_s
-                : m_queue->isEmpty()  ? u"Spanning Queue Empty - Drag Something into Here"_s
-                                      : u"Click to Browse Spanning Queue"_s);
-    }
-    setWalkThroughTextToProperStep();
+    m_walkThrough->setWalkThroughTextToProperStep();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVLibraryHost.h"
 #include "Platform/CVHelperApplicationControl.h"
 
@@ -11,9 +12,9 @@ class CVMediaSpanner;
 class CVPlayerLink;
 class CVSpanHistory;
 
-// The command-line tool as the engine's and the library's host: the run's mode and location
+// The command-line tool as the engine's hosts and the library's: the run's mode and location
 // come from the options, the crash facts from the settings, and the player quits at once.
-class CVCommandLineHost : public CVSpannerHost, public CVLibraryHost {
+class CVCommandLineHost : public CVSpannerHost, public CVSpannerRunHost, public CVLibraryHost {
 public:
     bool restoreMode() const override { return m_restoreMode; }
     QString spanLocation() const override { return m_spanLocation; }

@@ -164,6 +164,7 @@ int CVCommandLineTool::run(const QStringList &arguments)
     }
     m_spanner = std::make_unique<CVMediaSpanner>(m_playerLink.get(), CVFileManagerLink::shared(), m_presenter.get());
     m_spanner->setHost(m_host.get());
+    m_spanner->setRunHost(m_host.get());
     m_spanner->setAllowRoot(parser.isSet(allowRoot));
     if (parser.isSet(windowsNames)) {
         static const QHash<QString, CVMediaSpanner::WindowsNames> modes {

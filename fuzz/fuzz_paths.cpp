@@ -3,7 +3,7 @@
 // way back; a destination lies inside the span location, every name of it non-empty, not "." or
 // "..", and at most 255 bytes.
 #include "Engine/CVMediaSpanner.h"
-#include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVFileURL.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVLog.h"
@@ -17,10 +17,8 @@
 
 namespace {
 
-struct Host : CVSpannerHost {
+struct Host : CVSpannerRunHost {
     QString spanLocation() const override { return QStringLiteral("/Span"); }
-    void telliTunesToQuit() override { }
-    bool saveAction() override { return true; }
 };
 
 void require(bool condition)
@@ -61,7 +59,7 @@ void checkDestination(const char *data, std::size_t size)
     static Host host;
     static CVMediaSpanner spanner(nullptr, nullptr, nullptr);
     static const bool once = [] {
-        spanner.setHost(&host);
+        spanner.setRunHost(&host);
         CVLog::setSink([](const QString &) {});
         return true;
     }();

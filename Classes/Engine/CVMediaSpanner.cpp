@@ -4,6 +4,7 @@
 #include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVPlayerLink.h"
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileCopier.h"
@@ -63,14 +64,14 @@ bool CVMediaSpanner::restoreMode() const
 {
     if (m_runUnderWay)
         return m_runRestoreMode;
-    return m_host && m_host->restoreMode();
+    return m_runHost && m_runHost->restoreMode();
 }
 
 QString CVMediaSpanner::spanLocation() const
 {
     if (m_runUnderWay)
         return m_runSpanLocation;
-    return m_host ? m_host->spanLocation() : QString();
+    return m_runHost ? m_runHost->spanLocation() : QString();
 }
 
 bool CVMediaSpanner::crashedWhileSpanningLastRun() const
@@ -318,10 +319,10 @@ void CVMediaSpanner::pointPlayerAt(CVTrack *track, const QString &path, const QS
 
 void CVMediaSpanner::prepareWindowForRun()
 {
-    Q_EMIT viewChangeRequested(int(CVSpannerHost::View::Spanning));
-    CVSpannerHost *host = m_host;
+    Q_EMIT viewChangeRequested(int(CVSpannerRunHost::View::Spanning));
+    CVSpannerRunHost *host = m_runHost;
     if (host)
-        CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerHost::View::Spanning); });
+        CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerRunHost::View::Spanning); });
 }
 
 CVMediaSpanner::CopyAttempt CVMediaSpanner::copyWithRules(
@@ -584,7 +585,7 @@ void CVMediaSpanner::skipTheRestAction()
 
 void CVMediaSpanner::didEndSkipTheRestAlertSheet(int returnCode)
 {
-    if (!m_host || m_host->isSpanningViewOnScreen())
+    if (!m_runHost || m_runHost->isSpanningViewOnScreen())
         m_skipTheRest = returnCode == CVPresenter::DefaultReturn;
     setPauseSpan(false);
 }

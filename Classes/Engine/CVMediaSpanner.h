@@ -23,11 +23,12 @@ class CVPlayerLink;
 class CVPresenter;
 class CVSettings;
 class CVSpannerHost;
+class CVSpannerRunHost;
 class CVTrack;
 
 // The spanning engine: span, restore, verification, reattempts, locating and the results of a
 // run, with the player and Trash operations around them. It knows no widgets: it reads the run's
-// parameters from its host, talks to the player through a CVPlayerLink and to the desktop
+// parameters from its run host, talks to the player through a CVPlayerLink and to the desktop
 // through a CVFileManagerLink, asks its questions through the presenter, and reports what the
 // window shows through signals. Runs execute on one worker thread and block it.
 class CVMediaSpanner : public QObject, public CVSpanRunState {
@@ -41,6 +42,7 @@ public:
     ~CVMediaSpanner() override;
 
     void setHost(CVSpannerHost *host) { m_host = host; }
+    void setRunHost(CVSpannerRunHost *host) { m_runHost = host; }
     void setLibrary(CVLibraryManager *library) { m_library = library; }
     void setSettings(CVSettings *settings) { m_settings = settings; }
     CVPlayerLink *playerLink() const { return m_playerLink; }
@@ -155,7 +157,7 @@ Q_SIGNALS:
     // The results view's Trash line, and whether its buttons hide.
     void trashSummaryChanged(const QString &text, bool hideTrashButtons);
     void resultsReady(const CVRunResults &results);
-    // The main view to show: a CVSpannerHost::View (the host is also asked, and waited for).
+    // The main view to show: a CVSpannerRunHost::View (the run host is also asked, and waited for).
     void viewChangeRequested(int view);
     // A run did not start: the reason (see checkRunCanStart).
     void runRefused(const QString &reason);
@@ -241,6 +243,7 @@ private:
     CVFileManagerLink *m_fileManager;
     CVPresenter *m_presenter;
     CVSpannerHost *m_host = nullptr;
+    CVSpannerRunHost *m_runHost = nullptr;
     CVLibraryManager *m_library = nullptr;
     CVSettings *m_settings = nullptr;
 

@@ -4,6 +4,7 @@
 #include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVPlayerLink.h"
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVLog.h"
@@ -129,7 +130,7 @@ QString CVMediaSpanner::trashSummaryText(int files, int folders, bool trashEmpty
 
 bool CVMediaSpanner::isTrashEmpty()
 {
-    if (m_host && !m_host->isResultsViewOnScreen() && (m_runUnderWay || !m_host->isSpanningViewOnScreen()))
+    if (m_runHost && !m_runHost->isResultsViewOnScreen() && (m_runUnderWay || !m_runHost->isSpanningViewOnScreen()))
         return true;
     const bool empty = m_fileManager ? m_fileManager->isTrashEmpty() : true;
     const bool nothingTrashed = m_trashedFileCount == 0 && m_trashedFolderCount == 0;

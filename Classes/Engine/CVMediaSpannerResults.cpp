@@ -4,6 +4,7 @@
 #include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVPlayerLink.h"
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVLog.h"
 #include "Platform/CVSettings.h"
@@ -97,11 +98,11 @@ void CVMediaSpanner::showResultsAfterSpan()
     if (m_runUnderWay && m_settings) {
         const bool keep = m_settings->boolValue(CVSettingsKey::AutosaveSpanLocation)
             && !m_settings->boolValue(CVSettingsKey::ClearSpanLocationAfterSpan);
-        if (!keep && host) {
-            CVMediaSpannerThreads::onMainThreadAndWait([host] {
-                if (host->restoreMode())
-                    host->doSetSpanMode();
-                host->clearSpanLocation();
+        if (CVSpannerRunHost *runHost = m_runHost; !keep && runHost) {
+            CVMediaSpannerThreads::onMainThreadAndWait([runHost] {
+                if (runHost->restoreMode())
+                    runHost->doSetSpanMode();
+                runHost->clearSpanLocation();
             });
         }
         m_settings->remove(CVSettingsKey::SavedSpanningQueue);
@@ -123,9 +124,9 @@ void CVMediaSpanner::showResultsAfterSpan()
                    .arg(m_lastResults.tally));
     isTrashEmpty();
     Q_EMIT resultsReady(m_lastResults);
-    Q_EMIT viewChangeRequested(int(CVSpannerHost::View::Results));
-    if (host)
-        CVMediaSpannerThreads::onMainThreadAndWait([host] { host->showView(CVSpannerHost::View::Results); });
+    Q_EMIT viewChangeRequested(int(CVSpannerRunHost::View::Results));
+    if (CVSpannerRunHost *runHost = m_runHost)
+        CVMediaSpannerThreads::onMainThreadAndWait([runHost] { runHost->showView(CVSpannerRunHost::View::Results); });
     Q_EMIT progressChanged(0, 0, false);
     Q_EMIT runFinished();
 }
@@ -134,8 +135,8 @@ void CVMediaSpanner::refreshTracks(const QList<CVTrack *> &tracks)
 {
     const int k = int(tracks.size());
     CVLog::log(u"Starting locate with %1 tracks"_s.arg(k));
-    if (m_settings && m_host && !m_host->restoreMode()) {
-        const QString location = m_host->spanLocation();
+    if (m_settings && m_runHost && !m_runHost->restoreMode()) {
+        const QString location = m_runHost->spanLocation();
         QStringList history = m_settings->stringListValue(CVSettingsKey::SpanLocationHistory);
         history.removeAll(location);
         history.prepend(location);
@@ -174,11 +175,13 @@ void CVMediaSpanner::refreshTracks(const QList<CVTrack *> &tracks)
     Q_EMIT progressChanged(0, 0, true);
     quitITunesToSaveDatabaseAndRelaunchToSameTrackIfWasPlayling();
     setTaskLine(u"Reloading Corvana"_s);
-    Q_EMIT viewChangeRequested(int(CVSpannerHost::View::Loading));
-    if (host) {
-        CVMediaSpannerThreads::onMainThreadAndWait([host] {
-            host->showView(CVSpannerHost::View::Loading);
-            host->loadCorvanaAndDisplayMainView();
+    Q_EMIT viewChangeRequested(int(CVSpannerRunHost::View::Loading));
+    if (host || m_runHost) {
+        CVMediaSpannerThreads::onMainThreadAndWait([host, runHost = m_runHost] {
+            if (runHost)
+                runHost->showView(CVSpannerRunHost::View::Loading);
+            if (host)
+                host->loadCorvanaAndDisplayMainView();
         });
     }
     Q_EMIT runFinished();

@@ -4,6 +4,7 @@
 #include "Engine/CVMediaSpannerThreads.h"
 #include "Engine/CVPlayerLink.h"
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileCopier.h"
 #include "Platform/CVFileManagerLink.h"
@@ -41,8 +42,8 @@ QString disconnectedText(const QString &drive)
 void CVMediaSpanner::spanTracks(const QList<CVTrack *> &tracks)
 {
     const int n = int(tracks.size());
-    m_runRestoreMode = m_host && m_host->restoreMode();
-    m_runSpanLocation = m_host ? m_host->spanLocation() : QString();
+    m_runRestoreMode = m_runHost && m_runHost->restoreMode();
+    m_runSpanLocation = m_runHost ? m_runHost->spanLocation() : QString();
     const bool restore = m_runRestoreMode;
     // Nothing is copied unless every move can be recorded and told to the player.
     const QString refusal = checkRunCanStart();

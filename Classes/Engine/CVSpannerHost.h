@@ -1,31 +1,15 @@
 #pragma once
 
-#include <QString>
-
-// What the spanning engine asks of the front end that runs it: the window and the application
-// delegate, or the command-line tool. The engine calls these on the main thread; the defaults
-// are what a front end without those parts answers.
+// What the spanning engine asks of the application that runs it: the player, the crash flags,
+// the helper, the history's save and the load. The window's part of a run is a
+// CVSpannerRunHost. The engine calls these on the main thread.
 class CVSpannerHost {
 public:
-    enum class View { Spanning, Results, Loading };
-
     virtual ~CVSpannerHost() = default;
 
-    // The run's parameters, read when a run starts.
-    virtual bool restoreMode() const { return false; }
-    virtual QString spanLocation() const { return {}; }
-
-    virtual bool isResultsViewOnScreen() const { return true; }
-    virtual bool isSpanningViewOnScreen() const { return true; }
-    // Swaps the main view; the engine waits for it.
-    virtual void showView(View) { }
     // Asks the player to quit so that it writes its library; returns without waiting.
     virtual void telliTunesToQuit() = 0;
-    // After a run: the window goes back to span mode and forgets the location.
-    virtual void doSetSpanMode() { }
-    virtual void clearSpanLocation() { }
 
-    // The application delegate's part.
     virtual bool crashedWhileSpanningLastRun() const { return false; }
     virtual void setCrashedWhileSpanningLastRun(bool) { }
     virtual void tellCorvanaHelperToQuit() { }

@@ -68,6 +68,8 @@ CVRunController::CVRunController(CVSettings *settings, CVLibraryManager *library
 CVRunController::~CVRunController()
 {
     waitForRun();
+    if (m_spanner)
+        m_spanner->setRunHost(nullptr);
 }
 
 void CVRunController::waitForRun()
@@ -98,6 +100,7 @@ QString CVRunController::donationPageUrl()
 void CVRunController::attachEngine(CVMediaSpanner *spanner)
 {
     m_spanner = spanner;
+    spanner->setRunHost(this);
     CVSpanningView *view = m_window->spanningView;
     m_runProgress = new CVRunProgress(spanner, view, m_launcherEntry.get(), this);
     connect(view, &CVSpanningView::pauseClicked, this, [this] {
@@ -283,6 +286,22 @@ void CVRunController::runThreadFinished()
 }
 
 // ---- The run's views ---------------------------------------------------------------------
+
+void CVRunController::showView(CVSpannerRunHost::View view)
+{
+    switch (view) {
+    case CVSpannerRunHost::View::Spanning:
+        showSpanningView();
+        break;
+    case CVSpannerRunHost::View::Results:
+        // The worker waits for this: its results are ours to read.
+        showResultsAfterRun(m_spanner->lastResults());
+        break;
+    case CVSpannerRunHost::View::Loading:
+        showReloadingView();
+        break;
+    }
+}
 
 void CVRunController::showSpanningView()
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Engine/CVResultRow.h"
+#include "Engine/CVSpannerRunHost.h"
 
 #include <QList>
 #include <QObject>
@@ -26,8 +27,9 @@ class QThread;
 
 // Runs from the window: the checks and the confirmation before a run, its start on a worker
 // thread of its own, the engine's spanning and results views, and the checks after a load (the
-// crash sheets and the offer to update dependent tracks). It drives the engine itself.
-class CVRunController : public QObject {
+// crash sheets and the offer to update dependent tracks). It drives the engine itself, and is the
+// engine's run host: the engine asks it for the run's mode and location and has it swap the views.
+class CVRunController : public QObject, public CVSpannerRunHost {
     Q_OBJECT
 
 public:
@@ -39,6 +41,9 @@ public:
         std::function<bool()> crashedWhileSpanning;
         std::function<bool()> restoreMode;
         std::function<QString()> spanLocation;
+        // After a run that keeps nothing: span mode, and no span location.
+        std::function<void()> setSpanMode;
+        std::function<void()> clearSpanLocation;
         std::function<bool()> mainViewVisible;
         std::function<void(bool resizable, bool closable)> setWindow;
         // The library is read again and the main view shown.
@@ -52,7 +57,8 @@ public:
     // Waits for a run still going: it holds pointers into the window.
     ~CVRunController() override;
 
-    // The engine, once the application delegate has made it: its signals reach the run's views.
+    // The engine, once the application delegate has made it: its signals reach the run's views,
+    // and it asks this controller about them. The engine outlives the controller.
     void attachEngine(CVMediaSpanner *spanner);
     bool isRunThreadActive() const { return !m_runThread.isNull(); }
     // Waits for the worker, handling events meanwhile (it may wait for the main thread).
@@ -74,8 +80,8 @@ public:
     // The loading and main views, swapped in by the window delegate.
     void setShownView(View view) { m_shownView = view; }
     // Safe from any thread (the engine asks from its worker).
-    bool isSpanningViewOnScreen() const { return m_shownView == View::Spanning; }
-    bool isResultsViewOnScreen() const { return m_shownView == View::Results; }
+    bool isSpanningViewOnScreen() const override { return m_shownView == View::Spanning; }
+    bool isResultsViewOnScreen() const override { return m_shownView == View::Results; }
     bool isMainViewShown() const { return m_shownView == View::Main; }
 
     // After a load: a crash first, then the offer about dependent tracks.
@@ -86,6 +92,13 @@ public:
     // The View, Edit and Edit Spanning Queue menus with their items (and shortcuts).
     void setMenuEnabled(const QString &name, bool enabled);
     void enableMenusAfterRun();
+
+    // CVSpannerRunHost
+    bool restoreMode() const override { return m_context.restoreMode(); }
+    QString spanLocation() const override { return m_context.spanLocation(); }
+    void showView(CVSpannerRunHost::View view) override;
+    void doSetSpanMode() override { m_context.setSpanMode(); }
+    void clearSpanLocation() override { m_context.clearSpanLocation(); }
 
     void refreshDonateStatus();
     void donateAction();

@@ -6,7 +6,6 @@
 #include "CVApplicationDelegate.h"
 #include "CVWindowDelegate.h"
 #include "Engine/CVMediaSpanner.h"
-#include "Engine/CVSpannerHost.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"

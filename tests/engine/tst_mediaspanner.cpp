@@ -5,6 +5,7 @@
 #include "Engine/CVLibraryFilePlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVLibraryFileReader.h"
 #include "Library/CVTrack.h"
 #include "Platform/CVFileManagerLink.h"
@@ -37,7 +38,7 @@ struct RecordingFileManager : CVFileManagerLink {
     QStringList calls;
 };
 
-struct Host : CVSpannerHost {
+struct Host : CVSpannerHost, CVSpannerRunHost {
     bool isResultsViewOnScreen() const override { return results; }
     bool isSpanningViewOnScreen() const override { return spanning; }
     void telliTunesToQuit() override { ++quitRequests; }
@@ -89,6 +90,7 @@ private Q_SLOTS:
         Host host;
         CVMediaSpanner spanner(nullptr, &files, nullptr);
         spanner.setHost(&host);
+        spanner.setRunHost(&host);
         QSignalSpy summary(&spanner, &CVMediaSpanner::trashSummaryChanged);
 
         host.results = false;

@@ -63,7 +63,7 @@ private Q_SLOTS:
         CVMediaSpanner spanner(nullptr, nullptr, nullptr);
         CVSessionHost host;
         host.location = u"/Span"_s;
-        spanner.setHost(&host);
+        spanner.setRunHost(&host);
         const auto path = [&](std::initializer_list<std::pair<CVAttr, QVariant>> values) {
             CVTrack t;
             for (const auto &[a, v] : values) {

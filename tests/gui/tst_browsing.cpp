@@ -1,6 +1,7 @@
 // The library browser, the track list, the span and media filters, and the search.
 #include "Browsing/CVBrowserColumnModel.h"
 #include "Browsing/CVBrowserDelegate.h"
+#include "Browsing/CVFilterPathDelegate.h"
 #include "Browsing/CVItemInformationDelegate.h"
 #include "Browsing/CVPlaylistsDelegate.h"
 #include "Browsing/CVPlaylistsModel.h"
@@ -19,6 +20,7 @@
 #include "MainWindow/CVLocationsModel.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
+#include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVFileManagerLink.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -361,25 +363,25 @@ void TestBrowsing::filterPathBarRemovesAndReordersFilters()
     QCOMPARE(w->filterPathPopover->browseTitle(), u"Span Queue Empty"_s);
 
     // Moving the first filter "up" moves it down.
-    window->filterPathMenuItemAction(1, 2);
+    window->filterPathDelegate()->filterPathMenuItemAction(1, 2);
     QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::FilterPathOrder),
         QStringList({ u"Span Filter"_s, u"Search"_s, u"Media Type"_s, u"Playlist"_s, u"Location"_s }));
     QCOMPARE(w->filterPathBar->lineOneString(), u"Library"_s + arrow + u"Span Filter : Not Spanned"_s);
     // The last row's second segment moves it up.
-    window->filterPathMenuItemAction(5, 1);
+    window->filterPathDelegate()->filterPathMenuItemAction(5, 1);
     QCOMPARE(session.app().settings()->stringListValue(CVSettingsKey::FilterPathOrder).value(3), u"Location"_s);
     // Clearing after the first row keeps it alone.
-    window->filterPathMenuItemAction(1, 1);
+    window->filterPathDelegate()->filterPathMenuItemAction(1, 1);
     QCOMPARE(session.app().libraryManager()->searchString(), QString());
     QCOMPARE(browser->selectedMedia(), u"."_s);
     QCOMPARE(browser->selectedSpanFilter(), u"Not Spanned"_s);
     QCOMPARE(w->filterPathBar->lineTwoString(), u"Span Filter : Not Spanned"_s);
     // Clear all.
-    window->filterPathMenuItemAction(0, 1);
+    window->filterPathDelegate()->filterPathMenuItemAction(0, 1);
     QCOMPARE(browser->selectedSpanFilter(), u"All Tracks"_s);
     QCOMPARE(w->filterPathBar->lineTwoString(), u"All Tracks"_s);
     // While the mouse is over it, line two invites a click.
-    window->setIsMouseOverFilterPathBar(true);
+    window->filterPathDelegate()->setIsMouseOverFilterPathBar(true);
     QCOMPARE(w->filterPathBar->lineTwoString(), u"Click to Modify Filters"_s);
 }
 
@@ -480,7 +482,7 @@ void TestBrowsing::contextMenuTitlesFollowTheQueueMode()
     QCOMPARE(browser->trackModel()->rowCount(), 1);
     QCOMPARE(browser->queueMenuTitle(CVBrowserDelegate::TrackList, 0), u"Remove Track from Spanning Queue…"_s);
     QCOMPARE(window->corvanaWindow()->filterPathBar->lineOneString(), u"Browsing Spanning Queue"_s);
-    QCOMPARE(window->walkThroughText(), u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
 }
 
 void TestBrowsing::informationPanelSections()

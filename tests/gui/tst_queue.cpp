@@ -11,6 +11,7 @@
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSounds.h"
+#include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVSpanQueueDropZone.h"
 #include "Views/CVVanishingPuff.h"
@@ -357,8 +358,8 @@ void TestQueue::bulkCommands()
     for (const CVTrack *t : window->spanQueue())
         QVERIFY(spanned.contains(t->text(CVAttr::PersistentID)));
     QVERIFY(window->restoreMode());
-    QCOMPARE(
-        window->walkThroughText(), u"When Ready, Click 'Restore…' to Move Selected Tracks to Original Locations"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(),
+        u"When Ready, Click 'Restore…' to Move Selected Tracks to Original Locations"_s);
 
     w->action(u"selectAllTracks"_s)->trigger();
     QCOMPARE(presenter->openSheet().title, u"Are you sure you want to select all tracks and set span mode?"_s);
@@ -369,7 +370,8 @@ void TestQueue::bulkCommands()
     presenter->answerSheet(CVPresenter::DefaultReturn);
     QCOMPARE(window->spanQueue().size(), qsizetype(session.app().libraryManager()->allTracks().size()));
     QVERIFY(!window->restoreMode());
-    QCOMPARE(window->walkThroughText(), u"Select Span Location by Clicking or Dropping a Folder Below"_s);
+    QCOMPARE(
+        window->walkThrough()->walkThroughText(), u"Select Span Location by Clicking or Dropping a Folder Below"_s);
 }
 
 void TestQueue::selectLastTracksAddsOrReplaces()
@@ -433,46 +435,47 @@ void TestQueue::walkThroughForEveryState()
     session.awake();
     CVWindowDelegate *window = session.app().windowDelegate();
     // Before the browser has stored its texts the line stays blank.
-    QVERIFY(window->walkThroughText().isEmpty());
+    QVERIFY(window->walkThrough()->walkThroughText().isEmpty());
     session.launch();
-    QCOMPARE(window->walkThroughText(), u"Drag Media Here to Select for Spanning"_s);
-    window->setIsMouseOverSpanQueueDropZone(true);
-    QCOMPARE(window->walkThroughText(), u"Spanning Queue Empty - Drag Something into Here"_s);
-    window->setIsMouseOverSpanQueueDropZone(false);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Drag Media Here to Select for Spanning"_s);
+    window->walkThrough()->setIsMouseOverSpanQueueDropZone(true);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Spanning Queue Empty - Drag Something into Here"_s);
+    window->walkThrough()->setIsMouseOverSpanQueueDropZone(false);
     window->doSetRestoreMode();
-    QCOMPARE(window->walkThroughText(), u"Drag Media Here to Select for Restoration"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Drag Media Here to Select for Restoration"_s);
     window->performDrop(CVPredicate::fromText(u"( MediaType == 'Movies' )"_s));
-    QCOMPARE(
-        window->walkThroughText(), u"When Ready, Click 'Restore…' to Move Selected Tracks to Original Locations"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(),
+        u"When Ready, Click 'Restore…' to Move Selected Tracks to Original Locations"_s);
     window->doSetSpanMode();
-    QCOMPARE(window->walkThroughText(), u"Select Span Location by Clicking or Dropping a Folder Below"_s);
+    QCOMPARE(
+        window->walkThrough()->walkThroughText(), u"Select Span Location by Clicking or Dropping a Folder Below"_s);
     const QString folder = session.home.filePath(u"Spanned"_s);
     QDir().mkpath(folder);
     window->setSpanLocation(folder, false);
-    QCOMPARE(
-        window->walkThroughText(), u"When Ready, Click 'Span…' to Move Selected Tracks to 'Spanned (on Computer)'"_s);
-    window->setIsMouseOverSpanQueueDropZone(true);
-    QCOMPARE(window->walkThroughText(), u"Click to Browse Spanning Queue"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(),
+        u"When Ready, Click 'Span…' to Move Selected Tracks to 'Spanned (on Computer)'"_s);
+    window->walkThrough()->setIsMouseOverSpanQueueDropZone(true);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Click to Browse Spanning Queue"_s);
     // While a drag is over the zone the line tells the step, not the click.
     CVSpanQueueDropZone *zone = window->corvanaWindow()->spanQueueDropZone;
     std::unique_ptr<QMimeData> mime(predicateMime(CVPredicate::fromText(u""_s)));
     QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, mime.get(), Qt::LeftButton, {});
     QApplication::sendEvent(zone, &enter);
     QVERIFY(zone->isDragOver());
-    QCOMPARE(
-        window->walkThroughText(), u"When Ready, Click 'Span…' to Move Selected Tracks to 'Spanned (on Computer)'"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(),
+        u"When Ready, Click 'Span…' to Move Selected Tracks to 'Spanned (on Computer)'"_s);
     QDragLeaveEvent leave;
     QApplication::sendEvent(zone, &leave);
-    QCOMPARE(window->walkThroughText(), u"Click to Browse Spanning Queue"_s);
-    window->setIsMouseOverSpanQueueDropZone(false);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Click to Browse Spanning Queue"_s);
+    window->walkThrough()->setIsMouseOverSpanQueueDropZone(false);
     window->browseSpanningQueue(true);
-    QCOMPARE(window->walkThroughText(), u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
-    window->setIsMouseOverSpanQueueDropZone(true);
-    QCOMPARE(window->walkThroughText(), u"Browsing Spanning Queue \u2013 Click to Browse Library"_s);
-    window->setIsMouseOverSpanQueueDropZone(false);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Browsing Spanning Queue \u2013 Drag Media Here to Remove"_s);
+    window->walkThrough()->setIsMouseOverSpanQueueDropZone(true);
+    QCOMPARE(window->walkThrough()->walkThroughText(), u"Browsing Spanning Queue \u2013 Click to Browse Library"_s);
+    window->walkThrough()->setIsMouseOverSpanQueueDropZone(false);
     window->browseSpanningQueue(true);
-    QCOMPARE(
-        window->walkThroughText(), u"When Ready, Click 'Span…' to Move Selected Tracks to 'Spanned (on Computer)'"_s);
+    QCOMPARE(window->walkThrough()->walkThroughText(),
+        u"When Ready, Click 'Span…' to Move Selected Tracks to 'Spanned (on Computer)'"_s);
 }
 
 QTEST_MAIN(TestQueue)

@@ -7,6 +7,7 @@
 #include "CVWindowDelegate.h"
 #include "CVWindowSession.h"
 #include "Engine/CVMediaSpanner.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"
@@ -81,7 +82,7 @@ void pauseAtStart(CVMediaSpanner *spanner)
     *connection = QObject::connect(
         spanner, &CVMediaSpanner::viewChangeRequested, spanner,
         [spanner, connection](int view) {
-            if (view != int(CVSpannerHost::View::Spanning))
+            if (view != int(CVSpannerRunHost::View::Spanning))
                 return;
             spanner->setPauseSpan(true);
             QObject::disconnect(*connection);

@@ -1,7 +1,8 @@
-// The run controller with a bare main window and no engine: which view is on screen, the menus
-// a run takes away and gives back, the way back from the results, and the sheets after a load.
-// Runs themselves, with the engine, are in tst_run.
+// The run controller with a bare main window and an idle engine: which view is on screen, the
+// menus a run takes away and gives back, the way back from the results, the sheets after a load,
+// and what the engine asks it. Runs themselves are in tst_run.
 #include "CVTestEnvironment.h"
+#include "Engine/CVMediaSpanner.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVRunController.h"
@@ -32,13 +33,16 @@ private Q_SLOTS:
         m_window = std::make_unique<CVMainWindow>();
         m_queue = std::make_unique<CVSpanQueue>(m_library.get(), m_settings);
         m_sounds = std::make_unique<CVSounds>();
-        m_loading = m_crashed = false;
+        m_loading = m_crashed = m_restore = false;
+        m_location.clear();
         m_reloads = m_bugReports = 0;
         CVRunController::Context context;
         context.isLoading = [this] { return m_loading; };
         context.crashedWhileSpanning = [this] { return m_crashed; };
-        context.restoreMode = [] { return false; };
-        context.spanLocation = [] { return QString(); };
+        context.restoreMode = [this] { return m_restore; };
+        context.spanLocation = [this] { return m_location; };
+        context.setSpanMode = [this] { m_restore = false; };
+        context.clearSpanLocation = [this] { m_location.clear(); };
         context.mainViewVisible = [] { return true; };
         context.setWindow = [](bool, bool) {};
         context.reload = [this] { ++m_reloads; };
@@ -50,6 +54,7 @@ private Q_SLOTS:
     void cleanup()
     {
         m_run.reset();
+        m_spanner.reset();
         m_sounds.reset();
         m_queue.reset();
         m_window.reset();
@@ -113,6 +118,35 @@ private Q_SLOTS:
         QVERIFY(m_presenter->shownAlerts().isEmpty());
     }
 
+    void theEngineAsksTheControllerAndForgetsItWhenItGoes()
+    {
+        m_spanner = std::make_unique<CVMediaSpanner>(nullptr, nullptr, m_presenter.get());
+        m_run->attachEngine(m_spanner.get());
+        m_restore = true;
+        m_location = u"/media/Films/Spanned"_s;
+        QVERIFY(m_spanner->restoreMode());
+        QCOMPARE(m_spanner->spanLocation(), m_location);
+
+        CVSpannerRunHost *host = m_run.get();
+        host->showView(CVSpannerRunHost::View::Spanning);
+        QVERIFY(m_run->isSpanningViewOnScreen());
+        QCOMPARE(m_window->currentView(), CVMainWindow::View::Spanning);
+        host->showView(CVSpannerRunHost::View::Results);
+        QVERIFY(m_run->isResultsViewOnScreen());
+        QCOMPARE(m_window->currentView(), CVMainWindow::View::Results);
+        host->showView(CVSpannerRunHost::View::Loading);
+        QVERIFY(!m_run->isSpanningViewOnScreen() && !m_run->isResultsViewOnScreen());
+        host->doSetSpanMode();
+        host->clearSpanLocation();
+        QVERIFY(!m_restore && m_location.isEmpty());
+
+        // The engine outlives the window: it must not ask a controller that is gone.
+        m_restore = true;
+        m_run.reset();
+        QVERIFY(!m_spanner->restoreMode());
+        QVERIFY(m_spanner->spanLocation().isEmpty());
+    }
+
     void theCrashSheetsSayWhatWasUnderWay_data()
     {
         QTest::addColumn<QString>("lastLocation");
@@ -145,9 +179,12 @@ private:
     std::unique_ptr<CVMainWindow> m_window;
     std::unique_ptr<CVSpanQueue> m_queue;
     std::unique_ptr<CVSounds> m_sounds;
+    std::unique_ptr<CVMediaSpanner> m_spanner;
     std::unique_ptr<CVRunController> m_run;
     bool m_loading = false;
     bool m_crashed = false;
+    bool m_restore = false;
+    QString m_location;
     int m_reloads = 0;
     int m_bugReports = 0;
 };

@@ -5,7 +5,7 @@
 #include "CVWindowSession.h"
 #include "Engine/CVDBusPlayerLink.h"
 #include "Engine/CVMediaSpanner.h"
-#include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"
 #include "MainWindow/CVSheetPresenter.h"
@@ -149,7 +149,7 @@ void TestRunDesktop::spanWithTheBusPlayerShowsProgressAndNotifies()
     connect(
         spanner, &CVMediaSpanner::viewChangeRequested, this,
         [spanner](int view) {
-            if (view == int(CVSpannerHost::View::Spanning))
+            if (view == int(CVSpannerRunHost::View::Spanning))
                 spanner->setPauseSpan(true);
         },
         Qt::DirectConnection);

@@ -8,6 +8,7 @@
 #include "Library/CVPredicateArchive.h"
 #include "Library/CVTrack.h"
 #include "MainWindow/CVMainWindow.h"
+#include "MainWindow/CVRunController.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVLoadingView.h"
@@ -273,7 +274,7 @@ void TestStartup::quitDuringRunAsksAndNeverQuits()
         app.windowDelegate()->doSetRestoreMode();
     CVMediaSpanner *spanner = app.spanner();
     spanner->setRunUnderWay(true); // a run at work on its thread, its view on screen
-    app.windowDelegate()->showSpanningView();
+    app.windowDelegate()->runController()->showSpanningView();
     app.terminate();
     QVERIFY(spanner->pauseSpan());
     const CVAlert &sheet = app.presenter()->openSheet();
@@ -478,15 +479,15 @@ void TestStartup::windowGrowsAndRunsOnScreen()
 
     // A run's views and the way back keep it there.
     const QRect main = window->geometry();
-    delegate->showSpanningView();
+    delegate->runController()->showSpanningView();
     QVERIFY(isWhollyOn(window, expected));
     QCOMPARE(window->geometry(), main);
     CVRunResults results;
     results.headline = u"Span Completed"_s;
-    delegate->showResultsAfterRun(results);
+    delegate->runController()->showResultsAfterRun(results);
     QVERIFY(isWhollyOn(window, expected));
     QCOMPARE(window->geometry(), main);
-    delegate->showReloadingView();
+    delegate->runController()->showReloadingView();
     QVERIFY(isWhollyOn(window, expected));
     delegate->displayMainViewBeforeQuit();
     QVERIFY(isWhollyOn(window, expected));

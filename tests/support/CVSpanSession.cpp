@@ -29,6 +29,7 @@ CVSpanSession::CVSpanSession(const QString &libraryFile, bool crashed)
     library.setPresenter(&presenter);
     library.setLibraryFilePath(libraryFile);
     spanner.setHost(&host);
+    spanner.setRunHost(&host);
     spanner.setLibrary(&library);
     spanner.setSettings(&settings);
     spanner.setQuitTimeout(20000);

@@ -3,6 +3,7 @@
 #include "CVTestPresenter.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Engine/CVSpannerHost.h"
+#include "Engine/CVSpannerRunHost.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVSpanHistory.h"
 #include "Platform/CVFileManagerLink.h"
@@ -19,7 +20,7 @@
 class CVPlayerLink;
 
 // The window and the application delegate as a run sees them.
-struct CVSessionHost : CVSpannerHost {
+struct CVSessionHost : CVSpannerHost, CVSpannerRunHost {
     bool restoreMode() const override { return restore; }
     QString spanLocation() const override { return location; }
     void telliTunesToQuit() override;
