@@ -3,7 +3,7 @@
 // model and which out to the window. The whole window's bar is in tst_browsing.
 #include "Browsing/CVFilterPathDelegate.h"
 #include "Browsing/CVSelectionModel.h"
-#include "CVTestEnvironment.h"
+#include "CVPartTest.h"
 #include "Library/CVLibraryManager.h"
 #include "Platform/CVSettings.h"
 #include "Views/CVFilterPathBar.h"
@@ -19,17 +19,13 @@ namespace {
 const QString arrow = u"   \u25B8   "_s;
 }
 
-class TestFilterPath : public QObject {
+class TestFilterPath : public QObject, private CVPartTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_env = std::make_unique<CVTestEnvironment>();
-        m_settings = &m_env->settings();
-        m_library = std::make_unique<CVLibraryManager>(m_settings);
-        m_model = std::make_unique<CVSelectionModel>(m_library.get());
-        m_library->setPanes(m_model.get());
+        setUpParts(Model::Selection);
         m_model->setLiveCheck([this] { return m_live; });
         m_live = true;
         m_queueEmpty = true;
@@ -46,10 +42,7 @@ private Q_SLOTS:
         m_browseItem.reset();
         m_popover.reset();
         m_bar.reset();
-        m_library->setPanes(nullptr);
-        m_model.reset();
-        m_library.reset();
-        m_env.reset();
+        tearDownParts();
     }
 
     void theLinesFillAsFiltersComeIntoForce()
@@ -126,10 +119,6 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestEnvironment> m_env;
-    CVSettings *m_settings = nullptr;
-    std::unique_ptr<CVLibraryManager> m_library;
-    std::unique_ptr<CVSelectionModel> m_model;
     std::unique_ptr<CVFilterPathBar> m_bar;
     std::unique_ptr<CVFilterPathPopover> m_popover;
     std::unique_ptr<QAction> m_browseItem;

@@ -1,7 +1,7 @@
 // The run controller with a bare main window and an idle engine: which view is on screen, the
 // menus a run takes away and gives back, the way back from the results, the sheets after a load,
 // and what the engine asks it. Runs themselves are in tst_run.
-#include "CVTestEnvironment.h"
+#include "CVPartTest.h"
 #include "Engine/CVMediaSpanner.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVMainWindow.h"
@@ -19,15 +19,13 @@
 using namespace Qt::StringLiterals;
 using View = CVRunController::View;
 
-class TestRunController : public QObject {
+class TestRunController : public QObject, private CVPartTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_env = std::make_unique<CVTestEnvironment>();
-        m_settings = &m_env->settings();
-        m_library = std::make_unique<CVLibraryManager>(m_settings);
+        setUpParts(Model::None);
         m_presenter = std::make_unique<CVSheetPresenter>();
         m_presenter->setAnswering(true);
         m_window = std::make_unique<CVMainWindow>();
@@ -59,8 +57,7 @@ private Q_SLOTS:
         m_queue.reset();
         m_window.reset();
         m_presenter.reset();
-        m_library.reset();
-        m_env.reset();
+        tearDownParts();
     }
 
     void theViewOnScreenIsKnownFromAnyThread()
@@ -172,9 +169,6 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestEnvironment> m_env;
-    CVSettings *m_settings = nullptr;
-    std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSheetPresenter> m_presenter;
     std::unique_ptr<CVMainWindow> m_window;
     std::unique_ptr<CVSpanQueue> m_queue;

@@ -1,7 +1,7 @@
 // The selection model alone, without a window: who refreshes in which order, what a change made
 // during a refresh becomes, and the predicate stack it serves.
 #include "Browsing/CVSelectionModel.h"
-#include "CVTestEnvironment.h"
+#include "CVPartTest.h"
 #include "Library/CVLibraryManager.h"
 #include "Platform/CVSettings.h"
 
@@ -37,17 +37,13 @@ QString stackText(const QList<CVPredicate> &stack)
 
 } // namespace
 
-class TestSelectionModel : public QObject {
+class TestSelectionModel : public QObject, private CVPartTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_env = std::make_unique<CVTestEnvironment>();
-        m_settings = &m_env->settings();
-        m_library = std::make_unique<CVLibraryManager>(m_settings);
-        m_model = std::make_unique<CVSelectionModel>(m_library.get());
-        m_library->setPanes(m_model.get());
+        setUpParts(Model::Selection);
         m_live = true;
         m_model->setLiveCheck([this] { return m_live; });
         m_heard.clear();
@@ -58,13 +54,7 @@ private Q_SLOTS:
                 m_onHeard(origin, listener);
         });
     }
-    void cleanup()
-    {
-        m_library->setPanes(nullptr);
-        m_model.reset();
-        m_library.reset();
-        m_env.reset();
-    }
+    void cleanup() { tearDownParts(); }
 
     void everyNarrowingRefreshesTheBrowserFirstAndThePathBarLast_data()
     {
@@ -217,10 +207,6 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestEnvironment> m_env;
-    CVSettings *m_settings = nullptr;
-    std::unique_ptr<CVLibraryManager> m_library;
-    std::unique_ptr<CVSelectionModel> m_model;
     bool m_live = true;
     QStringList m_heard;
     std::function<void(Pane, Pane)> m_onHeard;

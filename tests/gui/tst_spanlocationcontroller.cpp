@@ -1,6 +1,6 @@
 // The span location's controller with its view alone, without the main window: which folders
 // become the location, what is saved, the history, and the confirmation of a change.
-#include "CVTestEnvironment.h"
+#include "CVPartTest.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVSheetPresenter.h"
 #include "MainWindow/CVSpanLocationController.h"
@@ -13,15 +13,13 @@
 
 using namespace Qt::StringLiterals;
 
-class TestSpanLocationController : public QObject {
+class TestSpanLocationController : public QObject, private CVPartTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_env = std::make_unique<CVTestEnvironment>();
-        m_settings = &m_env->settings();
-        m_library = std::make_unique<CVLibraryManager>(m_settings);
+        setUpParts(Model::None);
         m_presenter = std::make_unique<CVSheetPresenter>();
         m_presenter->setAnswering(true);
         m_view = std::make_unique<CVSpanLocationView>();
@@ -40,8 +38,7 @@ private Q_SLOTS:
         m_controller.reset();
         m_view.reset();
         m_presenter.reset();
-        m_library.reset();
-        m_env.reset();
+        tearDownParts();
     }
 
     void containersAreNoLocationAndTheViewFollows()
@@ -129,9 +126,6 @@ private:
         return path;
     }
 
-    std::unique_ptr<CVTestEnvironment> m_env;
-    CVSettings *m_settings = nullptr;
-    std::unique_ptr<CVLibraryManager> m_library;
     std::unique_ptr<CVSheetPresenter> m_presenter;
     std::unique_ptr<CVSpanLocationView> m_view;
     std::unique_ptr<CVSpanLocationController> m_controller;

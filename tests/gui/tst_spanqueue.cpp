@@ -1,7 +1,7 @@
 // The spanning queue alone, over a generated library and without a window: adding and removing,
 // what it saves, its predicates and its summary line.
 #include "CVLibraryGenerator.h"
-#include "CVTestEnvironment.h"
+#include "CVPartTest.h"
 #include "Library/CVLibraryManager.h"
 #include "Library/CVPredicateArchive.h"
 #include "Library/CVSelectionPanes.h"
@@ -14,15 +14,13 @@
 
 using namespace Qt::StringLiterals;
 
-class TestSpanQueue : public QObject {
+class TestSpanQueue : public QObject, private CVPartTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_env = std::make_unique<CVTestEnvironment>();
-        m_settings = &m_env->settings();
-        m_library = std::make_unique<CVLibraryManager>(m_settings);
+        setUpParts(Model::None);
         m_library->setPanes(&m_panes);
         const QString file = m_env->filePath(u"library.xml"_s);
         CVLibraryGeneratorOptions options;
@@ -36,9 +34,7 @@ private Q_SLOTS:
     void cleanup()
     {
         m_queue.reset();
-        m_library->setPanes(nullptr);
-        m_library.reset();
-        m_env.reset();
+        tearDownParts();
     }
 
     void addingAndRemovingChangesOnlyWhatChanges()
@@ -119,9 +115,6 @@ private Q_SLOTS:
     }
 
 private:
-    std::unique_ptr<CVTestEnvironment> m_env;
-    CVSettings *m_settings = nullptr;
-    std::unique_ptr<CVLibraryManager> m_library;
     CVFixedSelectionPanes m_panes;
     std::unique_ptr<CVSpanQueue> m_queue;
 };

@@ -2,7 +2,7 @@
 // wins when several apply, and the texts the line knows only once they are set. The line in the
 // whole window, through every state, is in tst_queue.
 #include "Browsing/CVSelectionModel.h"
-#include "CVTestEnvironment.h"
+#include "CVPartTest.h"
 #include "Library/CVLibraryManager.h"
 #include "MainWindow/CVWalkThrough.h"
 #include "Platform/CVSettings.h"
@@ -12,17 +12,13 @@
 
 using namespace Qt::StringLiterals;
 
-class TestWalkThrough : public QObject {
+class TestWalkThrough : public QObject, private CVPartTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_env = std::make_unique<CVTestEnvironment>();
-        m_settings = &m_env->settings();
-        m_library = std::make_unique<CVLibraryManager>(m_settings);
-        m_model = std::make_unique<CVSelectionModel>(m_library.get());
-        m_library->setPanes(m_model.get());
+        setUpParts(Model::Selection);
         m_model->setLiveCheck([] { return true; });
         m_restore = m_location = false;
         m_queueEmpty = true;
@@ -38,10 +34,7 @@ private Q_SLOTS:
     {
         m_line.reset();
         m_zone.reset();
-        m_library->setPanes(nullptr);
-        m_model.reset();
-        m_library.reset();
-        m_env.reset();
+        tearDownParts();
     }
 
     void theFirstStepThatAppliesWins_data()
@@ -113,10 +106,6 @@ private:
             { u"ReadyToRestore"_s, u"ready to restore"_s }, { u"BrowseSpanQueue"_s, u"browsing"_s } };
     }
 
-    std::unique_ptr<CVTestEnvironment> m_env;
-    CVSettings *m_settings = nullptr;
-    std::unique_ptr<CVLibraryManager> m_library;
-    std::unique_ptr<CVSelectionModel> m_model;
     std::unique_ptr<CVSpanQueueDropZone> m_zone;
     std::unique_ptr<CVWalkThrough> m_line;
     bool m_restore = false;
