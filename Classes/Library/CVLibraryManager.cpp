@@ -148,13 +148,18 @@ CVLibraryManager::LoadResult CVLibraryManager::loadiTunesXMLDatabase()
     return LoadResult::Loaded;
 }
 
-void CVLibraryManager::compileAllKeyedLocationInformation()
+void CVLibraryManager::prepareToCompileLocations()
 {
     finishCompilingAllKeyedLocationInformation();
     if (m_presenter) {
         m_presenter->setProgressIndeterminate(false);
         m_presenter->setStatusText(u"Compiling Location Information"_s);
     }
+}
+
+void CVLibraryManager::compileAllKeyedLocationInformation()
+{
+    prepareToCompileLocations();
     CVPresenter *presenter = m_presenter;
     m_trees.compileAllKeyedLocationInformation([presenter](double maximum, double value) {
         if (presenter)
@@ -164,11 +169,7 @@ void CVLibraryManager::compileAllKeyedLocationInformation()
 
 void CVLibraryManager::beginCompilingAllKeyedLocationInformation()
 {
-    finishCompilingAllKeyedLocationInformation();
-    if (m_presenter) {
-        m_presenter->setProgressIndeterminate(false);
-        m_presenter->setStatusText(u"Compiling Location Information"_s);
-    }
+    prepareToCompileLocations();
     m_reportLocationProgress = m_presenter != nullptr;
     m_locationThread = std::thread([this] {
         // About 400 bytes a track of nodes, keys and lower-case paths.

@@ -152,6 +152,8 @@ public:
     QString createDisplayTitleForPath(const QString &path) const;
 
 private:
+    // Waits for a build under way and says a new one begins.
+    void prepareToCompileLocations();
     CVSettings *m_settings;
     CVPresenter *m_presenter = nullptr;
     CVLibraryHost *m_host = nullptr;
